@@ -1,0 +1,1 @@
+#include "velmorhost/settings.h"
