@@ -1,0 +1,21 @@
+#!/bin/bash
+# Runs every benchmark program (those whose name holds the argument, if one is
+# given) and writes the medians of five runs into docs/performance.md, between
+# its markers.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+bin=build/release/bin
+results=build/bench
+mkdir -p "$results"
+
+for program in "$bin"/*_bench; do
+  name=$(basename "$program")
+  case "$name" in *"${1:-}"*) ;; *) continue ;; esac
+  echo "== $name"
+  "$program" --benchmark_repetitions="${VELMOR_REPETITIONS:-5}" \
+    --benchmark_report_aggregates_only=true --benchmark_out_format=json \
+    --benchmark_out="$results/$name.json"
+done
+
+"$bin/velmor-bench-table" docs/performance.md "$results"/*.json
+echo "docs/performance.md is up to date"
