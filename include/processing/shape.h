@@ -6,6 +6,9 @@
 namespace Velmor::Processing {
 
 /// What every shape is made from. Fields are named as the keys that `str()` prints.
+///
+/// A plain value: read it from as many threads as you like. Moving copies, the
+/// source stays intact.
 struct VELMOR_EXPORT ShapeParameters {
   ShapeParameters();
   ShapeParameters(ShapeParameters const& other);
@@ -13,47 +16,80 @@ struct VELMOR_EXPORT ShapeParameters {
   ShapeParameters& operator=(ShapeParameters const& other);
   virtual ~ShapeParameters();
 
-  /// The fields as lines of four blanks, key, " = " and value, after a newline.
+  /// The fields for a person to read: a newline, then for each a line of four
+  /// blanks, the key, " = " and the value. Each channel name has a line of its
+  /// own behind eight blanks. The names of the two components are left out.
   virtual API::String str() const;
 
-  API::String cache_folder;          ///< folder of the cache files, or one file
-  API::String object;                ///< query text, such as "name=liquid, frame=12"
-  API::String point_component;       ///< empty: no points are looked up
-  API::String voxel_component;       ///< empty: no voxels are looked up
-  API::Array<API::String> channels;  ///< printed; all channels are loaded
+  /// Folder that holds the cache files, or one file. Empty by default.
+  API::String cache_folder;
+  /// Query text that names the object and the frame, such as "name=liquid,
+  /// frame=12". Empty by default, which is no valid query.
+  API::String object;
+  /// Component to take the points from, "particle" by default. Empty: no points
+  /// are looked up.
+  API::String point_component;
+  /// Component to take the voxels from, "volume" by default. Empty: no voxels
+  /// are looked up.
+  API::String voxel_component;
+  /// Carried for the caller and printed: loading always brings all channels.
+  API::Array<API::String> channels;
+  /// Base name of the velocities, "velocity" by default: the vector channels of
+  /// this name and the float channels with "_u", "_v", "_w" behind it.
   API::String velocity_channel;
+  /// Texture coordinates that a `Surface` extends over its ocean, "uv" by default.
   API::String uv_channel;
+  /// Factor on velocities, 1 by default.
   float velocity_scale;
-  float space_scale;  ///< factor on the world size
+  /// Factor on the world size, 1 by default. Velocities grow with it.
+  float space_scale;
+  /// Frames per second of the cache, 24 by default. Velocities become world
+  /// units per frame; 0 makes them infinite.
   float fps;
-  bool clip;                                                ///< load only what lies in `clip_bbox`
-  orlen::Math::bbox<orlen::Math::vec<3, float>> clip_bbox;  ///< world units of the cache
+  /// Whether to load only what lies in `clip_bbox`; false by default.
+  bool clip;
+  /// In world units of the cache, before `space_scale`; (-1, -1, -1) to (1, 1, 1)
+  /// by default.
+  orlen::Math::bbox<orlen::Math::vec<3, float>> clip_bbox;
 };
 
-/// One object of one cached frame, loaded through the host. Construction always
-/// completes; `status()` says what went wrong, and what could not be loaded is
-/// an invalid handle.
+/// One object of one cached frame, loaded through the host. The base of
+/// `Points`, `Surface` and `Volume`.
 ///
-/// A shape owns the active graph and the temporary folder that its loading
-/// opened and removes both when it is destroyed. Copies name the same graph and
-/// folder and share the messages: the first destroyed removes them for all.
+/// Construction always completes: `status()` says what went wrong, and what
+/// could not be loaded is an invalid handle. Velocities are multiplied by
+/// space_scale * velocity_scale / fps and the voxel scale by space_scale, on
+/// data of the shape's own: two shapes made from the same files share nothing.
+///
+/// A shape removes the active graph on its folder and the temporary folder that
+/// its loading used when it is destroyed, even a graph that the client had
+/// opened on that folder before. Copies name the same graph and folder and share
+/// the messages and the data: the first one destroyed removes graph and folder,
+/// the others stay usable. Making and destroying shapes changes the host's
+/// registry of graphs, which is safe on several threads; copies share channels,
+/// so only reading them is.
 class VELMOR_EXPORT Shape {
  public:
   Shape(Shape const& other);
   Shape& operator=(Shape const& other);
   virtual ~Shape();
 
+  /// The error, if any, and the warnings of construction.
   Status const& status() const;
+  /// Invalid if there is no such component, none was asked for, or loading failed.
   API::PointComponent const& points() const;
+  /// Invalid if there is no such component, none was asked for, or loading failed.
   API::VoxelComponent const& voxels() const;
 
-  /// The world box of the voxel layout's leaf tiles; inverted without voxels.
+  /// The world box that the leaf tiles of the voxels cover, as `computeBBox`
+  /// gives it: inverted without tiles and without voxels.
   virtual orlen::Math::bbox<orlen::Math::vec<3, float>> bbox() const;
 
  protected:
+  /// Loads the object; see `status()` for the outcome.
   explicit Shape(ShapeParameters const& parameters);
-  /// Multiplies the voxel scale of the voxels' layout, or if there is none of
-  /// the points' layout, by `s`.
+  /// Multiplies the voxel scale of the voxels' layout by `s`, or of the points'
+  /// layout if there are no voxels. Never of both.
   void scale(float s);
 
   Status status_;

@@ -1,0 +1,130 @@
+#include "processing/surface.h"
+
+#include <cmath>
+#include <limits>
+
+#include "processing/bounds.h"
+#include "processing/pointwise_filters.h"
+#include "shapes/candidates.h"
+#include "shapes/parameter_lines.h"
+
+namespace Velmor::Processing {
+
+namespace {
+
+bool isOn(float amount) { return std::abs(amount) > std::numeric_limits<float>::epsilon(); }
+
+// Values that name nothing print as nothing.
+char const* nameOf(SurfaceParameters::RenderComponent component) {
+  switch (component) {
+    case SurfaceParameters::Volume:
+      return "Volume";
+    case SurfaceParameters::Particle:
+      return "Particle";
+  }
+  return "";
+}
+
+char const* nameOf(SurfaceParameters::SmoothMode mode) {
+  switch (mode) {
+    case SurfaceParameters::Laplacian:
+      return "Laplacian";
+    case SurfaceParameters::Curvature:
+      return "Curvature";
+  }
+  return "";
+}
+
+}  // namespace
+
+SurfaceParameters::SurfaceParameters()
+    : render_component(Volume),
+      distance_channel("distance"),
+      levelset_resolution_factor(1.f),
+      levelset_droplet_reveal_factor(3.f),
+      levelset_surface_radius(1.4f),
+      levelset_droplet_radius(1.2f),
+      levelset_max_volume_of_holes_to_close(0.f),
+      dilate(0.f),
+      smooth(0.f),
+      smooth_mode(Laplacian),
+      smooth_iterations(1),
+      erode(0.f),
+      enable_ocean_blending(false),
+      ocean_blending_height(0.f),
+      ocean_blending_center(0.f, 0.f),
+      ocean_blending_dimension(10.f, 10.f),
+      ocean_blending_radius(1.f),
+      enable_ocean_blending_uvs(true),
+      compute_laplacian(false),
+      compute_curvature(false) {}
+
+SurfaceParameters::SurfaceParameters(SurfaceParameters const&) = default;
+SurfaceParameters::SurfaceParameters(SurfaceParameters&& other)
+    : SurfaceParameters(static_cast<SurfaceParameters const&>(other)) {}
+SurfaceParameters& SurfaceParameters::operator=(SurfaceParameters const&) = default;
+SurfaceParameters::~SurfaceParameters() = default;
+
+API::String SurfaceParameters::str() const {
+  Stream out;
+  out << ShapeParameters::str();
+  writeParameter(out, "distance_channel", distance_channel);
+  writeParameter(out, "render_component", nameOf(render_component));
+  writeParameter(out, "levelset_droplet_reveal_factor", levelset_droplet_reveal_factor);
+  writeParameter(out, "levelset_surface_radius", levelset_surface_radius);
+  writeParameter(out, "levelset_droplet_radius", levelset_droplet_radius);
+  writeParameter(out, "levelset_resolution_factor", levelset_resolution_factor);
+  writeParameter(out, "levelset_max_volume_of_holes_to_close",
+                 levelset_max_volume_of_holes_to_close);
+  writeParameter(out, "dilate", dilate);
+  writeParameter(out, "erode", erode);
+  writeParameter(out, "smooth", smooth);
+  writeParameter(out, "smooth_mode", nameOf(smooth_mode));
+  writeParameter(out, "smooth_iterations", smooth_iterations);
+  writeParameter(out, "enable_ocean_blending", enable_ocean_blending);
+  writeParameter(out, "ocean_blending_height", ocean_blending_height);
+  writeParameter(out, "ocean_blending_center", ocean_blending_center);
+  writeParameter(out, "ocean_blending_dimension", ocean_blending_dimension);
+  writeParameter(out, "ocean_blending_radius", ocean_blending_radius);
+  writeParameter(out, "ocean_blending_out_channel", ocean_blending_out_channel);
+  writeParameter(out, "enable_ocean_blending_uvs", enable_ocean_blending_uvs);
+  return out.str();
+}
+
+Surface::Surface(SurfaceParameters const& parameters) : Shape(parameters) {
+  if (!status_) return;
+  // Amounts are lengths of the cache, so its voxel size is restored meanwhile.
+  scale(1.f / parameters.space_scale);
+
+  if (!voxels_.valid()) {
+    status_.fail() << "Invalid voxel component.";
+    return;
+  }
+  distance_ = voxels_.findChannel(parameters.distance_channel);
+  if (!isFloatChannel(distance_)) {
+    writeInvalidChannel(status_.fail(), "distance", parameters.distance_channel, voxels_);
+    return;
+  }
+
+  if (isOn(parameters.dilate)) {
+    DilateFilter<float>(parameters.dilate).filter(distance_, distance_);
+  }
+  if (isOn(parameters.erode)) {
+    ErodeFilter<float>(parameters.erode).filter(distance_, distance_);
+  }
+
+  if (isOn(parameters.space_scale - 1.f)) {
+    scale(parameters.space_scale);
+    ScaleFilter<float>(parameters.space_scale).filter(distance_, distance_);
+  }
+  accel_ = createAccelLayout(distance_);
+}
+
+Surface::Surface(Surface const&) = default;
+Surface& Surface::operator=(Surface const&) = default;
+Surface::~Surface() = default;
+
+API::VoxelChannel const& Surface::distance() const { return distance_; }
+API::Layout const& Surface::accel() const { return accel_; }
+
+}  // namespace Velmor::Processing
