@@ -1,0 +1,26 @@
+#include "mixers/rules.h"
+#include "processing/mixer.h"
+
+namespace Velmor::Processing {
+
+template <class T>
+StepMixer<T>::StepMixer(float step) : step_(step) {}
+template <class T>
+StepMixer<T>::StepMixer(StepMixer const&) = default;
+template <class T>
+StepMixer<T>::StepMixer(StepMixer&&) noexcept = default;
+template <class T>
+StepMixer<T>& StepMixer<T>::operator=(StepMixer const&) = default;
+template <class T>
+StepMixer<T>& StepMixer<T>::operator=(StepMixer&&) noexcept = default;
+template <class T>
+StepMixer<T>::~StepMixer() = default;
+
+template <class T>
+T StepMixer<T>::compute(T const& a, T const& b) const {
+  return perComponent(a, b, [this](auto x, auto y) { return rules::advance(x, y, step_); });
+}
+
+VELMOR_INSTANTIATE_FAMILY(StepMixer);
+
+}  // namespace Velmor::Processing
