@@ -6,6 +6,7 @@
 #include "processing/bounds.h"
 #include "processing/pointwise_filters.h"
 #include "shapes/candidates.h"
+#include "shapes/level_set.h"
 #include "shapes/parameter_lines.h"
 
 namespace Velmor::Processing {
@@ -96,13 +97,19 @@ Surface::Surface(SurfaceParameters const& parameters) : Shape(parameters) {
   // Amounts are lengths of the cache, so its voxel size is restored meanwhile.
   scale(1.f / parameters.space_scale);
 
+  auto name = parameters.distance_channel;
+  if (parameters.render_component == SurfaceParameters::Particle) {
+    buildLevelSet(parameters, points_, voxels_, status_);
+    if (!status_) return;
+    name = builtDistanceName;
+  }
   if (!voxels_.valid()) {
     status_.fail() << "Invalid voxel component.";
     return;
   }
-  distance_ = voxels_.findChannel(parameters.distance_channel);
+  distance_ = voxels_.findChannel(name);
   if (!isFloatChannel(distance_)) {
-    writeInvalidChannel(status_.fail(), "distance", parameters.distance_channel, voxels_);
+    writeInvalidChannel(status_.fail(), "distance", name, voxels_);
     return;
   }
 
