@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include "velmorapi/array.h"
 #include "velmorapi/export.h"
 #include "velmorapi/math.h"
@@ -7,9 +10,13 @@
 
 namespace Velmor::Processing {
 
-/// A text that is written piece by piece. Copies share one text, and may be
-/// destroyed on different threads; writing is not synchronised. If memory runs
-/// out while a stream is made, it stays empty and takes nothing.
+/// A text that is written piece by piece.
+///
+/// Copies and assigned streams share one text: what is written to either is
+/// read from both. They may be destroyed in any order and on different threads;
+/// writing and reading are not synchronised. Nothing throws: if memory runs out
+/// while a stream is made it stays empty and takes nothing, and if it runs out
+/// later the text ends there.
 class VELMOR_EXPORT Stream {
  public:
   Stream();
@@ -17,9 +24,11 @@ class VELMOR_EXPORT Stream {
   Stream& operator=(Stream const& other);
   ~Stream();
 
-  /// Appends to the text, numbers as a standard stream in the classic locale
-  /// writes them (six significant digits), a box as "min=x y z max=x y z", a
-  /// vector as its components between blanks.
+  /// Appends to the text: texts and characters as they are, a null text as
+  /// nothing, numbers as a standard stream writes them by default (integers in
+  /// decimal, floats with six significant digits) whatever the global locale, a
+  /// vector as its components separated by blanks, a box as
+  /// "min=x y z max=x y z".
   Stream& operator<<(char const* text);
   Stream& operator<<(API::String const& text);
   Stream& operator<<(std::string const& text);
@@ -28,23 +37,32 @@ class VELMOR_EXPORT Stream {
   Stream& operator<<(unsigned int value);
   Stream& operator<<(long value);
   Stream& operator<<(unsigned long value);
+  Stream& operator<<(long long value);
+  Stream& operator<<(unsigned long long value);
   Stream& operator<<(float value);
   Stream& operator<<(double value);
   Stream& operator<<(orlen::Math::vec<2, float> const& value);
   Stream& operator<<(orlen::Math::vec<3, float> const& value);
   Stream& operator<<(orlen::Math::bbox<orlen::Math::vec<3, float>> const& value);
 
-  /// The text so far.
+  /// The text so far; empty if there is no memory for it.
   API::String str() const;
 
  private:
+  friend class Status;
   class Impl;
-  Impl* impl_ = nullptr;
+  explicit Stream(std::nullptr_t) noexcept : impl_(nullptr) {}
+
+  Impl* impl_;
 };
 
 /// The outcome of an operation of several steps: at most one error text and any
-/// number of warnings. Assignment shares the messages; there is no copy
-/// construction. Filled on one thread.
+/// number of warnings.
+///
+/// Assignment makes both statuses handles to the messages of the assigned one;
+/// there is no copy construction. The messages live as long as a handle. A
+/// status is not synchronised: one operation fills it on one thread. Nothing
+/// throws; without memory messages are lost and the status stays good.
 class VELMOR_EXPORT Status {
  public:
   Status();
@@ -52,19 +70,22 @@ class VELMOR_EXPORT Status {
   Status& operator=(Status const& other);
   ~Status();
 
-  /// The one error text, to be appended to. A status is good until it holds a character.
+  /// The one error text, to be appended to; the same stream at every call.
   Stream& fail();
-  /// A new warning text; the reference is good until the next `warn()`.
+  /// A new, empty warning text. Rely on the reference until the next `warn()` only.
   Stream& warn();
 
+  /// Good until the error text holds a character: `fail()` alone and warnings
+  /// do not count.
   operator bool() const;
+  /// The error text so far.
   API::String error() const;
   /// One text per `warn()`, in order, empty ones included.
   API::Array<API::String> warnings() const;
 
  private:
   class Impl;
-  Impl* impl_ = nullptr;
+  Impl* impl_;
 };
 
 }  // namespace Velmor::Processing

@@ -1,0 +1,98 @@
+#include <cassert>
+
+#include "core/tile_kernel.h"
+
+namespace Velmor::Processing {
+
+namespace {
+
+constexpr int blockEdge = 5;
+constexpr int blockCount = blockEdge * blockEdge * blockEdge;
+
+template <class T>
+class HaloVisitor final : public API::Visitor {
+ public:
+  HaloVisitor(API::Channel src, API::Channel dst, HaloFilter<T> const* filter)
+      : src_(std::move(src)),
+        dst_(std::move(dst)),
+        layout_(src_.layout()),
+        filter_(filter),
+        kernel_(findTileKernel(*filter)) {
+    cache_.init(API::VoxelChannel(src_));
+  }
+
+  void beginTile(API::TileAccessor const&, API::TreeIndex const& index) override {
+    auto const& tile = cache_.tile(index);
+    auto const out = dst_.tileData<T>(index);
+    int const width = layout_.tileDimInfo(0).width;
+    cache_.update(index);
+    // A channel of another type has no values of type T.
+    if (width < 1 || out.data == nullptr) return;
+    assert(width <= blockEdge);
+    if (kernel_ == nullptr) {
+      for (int i = 0; i < width; ++i) {
+        for (int j = 0; j < width; ++j) {
+          for (int k = 0; k < width; ++k) {
+            out.data[out.offset(i, j, k)] = filter_->compute(tile, i, j, k);
+          }
+        }
+      }
+    } else if (isDense(out, width)) {
+      kernel_(*filter_, tile, out.data);
+    } else {
+      scatter(tile, out, width);
+    }
+  }
+
+  API::Visitor* copy() const override { return new HaloVisitor(src_, dst_, filter_); }
+
+ private:
+  static bool isDense(API::TileData<T> const& out, int width) {
+    return width == blockEdge && out.halo == 0 && out.strides[0] == 1 &&
+           out.strides[1] == blockEdge && out.strides[2] == blockEdge * blockEdge;
+  }
+
+  void scatter(API::VoxelTile<T, 1, blockEdge> const& tile, API::TileData<T> const& out,
+               int width) const {
+    T values[blockCount];
+    kernel_(*filter_, tile, values);
+    for (int k = 0; k < width; ++k) {
+      for (int j = 0; j < width; ++j) {
+        for (int i = 0; i < width; ++i) {
+          out.data[out.offset(i, j, k)] = values[(k * blockEdge + j) * blockEdge + i];
+        }
+      }
+    }
+  }
+
+  API::Channel src_, dst_;
+  API::Layout layout_;
+  API::HaloedCache<T> cache_;    // of this worker alone
+  HaloFilter<T> const* filter_;  // not owned; outlives the traversal
+  TileKernel<HaloFilter<T>> kernel_;
+};
+
+}  // namespace
+
+template <class T>
+HaloFilter<T>::HaloFilter() = default;
+template <class T>
+HaloFilter<T>::HaloFilter(HaloFilter const&) = default;
+template <class T>
+HaloFilter<T>::HaloFilter(HaloFilter&&) noexcept = default;
+template <class T>
+HaloFilter<T>& HaloFilter<T>::operator=(HaloFilter const&) = default;
+template <class T>
+HaloFilter<T>& HaloFilter<T>::operator=(HaloFilter&&) noexcept = default;
+template <class T>
+HaloFilter<T>::~HaloFilter() = default;
+
+template <class T>
+void HaloFilter<T>::filter(API::Channel src, API::Channel dst) const {
+  HaloVisitor<T> visitor(src, dst, this);
+  this->traverse(src.layout(), visitor);
+}
+
+VELMOR_INSTANTIATE_FAMILY(HaloFilter);
+
+}  // namespace Velmor::Processing
