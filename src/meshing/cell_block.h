@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "velmorapi/math.h"
+
+namespace Velmor::Processing {
+
+/// A block of marching-cubes cells: samples at their corners, and the vertices
+/// and triangles made from them so far. Each edge of the block makes its vertex
+/// once, so that most of them need no search.
+///
+/// Corner coordinates are counted in cells. A corner is sampled at coordinate *
+/// `invRes` and lies in the world at coordinate * `cellSize`.
+class CellBlock {
+ public:
+  using Point = orlen::Math::vec<3, float>;
+
+  struct Vertex {
+    Point position;
+    bool shared;  // another edge of this or another block may have the same position
+  };
+
+  CellBlock(float invRes, float cellSize) : invRes_(invRes), cellSize_(cellSize) {}
+
+  /// Sizes the block, counted in corners, and puts its first corner at `corner`.
+  /// Forgets vertices and triangles.
+  void place(std::array<int, 3> const& corners, std::array<std::int32_t, 3> const& corner);
+  /// Puts a block two corners wide along x one cell further. The second layer of
+  /// samples and the vertices on it become the first; earlier vertices stay.
+  void advance();
+
+  std::size_t at(int i, int j, int k) const noexcept {
+    return (static_cast<std::size_t>(i) * ny_ + static_cast<std::size_t>(j)) * nz_ +
+           static_cast<std::size_t>(k);
+  }
+  float& value(std::size_t at) noexcept { return values_[at]; }
+  float value(std::size_t at) const noexcept { return values_[at]; }
+  /// Where corner (i, j, k) is sampled.
+  Point samplePosition(int i, int j, int k) const noexcept {
+    return {sampleAt_[0][static_cast<std::size_t>(i)], sampleAt_[1][static_cast<std::size_t>(j)],
+            sampleAt_[2][static_cast<std::size_t>(k)]};
+  }
+
+  /// Makes the triangles of cell (i, j, k), whose case number is `cube`.
+  void polygonise(int i, int j, int k, unsigned cube);
+
+  std::vector<Vertex> const& vertices() const noexcept { return vertices_; }
+  std::vector<orlen::Math::vec<3, int>> const& triangles() const noexcept { return triangles_; }
+
+ private:
+  void setCoordinates(int axis, int corners, std::int32_t corner);
+  Vertex makeVertex(std::array<int, 3> const& from, int axis, float f, float g) const noexcept;
+
+  float invRes_, cellSize_;
+  std::size_t nx_ = 0, ny_ = 0, nz_ = 0;
+  std::array<std::int32_t, 3> corner_{};
+  float margin_ = 0;
+  std::array<std::vector<float>, 3> coordinate_, sampleAt_;
+  std::array<std::vector<std::uint8_t>, 3> onFace_;
+  std::vector<float> values_;
+  std::vector<std::int32_t> edgeVertex_;  // three per corner, -1 where none yet
+  std::vector<std::size_t> usedEdges_;
+  std::vector<Vertex> vertices_;
+  std::vector<orlen::Math::vec<3, int>> triangles_;
+};
+
+}  // namespace Velmor::Processing
