@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/tile_width.h"
 #include "meshing/cell_block.h"
 #include "meshing/marching_cubes_tables.h"
 #include "meshing/partial_mesh.h"
@@ -31,7 +32,7 @@ class MarchingCubesVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     auto const values = channel_.tileData<float>(index);
-    if (tileWidth_ < 1 || res_ < 1 || !holdsTile(values)) return;
+    if (res_ < 1 || !storesWidth(values, tileWidth_)) return;
     auto const origin = accessor.tile(index).coord();
     if (std::int64_t{tileWidth_} * res_ < maxBlockCorners) {
       meshTile(values, origin);
@@ -77,13 +78,6 @@ class MarchingCubesVisitor final : public API::Visitor {
         block_(invRes_, voxelScale_ * invRes_) {}
 
   bool nearSurface(float value) const noexcept { return std::abs(value) <= voxelScale_; }
-
-  // False for a channel of another type, and where the layout reports a width
-  // that its tiles do not have.
-  bool holdsTile(API::TileData<float> const& values) const noexcept {
-    auto const last = values.offset(tileWidth_ - 1, tileWidth_ - 1, tileWidth_ - 1);
-    return values.data != nullptr && last >= 0 && static_cast<std::size_t>(last) < values.count;
-  }
 
   std::int32_t cellOf(std::int32_t voxel) const noexcept {
     // unsigned, so that far tiles cut finely wrap

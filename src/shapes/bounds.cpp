@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "core/tile_width.h"
 #include "velmorapi/object_model.h"
 #include "velmorapi/state_server.h"
 
@@ -53,11 +54,8 @@ class SurfaceFinderVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     auto const values = distance_.tileData<float>(index);
-    if (tileWidth_ < 1 || values.data == nullptr) return;
-    auto const last = values.offset(tileWidth_ - 1, tileWidth_ - 1, tileWidth_ - 1);
-    if (last < 0 || static_cast<std::size_t>(last) >= values.count) return;
-
-    auto const& coord = accessor.tile(index).coord();
+    if (!storesWidth(values, tileWidth_)) return;
+    auto const coord = accessor.tile(index).coord();
     Voxel const width(tileWidth_);
     Voxel const origin = Voxel(coord.i, coord.j, coord.k) * width;
     float const near = voxelScale_ * 2.598076f;  // 1.5 diagonals
