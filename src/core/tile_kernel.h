@@ -51,6 +51,12 @@ struct TileKernels<TransformFilter<T>> {
   static std::span<TileKernelEntry<TransformFilter<T>> const> all();
 };
 
+/// Defined in filters/stencil_filters.cpp.
+template <>
+struct TileKernels<HaloFilter<float>> {
+  static std::span<TileKernelEntry<HaloFilter<float>> const> all();
+};
+
 /// The kernel that stands for `filter.compute`; null where there is none and
 /// `compute` must be called.
 template <class Base>

@@ -14,10 +14,22 @@ struct Pair {
 
 /// Sorts nine values of which each three in a row are sorted already: the last
 /// 16 of the 25 exchanges of Floyd's network.
-inline constexpr std::array<Pair, 16> sortNineFromTriples{{{0, 3}, {3, 6}, {0, 3}, {1, 4},
-                                                           {4, 7}, {1, 4}, {2, 5}, {5, 8},
-                                                           {2, 5}, {1, 3}, {5, 7}, {2, 6},
-                                                           {4, 6}, {2, 4}, {2, 3}, {5, 6}}};
+inline constexpr std::array<Pair, 16> sortNineFromTriples{{{0, 3},
+                                                           {3, 6},
+                                                           {0, 3},
+                                                           {1, 4},
+                                                           {4, 7},
+                                                           {1, 4},
+                                                           {2, 5},
+                                                           {5, 8},
+                                                           {2, 5},
+                                                           {1, 3},
+                                                           {5, 7},
+                                                           {2, 6},
+                                                           {4, 6},
+                                                           {2, 4},
+                                                           {2, 3},
+                                                           {5, 6}}};
 
 /// A merging network, and where its outputs are in ascending order.
 template <std::size_t Inputs>

@@ -83,8 +83,8 @@ struct Median {
       triple[2][p] = c;
     });
     sweep<planes>([&](int p) __attribute__((always_inline)) {
-      float s[9] = {triple[0][p],     triple[1][p],      triple[2][p],
-                    triple[0][p + 7], triple[1][p + 7],  triple[2][p + 7],
+      float s[9] = {triple[0][p],      triple[1][p],      triple[2][p],
+                    triple[0][p + 7],  triple[1][p + 7],  triple[2][p + 7],
                     triple[0][p + 14], triple[1][p + 14], triple[2][p + 14]};
       Network::run<nineExchanges>(s, std::make_index_sequence<nineExchanges.size()>{});
       nine[0][p] = s[0], nine[1][p] = s[1], nine[2][p] = s[2];

@@ -31,8 +31,7 @@ inline constexpr int sx = 1, sy = 7, sz = 49;
 }
 
 [[gnu::always_inline]] inline float laplacian(float const* c) {
-  float const sum =
-      (((((c[-sx] - 6.f * c[0]) + c[sx]) + c[-sy]) + c[sy]) + c[-sz]) + c[sz];
+  float const sum = (((((c[-sx] - 6.f * c[0]) + c[sx]) + c[-sy]) + c[sy]) + c[-sz]) + c[sz];
   return sum * 0.16666667f;
 }
 
@@ -57,9 +56,7 @@ inline constexpr int sx = 1, sy = 7, sz = 49;
 }
 
 /// Ascending, NaN last.
-inline bool ranksBefore(float a, float b) {
-  return a < b || (std::isnan(b) && !std::isnan(a));
-}
+inline bool ranksBefore(float a, float b) { return a < b || (std::isnan(b) && !std::isnan(a)); }
 
 inline float median(float const* c) {
   std::array<float, 27> values;

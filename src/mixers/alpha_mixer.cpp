@@ -1,3 +1,4 @@
+#include "core/arithmetic.h"
 #include "mixers/mixable.h"
 #include "mixers/rules.h"
 #include "processing/mixer.h"
@@ -60,7 +61,8 @@ bool AlphaMixer<T>::mix(API::Channel const& a, API::Channel const& b, API::Chann
 
 template <class T>
 T AlphaMixer<T>::compute(T const& a, T const& b) const {
-  return perComponent(a, b, [this](auto x, auto y) { return rules::blend(x, y, alpha_); });
+  return Arithmetic::perComponent<T>([this](auto x, auto y) { return rules::blend(x, y, alpha_); },
+                                     a, b);
 }
 
 VELMOR_INSTANTIATE_FAMILY(AlphaMixer);

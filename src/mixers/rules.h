@@ -44,22 +44,13 @@ template <int N, class C>
 struct ComponentsOf<orlen::Math::vec<N, C>> {
   using Type = C;
   static constexpr std::size_t count = N;
-  static Type* of(orlen::Math::vec<N, C>* values) { return values != nullptr ? &values->x : nullptr; }
+  static Type* of(orlen::Math::vec<N, C>* values) {
+    return values != nullptr ? &values->x : nullptr;
+  }
   static Type const* of(orlen::Math::vec<N, C> const* values) {
     return values != nullptr ? &values->x : nullptr;
   }
 };
-
-/// The value whose components are rule(component, i) of the given values.
-template <class T, class Rule>
-T perComponent(T const& a, T const& b, Rule rule) {
-  T result{};
-  auto const* const pa = ComponentsOf<T>::of(&a);
-  auto const* const pb = ComponentsOf<T>::of(&b);
-  auto* const out = ComponentsOf<T>::of(&result);
-  for (std::size_t c = 0; c < ComponentsOf<T>::count; ++c) out[c] = rule(pa[c], pb[c]);
-  return result;
-}
 
 /// out[i] = rule(i) for i below `count`. Whatever the rule reads may be the
 /// output itself: each block is computed before any of it is stored, which also

@@ -1,3 +1,4 @@
+#include "core/arithmetic.h"
 #include "mixers/rules.h"
 #include "processing/mixer.h"
 
@@ -18,7 +19,8 @@ StepMixer<T>::~StepMixer() = default;
 
 template <class T>
 T StepMixer<T>::compute(T const& a, T const& b) const {
-  return perComponent(a, b, [this](auto x, auto y) { return rules::advance(x, y, step_); });
+  return Arithmetic::perComponent<T>([this](auto x, auto y) { return rules::advance(x, y, step_); },
+                                     a, b);
 }
 
 VELMOR_INSTANTIATE_FAMILY(StepMixer);
