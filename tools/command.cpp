@@ -1,0 +1,104 @@
+#include "command.h"
+
+#include <exception>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "names.h"
+#include "output.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+constexpr char const* exitCodes =
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  any other error\n"
+    "  2  wrong usage, or an unknown output extension\n"
+    "  3  input unreadable, or without the object, frame, channel or type asked for\n"
+    "  4  mesh not closed; it is written all the same (see mesh --allow-open)\n"
+    "  5  output not writable\n";
+
+}  // namespace
+
+Command::Command() : app_("Looks into cached simulation frames and works on them.", "velmor") {
+  app_.set_version_flag("--version", "velmor " VELMOR_VERSION);
+  app_.require_subcommand(1);
+  app_.footer(exitCodes);
+}
+
+CLI::App& Command::verb(std::string const& name, std::string const& description,
+                        std::function<void(Session&)> run) {
+  auto& verb = *app_.add_subcommand(name, description);
+  verb.add_option("--threads", common_.threads, "Threads to use; all cores if left out")
+      ->check(CLI::Range(1, 4096))
+      ->type_name("N");
+  verb.add_flag("--quiet", common_.quiet, "Print nothing but errors (and the report of --json)");
+  verb.add_flag("--json", common_.json, "Print the report as one JSON document");
+  verb.footer(exitCodes);
+  verb.callback([this, run = std::move(run)] { chosen_ = run; });
+  return verb;
+}
+
+int Command::usageError(CLI::ParseError const& error) {
+  std::string text = error.what();
+  if (auto const* extras = dynamic_cast<CLI::ExtrasError const*>(&error); extras != nullptr) {
+    std::vector<std::string> names;
+    auto const parsed = app_.get_subcommands();
+    std::string wrong;
+    if (parsed.empty()) {
+      for (auto const* verb : app_.get_subcommands(nullptr)) names.push_back(verb->get_name());
+      auto const rest = app_.remaining();
+      if (!rest.empty()) wrong = rest.front();
+      text = "no verb '" + wrong + "'; there is " + quotedList(names, "none");
+    } else {
+      for (auto const* option : parsed.front()->get_options()) {
+        names.push_back(option->get_name());
+      }
+      auto const rest = parsed.front()->remaining(true);
+      if (!rest.empty()) wrong = rest.front();
+    }
+    auto const nearest = nearestName(wrong, names);
+    if (!nearest.empty()) text += "; did you mean '" + nearest + "'?";
+  }
+  print(Failure(ExitCode::Usage, "", text + "\nRun 'velmor --help' or 'velmor VERB --help'."));
+  return static_cast<int>(ExitCode::Usage);
+}
+
+int Command::run(int argc, char const* const* argv) {
+  try {
+    app_.parse(argc, argv);
+  } catch (CLI::ParseError const& e) {
+    // Help and version come as errors of code 0.
+    if (e.get_exit_code() == 0) return app_.exit(e);
+    return usageError(e);
+  }
+  try {
+    handleSignals();
+    Session session(common_);
+    chosen_(session);
+    return static_cast<int>(session.code());
+  } catch (Failure const& e) {
+    print(e);
+    return static_cast<int>(e.code());
+  } catch (std::bad_alloc const&) {
+    print(Failure(ExitCode::Other, "", "not enough memory"));
+  } catch (std::exception const& e) {
+    print(Failure(ExitCode::Other, "", e.what()));
+  }
+  return static_cast<int>(ExitCode::Other);
+}
+
+void addInput(CLI::App& verb, InputOptions& options) {
+  verb.add_option("input", options.path, "A cache file (.vdb) or a folder of them")
+      ->required()
+      ->type_name("INPUT");
+  verb.add_option("--object", options.object, "The object; may be left out where there is one")
+      ->type_name("NAME");
+  verb.add_option("--frame", options.frame, "The frame; may be left out where there is one")
+      ->type_name("N");
+}
+
+}  // namespace Velmor::Tool

@@ -1,0 +1,223 @@
+#include "input.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "names.h"
+#include "velmorapi/state_server.h"
+#include "velmorhost/files.h"
+#include "velmorhost/scene.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+// The graph that looks into the input; it lives as long as this.
+class ScanGraph {
+ public:
+  explicit ScanGraph(std::string const& path)
+      : graph_(API::ObjectModel::createActiveGraph(name)),
+        importer_(graph_.createCacheResourceImporter(path)) {}
+  ~ScanGraph() { API::ObjectModel::removeActiveGraph(name); }
+  ScanGraph(ScanGraph const&) = delete;
+  ScanGraph& operator=(ScanGraph const&) = delete;
+
+  API::Runtime::ActiveGraph const& graph() const { return graph_; }
+  API::Runtime::CacheResourceImporter const& importer() const { return importer_; }
+
+ private:
+  static constexpr char const* name = "velmor command input";
+  API::Runtime::ActiveGraph graph_;
+  API::Runtime::CacheResourceImporter importer_;
+};
+
+std::string didYouMean(std::string const& name, std::vector<std::string> const& candidates) {
+  auto const nearest = nearestName(name, candidates);
+  return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+}
+
+std::vector<std::string> objectNames(std::vector<CacheObject> const& objects) {
+  std::vector<std::string> names;
+  for (auto const& object : objects) names.push_back(object.name);
+  return names;
+}
+
+}  // namespace
+
+void Input::fail(std::string const& text) const { throw Failure(ExitCode::Input, path_, text); }
+
+Input::Input(std::string path) : path_(std::move(path)) {
+  struct stat there {};
+  if (stat(path_.c_str(), &there) != 0) fail(std::strerror(errno));
+  isFile_ = !S_ISDIR(there.st_mode);
+  if (isFile_ && !S_ISREG(there.st_mode)) fail("neither a file nor a folder");
+  if (isFile_ && access(path_.c_str(), R_OK) != 0) fail(std::strerror(errno));
+  if (!isFile_) {
+    auto* const folder = opendir(path_.c_str());
+    if (folder == nullptr) fail(std::strerror(errno));
+    closedir(folder);
+  }
+
+  ScanGraph const scan(path_);
+  auto const status = scan.importer().readFiles(false, false, "", "");
+  if (!status.succeeded()) fail(status.message().str());
+  for (auto const& file : Host::cacheFiles(scan.importer())) {
+    if (objects_.empty() || objects_.back().name != file.object) {
+      objects_.push_back({file.object, file.numbered, {}});
+    }
+    objects_.back().frames.push_back(file.frame);
+  }
+  for (auto& object : objects_) {
+    std::sort(object.frames.begin(), object.frames.end());
+    object.frames.erase(std::unique(object.frames.begin(), object.frames.end()),
+                        object.frames.end());
+  }
+  if (objects_.empty()) {
+    fail(isFile_ ? "not a cache file (.vdb)" : "no cache files (.vdb) in this folder");
+  }
+}
+
+CacheObject const& Input::object(std::string const& name) const {
+  auto const names = objectNames(objects_);
+  if (name.empty()) {
+    if (objects_.size() == 1) return objects_.front();
+    fail("holds several objects; choose one with --object: " + quotedList(names, ""));
+  }
+  auto const found = std::find(names.begin(), names.end(), name);
+  if (found == names.end()) {
+    fail("no object '" + name + "'; there is " + quotedList(names, "none") +
+         didYouMean(name, names));
+  }
+  return objects_[static_cast<std::size_t>(found - names.begin())];
+}
+
+int Input::frameOrFirst(CacheObject const& object, std::optional<int> frame) const {
+  if (!frame) return object.frames.front();
+  if (object.numbered && !std::binary_search(object.frames.begin(), object.frames.end(), *frame)) {
+    fail("object '" + object.name + "' has no frame " + std::to_string(*frame) + "; it has " +
+         frameList(object.frames));
+  }
+  return *frame;
+}
+
+Selection Input::select(InputOptions const& options) const {
+  auto const& chosen = object(options.object);
+  if (!options.frame && chosen.frames.size() > 1) {
+    fail("object '" + chosen.name +
+         "' has several frames; choose one with --frame: " + frameList(chosen.frames));
+  }
+  return {chosen.name, frameOrFirst(chosen, options.frame)};
+}
+
+API::String Input::query(Selection const& selection) const {
+  auto const frame = "frame=" + std::to_string(selection.frame);
+  // A file is one object, whatever its name.
+  return isFile_ ? frame : frame + ", name=\"" + selection.object + "\"";
+}
+
+API::Object Input::load(Selection const& selection) const {
+  ScanGraph const scan(path_);
+  scan.importer().readFiles(false, false, selection.object, "");
+  API::Array<API::String> ids;
+  scan.importer().resIDs(selection.object, selection.frame, ids);
+  if (ids.count() != 1) {
+    fail("object '" + selection.object + "', frame " + std::to_string(selection.frame) + ": " +
+         std::to_string(ids.count()) + " files hold it");
+  }
+  API::Runtime::CacheResource const resource = scan.graph().resource(selection.frame, ids[0]);
+  auto const status = resource.load({});
+  if (!status.succeeded()) fail(status.message().str());
+  API::StateServer const server = resource.dataSource();
+  API::Object const object = server.findObject(selection.object);
+  if (!object.valid()) fail("the file holds no object '" + selection.object + "'");
+  return object;
+}
+
+std::string typeName(API::DataType type) {
+  switch (type) {
+    case API::DataType::Float:
+      return "float";
+    case API::DataType::Float2:
+      return "float2";
+    case API::DataType::Float3:
+      return "float3";
+    case API::DataType::Int:
+      return "int";
+    case API::DataType::Int2:
+      return "int2";
+    case API::DataType::Int3:
+      return "int3";
+    case API::DataType::None:
+      break;
+  }
+  return "none";
+}
+
+std::optional<FoundChannel> findChannel(API::Object const& object, std::string const& name) {
+  for (auto const& component : object.components()) {
+    API::VoxelComponent const voxels = component;
+    for (auto const& channel : voxels.channels()) {
+      FoundChannel const found{voxels.name().str(), channel.name().str()};
+      if (name == found.channel || name == found.component + "/" + found.channel) return found;
+    }
+  }
+  return std::nullopt;
+}
+
+FoundChannel defaultDistance(API::Object const& object, std::string const& subject) {
+  std::vector<FoundChannel> floats, levelSets;
+  for (auto const& component : object.components()) {
+    API::VoxelComponent const voxels = component;
+    for (auto const& channel : voxels.channels()) {
+      if (channel.dataType() != API::DataType::Float) continue;
+      floats.push_back({voxels.name().str(), channel.name().str()});
+      if (floats.back().channel == "distance") return floats.back();
+      if (Host::fieldClass(channel) == Host::FieldClass::LevelSet) {
+        levelSets.push_back(floats.back());
+      }
+    }
+  }
+  if (levelSets.size() == 1) return levelSets.front();
+  std::vector<std::string> candidates;
+  for (auto const& c : levelSets.empty() ? floats : levelSets) {
+    candidates.push_back(c.component == "volume" ? c.channel : c.component + "/" + c.channel);
+  }
+  throw Failure(ExitCode::Input, subject,
+                std::string("no channel 'distance' and ") +
+                    (levelSets.empty() ? "no level set" : "several level sets") +
+                    "; choose one with --channel: " + quotedList(candidates, "no float channel"));
+}
+
+std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted) {
+  std::vector<std::string> names;
+  for (auto const& component : object.components()) {
+    API::VoxelComponent const voxels = component;
+    for (auto const& channel : voxels.channels()) {
+      if (channel.dataType() == wanted) {
+        names.push_back(channel.name().str());
+      } else if (channel.name() == name) {
+        return "'" + name + "' holds " + typeName(channel.dataType()) + " values, not " +
+               typeName(wanted) + ".";
+      }
+    }
+  }
+  auto const nearest = nearestName(name, names);
+  return nearest.empty() ? "" : "Did you mean '" + nearest + "'?";
+}
+
+std::array<double, 3> origin(API::Component const& component) {
+  // Components of one object can lie differently; what they share is the object's.
+  auto dictionary = component.dictionary();
+  if (!dictionary.hasValue("origin")) {
+    dictionary = API::Object(component.object()).dictionary();
+  }
+  auto const value = dictionary.value<orlen::Math::vec<3, float>>("origin");
+  return {static_cast<double>(value.x), static_cast<double>(value.y), static_cast<double>(value.z)};
+}
+
+}  // namespace Velmor::Tool

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "session.h"
+#include "velmorapi/component.h"
+#include "velmorapi/object_model.h"
+#include "velmorapi/runtime.h"
+
+namespace Velmor::Tool {
+
+/// What the user named.
+struct InputOptions {
+  std::string path;  ///< a cache file or a cache folder
+  std::string object;
+  std::optional<int> frame;
+};
+
+/// An object in the input and where its frames are.
+struct CacheObject {
+  std::string name;
+  bool numbered = true;  ///< else its one file stands for every frame
+  std::vector<int> frames;
+};
+
+/// One object at one frame.
+struct Selection {
+  std::string object;
+  int frame = 0;
+};
+
+/// A cache file or folder given on the command line. Every problem is thrown as
+/// a `Failure` of code `Input` whose text lists what there is.
+class Input {
+ public:
+  /// Looks what is there; loads nothing.
+  explicit Input(std::string path);
+
+  std::string const& path() const noexcept { return path_; }
+  std::vector<CacheObject> const& objects() const noexcept { return objects_; }
+
+  /// The object of that name; without a name the only one.
+  CacheObject const& object(std::string const& name) const;
+  /// Object and frame; what is not named must be the only one.
+  Selection select(InputOptions const& options) const;
+  /// The frame of an object, or its first one.
+  int frameOrFirst(CacheObject const& object, std::optional<int> frame) const;
+
+  /// Parameters of a shape: the folder and the query that make it load the selection.
+  API::String cacheFolder() const { return path_; }
+  API::String query(Selection const& selection) const;
+
+  /// Loads a selection by itself, without any shape.
+  API::Object load(Selection const& selection) const;
+
+ private:
+  [[noreturn]] void fail(std::string const& text) const;
+
+  std::string path_;
+  bool isFile_ = false;
+  std::vector<CacheObject> objects_;
+};
+
+/// A channel found in an object.
+struct FoundChannel {
+  std::string component;
+  std::string channel;
+};
+
+/// The voxel channel that `name` ("channel" or "component/channel") means.
+std::optional<FoundChannel> findChannel(API::Object const& object, std::string const& name);
+
+/// Without a name: the float channel "distance", else the only float level set.
+/// Throws a `Failure` of code `Input` that lists the candidates where that does
+/// not decide.
+FoundChannel defaultDistance(API::Object const& object, std::string const& subject);
+
+/// What to say to a user whose channel name does not fit: the nearest name of a
+/// channel of that type, or the type that the channel has. May be empty.
+std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted);
+
+/// "float", "float2", ... as users read it.
+std::string typeName(API::DataType type);
+
+/// How far the world of a component lies from its own coordinates.
+std::array<double, 3> origin(API::Component const& component);
+
+}  // namespace Velmor::Tool

@@ -1,0 +1,87 @@
+#include "session.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "velmorhost/settings.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+// One write per message, so that lines of several processes do not mix.
+void say(std::string const& text) {
+  auto const line = text + "\n";
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace
+
+void print(Failure const& failure) {
+  std::string text = "velmor: ";
+  if (!failure.subject().empty()) text += failure.subject() + ": ";
+  say(text + failure.what());
+}
+
+Session::Session(CommonOptions const& options) : options_(options) {
+  Host::setThreadCount(options.threads);
+  if (options.threads > 0) {
+    threads_.emplace(tbb::global_control::max_allowed_parallelism,
+                     static_cast<std::size_t>(options.threads));
+  }
+  Host::setMessageHandler([this](Host::Severity severity, std::string const& text) {
+    switch (severity) {
+      case Host::Severity::Note:
+        note(text);
+        break;
+      case Host::Severity::Warning:
+        warn(text);
+        break;
+      case Host::Severity::Error:
+        say("velmor: " + text);
+        break;
+    }
+  });
+}
+
+Session::~Session() { Host::setMessageHandler(nullptr); }
+
+void Session::note(std::string const& text) {
+  std::lock_guard const lock(mutex_);
+  if (!options_.quiet) say("velmor: note: " + text);
+}
+
+void Session::warn(std::string const& text) {
+  std::lock_guard const lock(mutex_);
+  warnings_.push_back(text);
+  if (!options_.quiet) say("velmor: warning: " + text);
+}
+
+void Session::error(Failure const& failure) {
+  print(failure);
+  if (code_ == ExitCode::Success) code_ = failure.code();
+}
+
+void Session::check(Processing::Status const& status, std::string const& subject, ExitCode code) {
+  for (auto const& text : status.warnings()) warn(subject + ": " + text.str());
+  if (!status) throw Failure(code, subject, status.error().str());
+}
+
+void Session::report(Json document, std::string const& text) {
+  std::string out;
+  if (options_.json) {
+    document["warnings"] = warnings_;
+    // File names are bytes; what is no UTF-8 must not spoil the document.
+    out = document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  } else if (!options_.quiet) {
+    out = text;
+  }
+  auto* const stream = reportToError_ ? stderr : stdout;
+  if (std::fwrite(out.data(), 1, out.size(), stream) != out.size() || std::fflush(stream) != 0) {
+    throw Failure(ExitCode::Output, reportToError_ ? "standard error" : "standard output",
+                  std::strerror(errno));
+  }
+}
+
+}  // namespace Velmor::Tool

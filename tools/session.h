@@ -1,0 +1,71 @@
+#pragma once
+
+#include <oneapi/tbb/global_control.h>
+
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "failure.h"
+#include "processing/status.h"
+
+namespace Velmor::Tool {
+
+/// Keeps the order in which fields are added.
+using Json = nlohmann::ordered_json;
+
+/// Options that every verb has.
+struct CommonOptions {
+  int threads = 0;  ///< 0: all cores allowed to the process
+  bool quiet = false;
+  bool json = false;
+};
+
+/// One run of a verb: its messages and its report. While it lives, the host's
+/// messages come here and all work keeps to the number of threads asked for.
+class Session {
+ public:
+  explicit Session(CommonOptions const& options);
+  ~Session();
+  Session(Session const&) = delete;
+  Session& operator=(Session const&) = delete;
+
+  CommonOptions const& options() const noexcept { return options_; }
+
+  /// "velmor: note: ..." on standard error; not with --quiet.
+  void note(std::string const& text);
+  /// "velmor: warning: ..." on standard error; not with --quiet. The report
+  /// holds all warnings under "warnings".
+  void warn(std::string const& text);
+  /// Prints an error without ending the verb; `run` of the command then returns
+  /// its code unless something worse comes.
+  void error(Failure const& failure);
+  /// Passes a status on: warnings as warnings, an error as a `Failure` with its
+  /// text word for word. Warnings and the error are about `subject`.
+  void check(Processing::Status const& status, std::string const& subject,
+             ExitCode code = ExitCode::Input);
+
+  /// Reports go to standard error from now on, because data goes to standard output.
+  void reportToStandardError() noexcept { reportToError_ = true; }
+  /// Prints the verb's report: `document` with --json, else `text` unless
+  /// --quiet. Throws `Failure` where it cannot be written.
+  void report(Json document, std::string const& text);
+
+  /// The code of the errors so far.
+  ExitCode code() const noexcept { return code_; }
+
+ private:
+  CommonOptions options_;
+  std::mutex mutex_;  // the host may report from any thread
+  std::vector<std::string> warnings_;
+  bool reportToError_ = false;
+  ExitCode code_ = ExitCode::Success;
+  std::optional<tbb::global_control> threads_;
+};
+
+/// Prints a failure on standard error.
+void print(Failure const& failure);
+
+}  // namespace Velmor::Tool

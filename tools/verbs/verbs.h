@@ -1,0 +1,11 @@
+#pragma once
+
+namespace Velmor::Tool {
+
+class Command;
+
+/// One function per verb, each in the file of its name.
+void addInfo(Command& command);
+void addMesh(Command& command);
+
+}  // namespace Velmor::Tool
