@@ -1,0 +1,207 @@
+#include "processing/surface.h"
+
+#include <limits>
+#include <memory>
+#include <type_traits>
+
+#include "shapes/shape_case.h"
+
+namespace Velmor::Processing {
+namespace {
+
+using Test::errorOf;
+using Test::Float3;
+using Test::leafValues;
+using Test::ObjectBuilder;
+using Test::voxelScaleOf;
+using Test::warningsOf;
+
+static_assert(std::is_base_of_v<Shape, Surface> && std::is_copy_constructible_v<Surface> &&
+              std::is_copy_assignable_v<Surface>);
+
+class SurfaceTest : public Test::ShapeCase {
+ protected:
+  static ObjectBuilder sphere() {
+    ObjectBuilder builder("liquid");
+    builder.sphere(builder.voxels(), 4.f);
+    return builder;
+  }
+
+  SurfaceParameters parametersOf(ObjectBuilder const& builder) const {
+    folder.write(builder.object(), 1);
+    auto parameters = parametersFor<SurfaceParameters>("name=liquid, frame=1");
+    parameters.point_component = "";
+    return parameters;
+  }
+  SurfaceParameters sphereParameters() const { return parametersOf(sphere()); }
+
+  static std::vector<float> distancesOf(Surface const& surface) {
+    return leafValues<float>(surface.distance());
+  }
+
+  /// The values of all tiles above the leaves.
+  static std::vector<float> coarseValues(API::VoxelChannel const& channel) {
+    std::vector<float> values;
+    API::Layout const layout(channel.layout());
+    for (auto tiles = layout.tileIterator(0, layout.maxDepth() - 1, API::TraversalMode::Serial);
+         tiles.valid(); tiles.next()) {
+      auto const tile = channel.tileData<float>(tiles.index());
+      values.insert(values.end(), tile.data, tile.data + tile.count);
+    }
+    return values;
+  }
+
+  template <class Rule>
+  static void expectEach(std::vector<float> const& before, std::vector<float> const& after,
+                         Rule const& rule) {
+    ASSERT_FALSE(before.empty());
+    ASSERT_EQ(before.size(), after.size());
+    for (std::size_t v = 0; v < before.size(); ++v) ASSERT_EQ(after[v], rule(before[v])) << v;
+  }
+};
+
+TEST_F(SurfaceTest, TakesTheDistanceAsItIsByDefault) {
+  auto const builder = sphere();
+  Surface const surface(parametersOf(builder));
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+  EXPECT_EQ(surface.distance().name(), "distance");
+  EXPECT_EQ(
+      distancesOf(surface),
+      leafValues<float>(
+          API::VoxelComponent(builder.object().findComponent("volume")).findChannel("distance")));
+  EXPECT_EQ(surface.accel().name(), "accel");
+  EXPECT_EQ(surface.accel().voxelScale(), 0.1f / 5.f);
+  EXPECT_GT(Host::tileCount(surface.accel(), 7), 0u);
+  EXPECT_EQ(surface.accel().stateID(), surface.distance().stateID());
+}
+
+TEST_F(SurfaceTest, TakesTheChannelOfTheGivenName) {
+  ObjectBuilder const builder("liquid");
+  builder.sphere(builder.voxels(), 4.f, "phi");
+  auto parameters = parametersOf(builder);
+  parameters.distance_channel = "phi";
+  Surface const surface(parameters);
+  EXPECT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_EQ(surface.distance().name(), "phi");
+}
+
+TEST_F(SurfaceTest, DilatesByAmountsBeyondTheEpsilonOfEitherSign) {
+  auto parameters = sphereParameters();
+  auto const before = distancesOf(Surface(parameters));
+  for (float amount : {1e-8f, std::numeric_limits<float>::epsilon()}) {
+    parameters.dilate = amount;
+    expectEach(before, distancesOf(Surface(parameters)), [](float d) { return d; });
+  }
+  for (float amount : {0.5f, -0.5f}) {
+    parameters.dilate = amount;
+    expectEach(before, distancesOf(Surface(parameters)), [&](float d) { return -amount + d; });
+  }
+}
+
+TEST_F(SurfaceTest, ErodesAfterItDilates) {
+  auto parameters = sphereParameters();
+  auto const before = distancesOf(Surface(parameters));
+  parameters.erode = -1e-8f;
+  expectEach(before, distancesOf(Surface(parameters)), [](float d) { return d; });
+  parameters.dilate = 1e8f;
+  parameters.erode = 0.25f;
+  // In this order the large dilation swallows the distance and the erosion.
+  expectEach(before, distancesOf(Surface(parameters)), [](float d) { return 0.25f + (-1e8f + d); });
+}
+
+TEST_F(SurfaceTest, FiltersInCacheUnitsAndThenScalesAllDepths) {
+  auto parameters = sphereParameters();
+  Surface const plain(parameters);
+  auto const leaves = distancesOf(plain);
+  auto const coarse = coarseValues(plain.distance());
+  auto const background = plain.distance().backgroundValue<float>();
+  parameters.space_scale = 2.f;
+  parameters.dilate = 0.1f;
+  Surface const surface(parameters);
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  auto const rule = [](float d) { return 2.f * (-0.1f + d); };
+  expectEach(leaves, distancesOf(surface), rule);
+  expectEach(coarse, coarseValues(surface.distance()), rule);
+  EXPECT_EQ(surface.distance().backgroundValue<float>(), background);
+  EXPECT_EQ(voxelScaleOf(surface.voxels()), 2.f * 0.1f);
+}
+
+TEST_F(SurfaceTest, SpaceScaleChangesTheAccelerationsScaleButNotItsTiles) {
+  auto parameters = sphereParameters();
+  Surface const plain(parameters);
+  parameters.space_scale = 2.f;
+  Surface const surface(parameters);
+  EXPECT_EQ(surface.accel().voxelScale(), 2.f * 0.1f / 5.f);
+  auto const tilesOf = [](API::Layout const& layout) {
+    std::vector<API::TileCoord> coords;
+    auto const accessor = layout.tileAccessor();
+    for (auto tiles = layout.tileIterator(0, 7, API::TraversalMode::Serial); tiles.valid();
+         tiles.next()) {
+      coords.push_back(accessor.tile(tiles.index()).coord());
+    }
+    return coords;
+  };
+  EXPECT_EQ(tilesOf(surface.accel()), tilesOf(plain.accel()));
+}
+
+TEST_F(SurfaceTest, NeedsAVoxelComponent) {
+  ObjectBuilder const builder("liquid");
+  builder.points({{0.5f, 0.5f, 0.5f}}, "particle", 0.2f);
+  folder.write(builder.object(), 1);
+  auto parameters = parametersFor<SurfaceParameters>("name=liquid, frame=1");
+  parameters.space_scale = 4.f;
+  Surface const surface(parameters);
+  EXPECT_EQ(errorOf(surface), "Invalid voxel component.");
+  EXPECT_EQ(warningsOf(surface),
+            std::vector<std::string>{"Could not find component named 'volume'."});
+  EXPECT_FALSE(surface.distance().valid());
+  EXPECT_FALSE(surface.accel().valid());
+  // The voxel size is back at that of the cache by then.
+  EXPECT_EQ(voxelScaleOf(surface.points()), 0.2f);
+}
+
+TEST_F(SurfaceTest, KeepsADistanceOfAnotherTypeButBuildsNothingOnIt) {
+  ObjectBuilder const builder("liquid");
+  auto const voxels = builder.voxels();
+  builder.sphere(voxels, 2.f, "phi");
+  builder.channel<Float3>(voxels, "distance", Float3(1.f));
+  auto parameters = parametersOf(builder);
+  parameters.space_scale = 4.f;
+  parameters.dilate = 0.5f;
+  Surface const surface(parameters);
+  EXPECT_EQ(errorOf(surface),
+            "Invalid distance channel 'distance'. Available channels are:\n    phi\n");
+  ASSERT_TRUE(surface.distance().valid());
+  EXPECT_EQ(surface.distance().dataType(), API::DataType::Float3);
+  EXPECT_EQ(leafValues<Float3>(surface.distance()).at(0), Float3(1.f));
+  EXPECT_FALSE(surface.accel().valid());
+  EXPECT_EQ(voxelScaleOf(surface.voxels()), 0.1f);
+}
+
+TEST_F(SurfaceTest, StopsAfterAFailedLoad) {
+  SurfaceParameters parameters;
+  parameters.render_component = SurfaceParameters::Particle;
+  Surface const surface(parameters);
+  EXPECT_EQ(errorOf(surface), "Invalid object query: ''.");
+  EXPECT_FALSE(surface.distance().valid());
+  EXPECT_FALSE(surface.accel().valid());
+}
+
+TEST_F(SurfaceTest, CopiesShareDistanceAndAcceleration) {
+  auto surface = std::make_unique<Surface>(sphereParameters());
+  Surface const copy(*surface);
+  Surface assigned{SurfaceParameters()};
+  assigned = *surface;
+  auto const distance = surface->distance();
+  auto const accel = surface->accel();
+  surface.reset();
+  for (auto const* other : {&copy, &static_cast<Surface const&>(assigned)}) {
+    EXPECT_EQ(other->distance(), distance);
+    EXPECT_EQ(other->accel(), accel);
+    EXPECT_TRUE(other->status());
+  }
+}
+
+}  // namespace
+}  // namespace Velmor::Processing
