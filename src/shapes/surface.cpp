@@ -5,9 +5,13 @@
 
 #include "processing/bounds.h"
 #include "processing/pointwise_filters.h"
+#include "processing/smooth_filter.h"
+#include "processing/stencil_filters.h"
 #include "shapes/candidates.h"
 #include "shapes/level_set.h"
 #include "shapes/parameter_lines.h"
+#include "velmorapi/object_model.h"
+#include "velmorapi/state_server.h"
 
 namespace Velmor::Processing {
 
@@ -34,6 +38,26 @@ char const* nameOf(SurfaceParameters::SmoothMode mode) {
       return "Curvature";
   }
   return "";
+}
+
+/// Moves and smooths the surface in place, in this order whatever the order of the fields.
+void reshape(SurfaceParameters const& p, API::VoxelChannel const& distance) {
+  if (isOn(p.dilate)) DilateFilter<float>(p.dilate).filter(distance, distance);
+  if (p.smooth > 0.f && p.smooth_iterations > 0) {
+    SmoothFilter<float>(static_cast<SmoothFilter<float>::Mode>(p.smooth_mode),
+                        static_cast<unsigned int>(p.smooth_iterations), p.smooth)
+        .filter(distance, distance);
+  }
+  if (isOn(p.erode)) ErodeFilter<float>(p.erode).filter(distance, distance);
+}
+
+/// Makes a float channel beside the distance and fills it from it.
+void derive(Filter const& filter, char const* name, API::VoxelChannel const& distance,
+            API::VoxelComponent const& voxels) {
+  API::StateServer const server(API::ObjectModel::stateServer(voxels.stateID()));
+  API::VoxelChannel const channel(server.createChannel(voxels, API::DataType::Float, name));
+  channel.setBackgroundValue(0.f);
+  filter.filter(distance, channel);
 }
 
 }  // namespace
@@ -113,11 +137,12 @@ Surface::Surface(SurfaceParameters const& parameters) : Shape(parameters) {
     return;
   }
 
-  if (isOn(parameters.dilate)) {
-    DilateFilter<float>(parameters.dilate).filter(distance_, distance_);
+  reshape(parameters, distance_);
+  if (parameters.compute_laplacian) {
+    derive(LaplacianFilter<float>(), "laplacian", distance_, voxels_);
   }
-  if (isOn(parameters.erode)) {
-    ErodeFilter<float>(parameters.erode).filter(distance_, distance_);
+  if (parameters.compute_curvature) {
+    derive(CurvatureFilter<float>(), "curvature", distance_, voxels_);
   }
 
   if (isOn(parameters.space_scale - 1.f)) {

@@ -9,6 +9,7 @@ namespace {
 using Test::errorOf;
 using Test::Float3;
 using Test::ObjectBuilder;
+using Test::voxelScaleOf;
 
 class LevelSetOfParticles : public Test::ShapeCase {
  protected:
@@ -40,7 +41,7 @@ TEST_F(LevelSetOfParticles, ReplacesTheLoadedVoxels) {
   Host::failCalls(Host::Call::CreateLevelSet);
   Surface const surface(parameters);
   EXPECT_EQ(surface.voxels().name(), "spray-volume");
-  EXPECT_EQ(Test::voxelScaleOf(surface.voxels()), 0.2f);
+  EXPECT_EQ(voxelScaleOf(surface.voxels()), 0.2f);
   EXPECT_TRUE(surface.voxels().findChannel("distance").valid());
   EXPECT_EQ(API::Channel(surface.voxels().findChannel("velocity")).dataType(),
             API::DataType::Float3);
@@ -60,7 +61,7 @@ TEST_F(LevelSetOfParticles, SaysWhichChannelCannotBeMade) {
     Host::failCalls(Host::Call::CreateChannel, 1, skip);
     Surface const surface(parameters);
     errors.insert(errorOf(surface));
-    if (!surface.status()) EXPECT_FALSE(surface.accel().valid());
+    EXPECT_FALSE(surface.accel().valid()) << skip;
   }
   EXPECT_EQ(errors.count("Failed to create voxel channel 'distance'."), 1u);
   EXPECT_EQ(errors.count("Failed to create voxel channel 'velocity'."), 1u);

@@ -12,6 +12,7 @@ namespace {
 using Test::errorOf;
 using Test::Float3;
 using Test::ObjectBuilder;
+using Test::warningsOf;
 
 static_assert(std::is_base_of_v<Shape, Points> && std::is_copy_constructible_v<Points>);
 
@@ -90,7 +91,7 @@ TEST_F(PointsTest, AMissingPositionChannelIsSilent) {
   parameters.position_channel = "rest";
   auto const points = load({{0.5f, 0.5f, 0.5f}}, parameters);
   EXPECT_TRUE(points.status());
-  EXPECT_EQ(Test::warningsOf(points), std::vector<std::string>{});
+  EXPECT_EQ(warningsOf(points), std::vector<std::string>{});
   EXPECT_FALSE(points.positionChannel().valid());
   API::Array<Float3> world = {Float3(9.f)};
   EXPECT_FALSE(points.positions(world));
