@@ -1,0 +1,87 @@
+#include "velmorapi/channel.h"
+
+#include <cstring>
+
+#include "core/channel_item.h"
+#include "core/sampler_item.h"
+#include "core/server_item.h"
+
+namespace Velmor::API {
+
+namespace {
+
+ChannelItem* channelOf(Ref const& ref) { return static_cast<ChannelItem*>(ref.item()); }
+
+void* pointValues(PointChannelItem& channel, TreeIndex const& index, std::size_t& count,
+                  std::int32_t (&strides)[3]) {
+  auto const& starts = channel.ranges().starts;
+  auto const slot = static_cast<std::size_t>(index.slot);
+  if (index.depth != channel.layout().leafDepth() || slot + 1 >= starts.size() ||
+      starts[slot] == starts[slot + 1]) {
+    return nullptr;
+  }
+  count = starts[slot + 1] - starts[slot];
+  strides[0] = 1;
+  return channel.values() + starts[slot] * channel.size();
+}
+
+}  // namespace
+
+Channel::Channel(Ref const& ref) noexcept : StateServerItem(refAs<ChannelItem>(ref)) {}
+
+DataType Channel::dataType() const { return valid() ? channelOf(*this)->type() : DataType::None; }
+
+Ref Channel::layout() const { return valid() ? Ref(&channelOf(*this)->layout()) : Ref(); }
+
+Ref Channel::component() const { return valid() ? Ref(&channelOf(*this)->component()) : Ref(); }
+
+String Channel::fullPathName() const {
+  return valid() ? String(channelOf(*this)->fullPath()) : String();
+}
+
+String Channel::partialPathName() const {
+  return valid() ? String(channelOf(*this)->partialPath()) : String();
+}
+
+void* Channel::tileStorage(DataType type, TreeIndex const& index, std::size_t& count,
+                           std::int32_t& halo, std::int32_t (&strides)[3]) const {
+  count = 0;
+  halo = 0;
+  strides[0] = strides[1] = strides[2] = 0;
+  auto* const channel = channelOf(*this);
+  if (channel == nullptr || channel->type() != type || !channel->layout().exists(index)) {
+    return nullptr;
+  }
+  if (channel->kind() == ItemKind::PointChannel) {
+    return pointValues(*static_cast<PointChannelItem*>(channel), index, count, strides);
+  }
+  count = tileCells;
+  strides[0] = 1;
+  strides[1] = tileWidth;
+  strides[2] = tileWidth * tileWidth;
+  return static_cast<VoxelChannelItem*>(channel)->values(index.depth, index.slot);
+}
+
+bool Channel::background(DataType type, void* value) const {
+  if (!valid() || channelOf(*this)->type() != type) return false;
+  std::memcpy(value, channelOf(*this)->background(), channelOf(*this)->size());
+  return true;
+}
+
+bool Channel::setBackground(DataType type, void const* value) const {
+  if (!valid() || channelOf(*this)->type() != type) return false;
+  channelOf(*this)->setBackground(static_cast<std::byte const*>(value));
+  return true;
+}
+
+VoxelChannel::VoxelChannel(Ref const& ref) noexcept : Channel(refAs<VoxelChannelItem>(ref)) {}
+
+Ref VoxelChannel::createSampler(String const& type, SamplerSpace space) const {
+  bool const known = space == SamplerSpace::Index || space == SamplerSpace::World;
+  if (!valid() || !known || type != VoxelSamplerQBSplineType) return {};
+  return Ref(new SamplerItem(static_cast<VoxelChannelItem*>(item()), space));
+}
+
+PointChannel::PointChannel(Ref const& ref) noexcept : Channel(refAs<PointChannelItem>(ref)) {}
+
+}  // namespace Velmor::API

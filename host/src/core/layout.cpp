@@ -1,0 +1,123 @@
+#include "velmorapi/layout.h"
+
+#include <algorithm>
+
+#include "core/layout_item.h"
+
+namespace Velmor::API {
+
+namespace {
+
+LayoutItem* layoutOf(Ref const& ref) { return static_cast<LayoutItem*>(ref.item()); }
+
+Tile makeTile(LayoutItem* layout, TreeIndex const& index) {
+  return {layout, index, layout->coord(index.depth, index.slot), layout->info(index.depth)};
+}
+
+}  // namespace
+
+Tile Tile::child(int x, int y, int z) const {
+  auto* const layout = static_cast<LayoutItem*>(layout_);
+  auto const inTile = [](int a) { return a >= 0 && a < tileWidth; };
+  if (layout == nullptr || index_.depth >= layout->leafDepth() || !inTile(x) || !inTile(y) ||
+      !inTile(z)) {
+    return {};
+  }
+  auto const slot = layout->child(index_.depth, index_.slot, cellOf(x, y, z));
+  return slot >= 0 ? makeTile(layout, {slot, index_.depth + 1}) : Tile();
+}
+
+TileAccessor::TileAccessor(Ref const& layout) noexcept : layout_(refAs<LayoutItem>(layout)) {}
+
+Tile TileAccessor::tile(int i, int j, int k, int depth) const {
+  auto const found = index(TileCoord{i, j, k}, depth);
+  return found.valid() ? makeTile(layoutOf(layout_), found) : Tile();
+}
+
+Tile TileAccessor::tile(TreeIndex const& index) const {
+  auto* const layout = layoutOf(layout_);
+  return layout != nullptr && layout->exists(index) ? makeTile(layout, index) : Tile();
+}
+
+TreeIndex TileAccessor::index(TileCoord const& voxel, int depth) const {
+  auto const* const layout = layoutOf(layout_);
+  if (layout == nullptr || depth < 0) return {};
+  int from = known_.depth;
+  if (from >= 0 && !known_.holds(voxel)) from = layout->ascend(known_.slots, from, voxel);
+  if (from > depth) return {known_.slots[depth], depth};
+  int const found = layout->descend(known_.slots, from, voxel, depth);
+  if (found < 0) return {};
+  // The chain ends above the leaves: neighbours share all of it then.
+  int const last = std::min(found, layout->leafDepth() - 1);
+  if (last != from || from != known_.depth) {
+    known_.depth = last;
+    known_.extent = static_cast<std::uint32_t>(layout->extent(last));
+    known_.origin = layout->branch(last, known_.slots[last]).coord;
+  }
+  return {known_.slots[found], found};
+}
+
+TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {
+  auto* const layout = layoutOf(layout_);
+  if (layout == nullptr || depth < 0 || depth > layout->leafDepth() || !layout->inRoot(voxel)) {
+    return {};
+  }
+  int at = known_.depth;
+  auto origin = known_.origin;
+  if (at < 0 || !known_.holds(voxel)) {
+    at = layout->ascend(known_.slots, at, voxel);
+    if (at < 0) {
+      auto const root = layout->addRoot();
+      if (root < 0) return {};
+      known_.slots[0] = root;
+      at = 0;
+    }
+    origin = layout->branch(at, known_.slots[at]).coord;
+  }
+  // The chain ends above the leaves: neighbours share all of it then.
+  int const last = std::min(depth, layout->leafDepth() - 1);
+  while (at < last) {
+    auto const slot = layout->addChild(at, known_.slots[at], layout->cellAt(at, origin, voxel));
+    if (slot < 0) break;
+    known_.slots[++at] = slot;
+    origin = layout->branch(at, slot).coord;
+  }
+  known_.depth = at;
+  known_.origin = origin;
+  known_.extent = static_cast<std::uint32_t>(layout->extent(at));
+  if (at < last) return {};
+  if (depth <= at) return {known_.slots[depth], depth};
+  auto const leaf = layout->addChild(at, known_.slots[at], layout->cellAt(at, origin, voxel));
+  return leaf >= 0 ? TreeIndex{leaf, depth} : TreeIndex();
+}
+
+Layout::Layout(Ref const& ref) noexcept : StateServerItem(refAs<LayoutItem>(ref)) {}
+
+float Layout::voxelScale() const { return valid() ? layoutOf(*this)->voxelScale() : 1.f; }
+
+void Layout::setVoxelScale(float scale) const {
+  if (valid()) layoutOf(*this)->setVoxelScale(scale);
+}
+
+int Layout::maxDepth() const { return valid() ? layoutOf(*this)->leafDepth() : 0; }
+
+TileDimInfo Layout::tileDimInfo(int depth) const {
+  if (!valid() || depth < 0 || depth > layoutOf(*this)->leafDepth()) return {};
+  return layoutOf(*this)->info(depth);
+}
+
+TileAccessor Layout::tileAccessor() const { return TileAccessor(*this); }
+
+TileIterator Layout::tileIterator(int minDepth, int maxDepth, TraversalMode) const {
+  if (!valid()) return {};
+  auto const* const layout = layoutOf(*this);
+  Array<TreeIndex> indices;
+  for (int d = std::max(minDepth, 0); d <= std::min(maxDepth, layout->leafDepth()); ++d) {
+    auto const tiles = layout->tiles(d);
+    indices.reserve(indices.count() + static_cast<std::size_t>(tiles.count));
+    for (std::int32_t t = 0; t < tiles.count; ++t) indices.add({tiles.slot(t), d});
+  }
+  return {*this, std::move(indices)};
+}
+
+}  // namespace Velmor::API
