@@ -143,7 +143,7 @@ TEST_F(LevelSetCalls, ReplaceTheVoxelsAndCarryTheFloatChannels) {
   EXPECT_EQ(surface.distance().fullPathName(), "liquid/liquid-volume/distance");
   EXPECT_EQ(work(),
             (Calls{"Layout::setVoxelScale 0.1", "Layout::setVoxelScale 0.1",
-                   "StateServer::removeChannel 'liquid/volume/distance' handles=3",
+                   "StateServer::removeChannel 'liquid/volume/distance' handles=2",
                    "Object::removeComponent 'volume'", "StateServer::removeComponent 'volume'",
                    "StateServer::createComponent 'VoxelComponent' 'liquid-volume' 0.2",
                    "Object::addComponent 'liquid-volume'",
