@@ -1,6 +1,7 @@
 #include <cassert>
 
 #include "core/tile_kernel.h"
+#include "core/tile_width.h"
 
 namespace Velmor::Processing {
 
@@ -26,8 +27,7 @@ class HaloVisitor final : public API::Visitor {
     auto const out = dst_.tileData<T>(index);
     int const width = layout_.tileDimInfo(0).width;
     cache_.update(index);
-    // A channel of another type has no values of type T.
-    if (width < 1 || out.data == nullptr) return;
+    if (!storesWidth(out, width)) return;
     assert(width <= blockEdge);
     if (kernel_ == nullptr) {
       for (int i = 0; i < width; ++i) {
