@@ -102,6 +102,10 @@ class VoxelChannelItem final : public ChannelItem, private VoxelValues {
     return reinterpret_cast<T*>(values(depth, slot));
   }
 
+  Host::Pool const& pool(int depth) const noexcept {
+    return pools_[static_cast<std::size_t>(depth)];
+  }
+
   /// The mask that was given to an existing tile; false if none was.
   bool storedMask(TreeIndex const& index, Host::CellMask& mask) const noexcept;
   void storeMask(TreeIndex const& index, Host::CellMask const& mask);

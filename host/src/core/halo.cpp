@@ -6,43 +6,52 @@
 #include <exception>
 
 #include "core/channel_item.h"
+#include "core/neighbourhood.h"
 
 namespace Velmor::API {
 
 namespace {
 
-/// Where a tile's cells, or what stands for them, are stored: an array of 125
-/// (all bits of the mask), or one value that stands for all (none).
-struct Source {
-  std::byte const* data;
-  std::uint32_t mask;
-};
+/// The tile (13) and its 26 neighbours, x fastest.
+using Sources = std::array<CellSource, 27>;
 
-constexpr std::size_t at(int i) noexcept { return static_cast<std::size_t>(i); }
-
-/// Copies a tile and its border. The 27 sources are the tile (13) and its
-/// neighbours, x fastest.
+/// Copies `count` cells from `first` on to `to`.
 template <class T>
-void fillBlock(std::array<Source, 27> const& sources, T* block) {
-  for (int z = -1; z <= tileWidth; ++z) {
-    int const nz = z < 0 ? 0 : (z < tileWidth ? 1 : 2);
-    for (int y = -1; y <= tileWidth; ++y) {
-      int const ny = y < 0 ? 0 : (y < tileWidth ? 1 : 2);
-      auto const row =
-          static_cast<std::uint32_t>(cellOf(0, y - tileWidth * (ny - 1), z - tileWidth * (nz - 1)));
-      auto const* const three = &sources[at(3 * (ny + 3 * nz))];
-      auto const value = [&](int n, std::uint32_t x) {
-        return reinterpret_cast<T const*>(three[n].data)[(row + x) & three[n].mask];
-      };
-      block[0] = value(0, 4);
-      if (three[1].mask != 0) {
-        std::memcpy(block + 1, reinterpret_cast<T const*>(three[1].data) + row,
-                    tileWidth * sizeof(T));
-      } else {
-        std::fill_n(block + 1, tileWidth, value(1, 0));
+void copyRow(CellSource const& source, std::uint32_t first, T* to) {
+  auto const* const from = reinterpret_cast<T const*>(source.data);
+  if (source.mask != 0) {
+    std::memcpy(to, from + first, tileWidth * sizeof(T));
+  } else {
+    std::fill_n(to, tileWidth, *from);
+  }
+}
+
+/// Copies a tile and its border of one cell, 7 x 7 x 7 in all.
+template <class T>
+void fillBlock(Sources const& sources, T* block) {
+  constexpr int edge = tileWidth + 2;
+  struct Part {
+    int begin, end;  // rows of the block
+    int cell;        // of the first of them in its source
+  };
+  constexpr Part parts[3] = {{0, 1, tileWidth - 1}, {1, edge - 1, 0}, {edge - 1, edge, 0}};
+  auto const* three = sources.data();
+  for (auto const& pz : parts) {
+    for (auto const& py : parts) {
+      auto const left = three[0], middle = three[1], right = three[2];
+      three += 3;
+      auto const* const low = reinterpret_cast<T const*>(left.data);
+      auto const* const high = reinterpret_cast<T const*>(right.data);
+      for (int z = pz.begin; z < pz.end; ++z) {
+        for (int y = py.begin; y < py.end; ++y) {
+          auto const row =
+              static_cast<std::uint32_t>(cellOf(0, py.cell + y - py.begin, pz.cell + z - pz.begin));
+          T* const to = block + edge * (y + edge * z);
+          to[0] = low[(row + tileWidth - 1) & left.mask];
+          copyRow(middle, row, to + 1);
+          to[edge - 1] = high[row & right.mask];
+        }
       }
-      block[6] = value(2, 0);
-      block += 7;
     }
   }
 }
@@ -50,84 +59,27 @@ void fillBlock(std::array<Source, 27> const& sources, T* block) {
 }  // namespace
 
 struct HaloedCacheBase::State {
+  explicit State(VoxelChannel const& handle)
+      : channel(handle), near(*static_cast<VoxelChannelItem const*>(handle.item())) {}
+
   VoxelChannel channel;
-  VoxelChannelItem const* item = nullptr;
+  Neighbourhood near;
 
-  // The 27 tiles around the parent of the last tile, found when first needed.
-  std::int32_t parent = -1;
-  int parentDepth = -1;
-  std::uint64_t stamp = 0;
-  TileCoord parentOrigin;
-  struct Neighbour {
-    std::int32_t slot;         // of the tile beside the parent; -1 if there is none
-    std::byte const* instead;  // then: the coarser cell or background there
-    bool known;
-  };
-  std::array<Neighbour, 27> neighbours;
-
-  // The last path through the tree.
-  std::array<std::int32_t, maxLeafDepth + 1> slots{};
-  int depth = -1;
-
-  void enter(int depthOfParent, std::int32_t slotOfParent) {
-    auto const now = item->layout().stamp();
-    if (parentDepth == depthOfParent && parent == slotOfParent && stamp == now) return;
-    parent = slotOfParent;
-    parentDepth = depthOfParent;
-    stamp = now;
-    parentOrigin = item->layout().coord(parentDepth, parent);
-    for (auto& neighbour : neighbours) neighbour.known = false;
-    neighbours[13] = {parent, nullptr, true};
-  }
-
-  void find(int n) {
-    auto const& layout = item->layout();
-    auto const extent = layout.extent(parentDepth);
-    TileCoord const voxel{parentOrigin.i + (n % 3 - 1) * extent,
-                          parentOrigin.j + (n / 3 % 3 - 1) * extent,
-                          parentOrigin.k + (n / 9 - 1) * extent};
-    int const from = layout.ascend(slots.data(), std::min(depth, parentDepth), voxel);
-    depth = layout.descend(slots.data(), from, voxel, parentDepth);
-    auto& neighbour = neighbours[at(n)];
-    neighbour = {-1, item->background(), true};
-    if (depth < 0) return;
-    auto const slot = slots[at(depth)];
-    if (depth == parentDepth) {
-      neighbour.slot = slot;
-    } else {
-      auto const cell = layout.cellAt(depth, layout.branch(depth, slot).coord, voxel);
-      neighbour.instead = item->values(depth, slot) + at(cell) * item->size();
-    }
-  }
-
-  Source source(int x, int y, int z) {
-    auto const outside = [](int a) { return a < 0 ? 0 : (a < tileWidth ? 1 : 2); };
-    int const nx = outside(x), ny = outside(y), nz = outside(z);
-    int const n = nx + 3 * (ny + 3 * nz);
-    if (!neighbours[at(n)].known) find(n);
-    auto const& neighbour = neighbours[at(n)];
-    if (neighbour.slot < 0) return {neighbour.instead, 0};
-    auto const cell =
-        cellOf(x - tileWidth * (nx - 1), y - tileWidth * (ny - 1), z - tileWidth * (nz - 1));
-    auto const child = item->layout().child(parentDepth, neighbour.slot, cell);
-    if (child >= 0) return {item->values(parentDepth + 1, child), ~std::uint32_t{0}};
-    return {item->values(parentDepth, neighbour.slot) + at(cell) * item->size(), 0};
-  }
-
-  std::array<Source, 27> sources(TreeIndex const& index) {
-    std::array<Source, 27> sources;
+  Sources sources(TreeIndex const& index) {
+    auto const& item = near.channel();
+    Sources sources;
     if (index.depth == 0) {  // the root has no neighbours
-      sources.fill({item->background(), 0});
-      sources[13] = {item->values(0, index.slot), ~std::uint32_t{0}};
+      sources.fill({item.background(), 0});
+      sources[13] = {item.values(0, index.slot), ~std::uint32_t{0}};
       return sources;
     }
-    auto const& record = item->layout().record(index.depth, index.slot);
-    enter(index.depth - 1, record.parent);
-    auto const cell = cellPositions[at(record.cell)];
+    auto const& record = item.layout().record(index.depth, index.slot);
+    near.centre(index.depth - 1, item.layout().branch(index.depth - 1, record.parent).coord);
+    auto const cell = cellPositions[static_cast<std::size_t>(record.cell)];
     auto* source = sources.data();
     for (int z = cell.z - 1; z <= cell.z + 1; ++z) {
       for (int y = cell.y - 1; y <= cell.y + 1; ++y) {
-        for (int x = cell.x - 1; x <= cell.x + 1; ++x) *source++ = this->source(x, y, z);
+        for (int x = cell.x - 1; x <= cell.x + 1; ++x) *source++ = near.source(x, y, z);
       }
     }
     return sources;
@@ -144,9 +96,7 @@ Status HaloedCacheBase::bind(VoxelChannel const& channel, DataType type) {
     return Status::failure("channel '" + channel.name() + "' is of another type");
   }
   try {
-    state_ = new State;
-    state_->channel = channel;
-    state_->item = static_cast<VoxelChannelItem const*>(channel.item());
+    state_ = new State(channel);
   } catch (std::exception const& error) {
     return Status::failure(error.what());
   }
@@ -155,9 +105,10 @@ Status HaloedCacheBase::bind(VoxelChannel const& channel, DataType type) {
 
 Status HaloedCacheBase::gather(TreeIndex const& index, void* block) {
   if (state_ == nullptr) return Status::failure("the haloed cache has no channel");
-  if (!state_->item->layout().exists(index)) return Status::failure("no such tile");
+  auto const& channel = state_->near.channel();
+  if (!channel.layout().exists(index)) return Status::failure("no such tile");
   auto const sources = state_->sources(index);
-  withBits(state_->item->size(),
+  withBits(channel.size(),
            [&]<class Bits>(Bits*) { fillBlock(sources, static_cast<Bits*>(block)); });
   return {};
 }

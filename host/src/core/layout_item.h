@@ -116,6 +116,17 @@ class LayoutItem final : public Item {
     return cellOf(along(v.i, origin.i), along(v.j, origin.j), along(v.k, origin.k));
   }
 
+  /// An entry of a child table: the slot plus one, or 0. Waits for a tile that
+  /// another thread is just making, so that a stamp read before a look-up covers
+  /// what the look-up did not find.
+  static std::int32_t settled(std::atomic<std::int32_t> const& entry) noexcept {
+    auto seen = entry.load(std::memory_order_acquire);
+    while (seen < 0) {
+      std::this_thread::yield();
+      seen = entry.load(std::memory_order_acquire);
+    }
+    return seen;
+  }
   /// The slot of the root, or -1.
   std::int32_t root() const noexcept { return settled(root_) - 1; }
   /// The slot of a child, or -1. `depth` is the parent's.
@@ -167,16 +178,6 @@ class LayoutItem final : public Item {
   static constexpr std::size_t at(int depth) noexcept { return static_cast<std::size_t>(depth); }
   static constexpr std::uint32_t difference(std::int32_t a, std::int32_t b) noexcept {
     return static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b);
-  }
-  // Waits for a tile that another thread is just making, so that a stamp read
-  // before a look-up covers what the look-up did not find.
-  static std::int32_t settled(std::atomic<std::int32_t> const& entry) noexcept {
-    auto seen = entry.load(std::memory_order_acquire);
-    while (seen < 0) {
-      std::this_thread::yield();
-      seen = entry.load(std::memory_order_acquire);
-    }
-    return seen;
   }
   DepthTiles orderedTiles(int depth) const;
   std::int32_t addTile(std::atomic<std::int32_t>& entry, int depth, TileRecord record) noexcept;

@@ -1,8 +1,16 @@
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <type_traits>
 
 #include "core/sampler_item.h"
 #include "velmorapi/channel.h"
+
+// The order of operations, whatever the position: products and sums along y for
+// each of the three x, then along z, then along x, each from the lowest tap up.
+// A position on the border of two voxels has two taps on that axis instead of
+// three, as the third weight is zero: an infinite value there must not matter.
 
 namespace Velmor::API {
 
@@ -14,121 +22,199 @@ using Position = vec<3, float>;
 // Beyond every tree, and exact in float together with its halves.
 constexpr float farAway = 4194304.f;
 
-/// The taps along one axis: voxels `first` to `first + count - 1`, with the
-/// weights of value and derivative. A position on the border of two voxels has
-/// two taps, as the third weight is zero: an infinite value there must not matter.
-struct Axis {
-  std::int32_t first;
-  int count;
-  float weight[3];
-  float slope[3];
+/// Three values that lie side by side along x, as one.
+template <class T>
+struct Row {
+  T x[3];
+  friend Row operator*(Row const& a, float b) { return {{a.x[0] * b, a.x[1] * b, a.x[2] * b}}; }
+  friend Row operator+(Row const& a, Row const& b) {
+    return {{a.x[0] + b.x[0], a.x[1] + b.x[1], a.x[2] + b.x[2]}};
+  }
+};
+using FloatLanes = float __attribute__((vector_size(16)));
+template <>
+struct Row<float> {
+  FloatLanes x;
+  friend Row operator*(Row const& a, float b) { return {a.x * b}; }
+  friend Row operator+(Row const& a, Row const& b) { return {a.x + b.x}; }
 };
 
+template <class T>
+Row<T> makeRow(T const& a, T const& b, T const& c) {
+  if constexpr (std::is_same_v<T, float>) {
+    return {FloatLanes{a, b, c, 0.f}};
+  } else {
+    return {{a, b, c}};
+  }
+}
+
+struct Axis {
+  std::int32_t voxel;  // the one that holds the position
+  float r;             // from its centre, in [-0.5, 0.5)
+
+  bool twoTaps() const { return r == -0.5f; }
+  void weights(float (&w)[3]) const {
+    float const below = 0.5f - r, above = 0.5f + r;
+    w[0] = 0.5f * (below * below);
+    w[1] = 0.75f - r * r;
+    w[2] = 0.5f * (above * above);
+  }
+  void slopes(float (&w)[3]) const {
+    w[0] = r - 0.5f;
+    w[1] = -2.f * r;
+    w[2] = 0.5f + r;
+  }
+};
+
+/// Of a coordinate between -farAway and farAway.
 Axis axisAt(float x) {
-  auto const floor = std::floor(x);
-  float r = x - (floor + 0.5f);
-  auto b = static_cast<std::int32_t>(floor);
+  auto voxel = static_cast<std::int32_t>(x);
+  voxel -= static_cast<std::int32_t>(static_cast<float>(voxel) > x);
+  float r = x - (static_cast<float>(voxel) + 0.5f);
   if (r >= 0.5f) {  // just below an integer, rounded onto it
     r = -0.5f;
-    ++b;
+    ++voxel;
   }
-  float const below = 0.5f - r, above = 0.5f + r;
-  return {b - 1,
-          above == 0.f ? 2 : 3,
-          {0.5f * (below * below), 0.75f - r * r, 0.5f * (above * above)},
-          {-below, -2.f * r, above}};
+  return {voxel, r};
 }
 
-float clampFar(float x) { return x > farAway ? farAway : x < -farAway ? -farAway : x; }
+/// For each voxel from one before a block to one behind it: which of three
+/// blocks holds it, and its number there.
+constexpr std::array<int, 7> blockAlong{0, 1, 1, 1, 1, 1, 2};
+constexpr std::array<int, 7> cellAlong{4, 0, 1, 2, 3, 4, 0};
 
-/// Voxel coordinates of a position in the sampler's space; false if not finite.
-bool toIndex(SamplerItem const& sampler, Position const& position, Position& x) {
-  x = position;
-  if (sampler.space() == SamplerSpace::World) {
-    auto const scale = sampler.channel().layout().voxelScale();
-    x = {x.x / scale, x.y / scale, x.z / scale};
+/// The blocks that taps touch, by where they begin along each axis: a voxel
+/// before the block, inside, or so that the last one lies behind it.
+constexpr auto touchedBlocks = [] {
+  constexpr int along[3] = {0b011, 0b010, 0b110};
+  std::array<std::uint32_t, 27> table{};
+  for (std::size_t n = 0; n < 27; ++n) {
+    for (std::size_t b = 0; b < 27; ++b) {
+      bool const touched = (along[n % 3] >> b % 3 & 1) != 0 &&
+                           (along[n / 3 % 3] >> b / 3 % 3 & 1) != 0 &&
+                           (along[n / 9] >> b / 9 & 1) != 0;
+      if (touched) table[n] |= std::uint32_t{1} << b;
+    }
   }
-  if (!std::isfinite(x.x) || !std::isfinite(x.y) || !std::isfinite(x.z)) return false;
-  x = {clampFar(x.x), clampFar(x.y), clampFar(x.z)};
-  return true;
-}
+  return table;
+}();
 
-/// The taps' values, in a block of nx * ny * nz.
-template <class T>
-void gather(SamplerItem& sampler, Axis const (&axes)[3], T* taps) {
-  sampler.moveTo({axes[0].first + 1, axes[1].first + 1, axes[2].first + 1});
-  auto const& origin = sampler.origin();
-  int const lx = axes[0].first - origin.i, ly = axes[1].first - origin.j,
-            lz = axes[2].first - origin.k;
-  for (int z = lz; z < lz + axes[2].count; ++z) {
-    int const nz = z < 0 ? 0 : (z < tileWidth ? 1 : 2);
-    for (int y = ly; y < ly + axes[1].count; ++y) {
-      int const ny = y < 0 ? 0 : (y < tileWidth ? 1 : 2);
-      for (int x = lx; x < lx + axes[0].count; ++x) {
-        int const nx = x < 0 ? 0 : (x < tileWidth ? 1 : 2);
-        auto const& block = sampler.block(nx + 3 * (ny + 3 * nz));
-        auto const cell = static_cast<std::uint32_t>(
-            cellOf(x - tileWidth * (nx - 1), y - tileWidth * (ny - 1), z - tileWidth * (nz - 1)));
-        *taps++ = reinterpret_cast<T const*>(block.data)[cell & block.mask];
+template <int Count>
+using Constant = std::integral_constant<int, Count>;
+
+/// Reads `ny` * `nz` rows of `nx` taps from voxel (x, y, z) of the block on.
+template <class T, class X, class Y, class Z>
+void gather(SamplerItem& sampler, int x, int y, int z, X nx, Y ny, Z nz, Row<T> (&rows)[3][3]) {
+  auto const side = [](int first, int count) {
+    return first < 0 ? 0 : (first + count <= tileWidth ? 1 : 2);
+  };
+  int const sx = side(x, nx), sy = side(y, ny), sz = side(z, nz);
+  bool const tiles =
+      sampler.prepare(touchedBlocks[static_cast<std::size_t>(sx + 3 * (sy + 3 * sz))]);
+  auto const at = [](int a) { return static_cast<std::size_t>(a + 1); };
+  for (int k = 0; k < nz; ++k) {
+    for (int j = 0; j < ny; ++j) {
+      int const block = 3 * (blockAlong[at(y + j)] + 3 * blockAlong[at(z + k)]);
+      int const cell = cellOf(0, cellAlong[at(y + j)], cellAlong[at(z + k)]);
+      auto& row = rows[k][j];
+      if (tiles && sx == 1) {
+        auto const* const first = sampler.values<T>(block + 1) + cell + x;
+        row = makeRow(first[0], first[1], nx == 3 ? first[2] : T());
+      } else {
+        auto const tap = [&](int i) {
+          int const b = block + blockAlong[at(x + i)];
+          return sampler.values<T>(b)[sampler.isTile(b) ? cell + cellAlong[at(x + i)] : 0];
+        };
+        row = makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
       }
     }
   }
 }
 
-template <class T>
-T weighted(T const* values, float const (&weights)[3], int count) {
-  T sum = values[0] * weights[0] + values[1] * weights[1];
-  if (count == 3) sum = sum + values[2] * weights[2];
+template <class V, class Count>
+V weighted(V const* values, float const (&w)[3], Count count) {
+  V sum = values[0] * w[0] + values[1] * w[1];
+  if (count == 3) sum = sum + values[2] * w[2];
   return sum;
 }
 
-// Along x first, then y, then z, each from the lowest tap up; `wx` to `wz` are
-// the weights or, along the axis of a derivative, the slopes.
-template <class T>
-T sum(T const* taps, Axis const (&axes)[3], float const (&wx)[3], float const (&wy)[3],
-      float const (&wz)[3]) {
-  T planes[3]{};
-  for (int z = 0; z < axes[2].count; ++z) {
-    T rows[3]{};
-    for (int y = 0; y < axes[1].count; ++y) {
-      rows[y] = weighted(taps, wx, axes[0].count);
-      taps += axes[0].count;
-    }
-    planes[z] = weighted(rows, wy, axes[1].count);
+template <class T, class Count>
+T alongX(Row<T> const& row, float const (&w)[3], Count count) {
+  T sum = row.x[0] * w[0] + row.x[1] * w[1];
+  if (count == 3) sum = sum + row.x[2] * w[2];
+  return sum;
+}
+
+template <class T, class X, class Y, class Z>
+void evaluate(SamplerItem& sampler, Axis const (&axes)[3], X nx, Y ny, Z nz, T& value,
+              Position* gradient) {
+  auto const& origin = sampler.origin();
+  Row<T> rows[3][3];
+  gather<T>(sampler, axes[0].voxel - origin.i - 1, axes[1].voxel - origin.j - 1,
+            axes[2].voxel - origin.k - 1, nx, ny, nz, rows);
+  float wx[3], wy[3], wz[3];
+  axes[0].weights(wx);
+  axes[1].weights(wy);
+  axes[2].weights(wz);
+  Row<T> planes[3];
+  for (int k = 0; k < nz; ++k) planes[k] = weighted(rows[k], wy, ny);
+  auto const column = weighted(planes, wz, nz);
+  value = alongX(column, wx, nx);
+  if constexpr (std::is_same_v<T, float>) {
+    if (gradient == nullptr) return;
+    float sx[3], sy[3], sz[3];
+    axes[0].slopes(sx);
+    axes[1].slopes(sy);
+    axes[2].slopes(sz);
+    Row<T> slopes[3];
+    for (int k = 0; k < nz; ++k) slopes[k] = weighted(rows[k], sy, ny);
+    *gradient = {alongX(column, sx, nx), alongX(weighted(slopes, wz, nz), wx, nx),
+                 alongX(weighted(planes, sz, nz), wx, nx)};
   }
-  return weighted(planes, wz, axes[2].count);
 }
 
 template <class T>
-T notANumber() {
-  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-  return T(nan);
+void sampleFinite(SamplerItem& sampler, Position const& x, T& value, Position* gradient) {
+  Axis const axes[3] = {axisAt(x.x), axisAt(x.y), axisAt(x.z)};
+  sampler.moveTo({axes[0].voxel, axes[1].voxel, axes[2].voxel});
+  int const two = axes[0].twoTaps() + axes[1].twoTaps() + axes[2].twoTaps();
+  if (two == 3) {
+    evaluate(sampler, axes, Constant<2>(), Constant<2>(), Constant<2>(), value, gradient);
+  } else if (two == 0) {
+    evaluate(sampler, axes, Constant<3>(), Constant<3>(), Constant<3>(), value, gradient);
+  } else {
+    auto const taps = [](Axis const& axis) { return axis.twoTaps() ? 2 : 3; };
+    evaluate(sampler, axes, taps(axes[0]), taps(axes[1]), taps(axes[2]), value, gradient);
+  }
 }
 
 template <class T>
 void sampleAt(SamplerItem* sampler, Position const& position, T& value, Position* gradient) {
-  value = T();
-  if (gradient != nullptr) *gradient = Position();
-  if (sampler == nullptr || sampler->channel().type() != dataTypeOf<T>) return;
-  Position x;
-  if (!toIndex(*sampler, position, x)) {
-    value = notANumber<T>();
-    if (gradient != nullptr) *gradient = notANumber<Position>();
+  if (sampler == nullptr || sampler->channel().type() != dataTypeOf<T>) {
+    value = T();
+    if (gradient != nullptr) *gradient = Position();
     return;
   }
-  Axis const axes[3] = {axisAt(x.x), axisAt(x.y), axisAt(x.z)};
-  T taps[27];
-  gather(*sampler, axes, taps);
-  value = sum(taps, axes, axes[0].weight, axes[1].weight, axes[2].weight);
-  if constexpr (std::is_same_v<T, float>) {
-    if (gradient == nullptr) return;
-    *gradient = {sum(taps, axes, axes[0].slope, axes[1].weight, axes[2].weight),
-                 sum(taps, axes, axes[0].weight, axes[1].slope, axes[2].weight),
-                 sum(taps, axes, axes[0].weight, axes[1].weight, axes[2].slope)};
-    if (sampler->space() == SamplerSpace::World) {
-      auto const scale = sampler->channel().layout().voxelScale();
-      *gradient = {gradient->x / scale, gradient->y / scale, gradient->z / scale};
+  auto x = position;
+  bool const world = sampler->space() == SamplerSpace::World;
+  auto const scale = world ? sampler->layout().voxelScale() : 1.f;
+  if (world) x = {x.x / scale, x.y / scale, x.z / scale};
+  auto const isNear = [](float a) { return std::abs(a) < farAway; };  // false for NaN
+  if (!isNear(x.x) || !isNear(x.y) || !isNear(x.z)) {
+    if (!std::isfinite(x.x) || !std::isfinite(x.y) || !std::isfinite(x.z)) {
+      constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+      value = T(nan);
+      if (gradient != nullptr) *gradient = Position(nan);
+      return;
     }
+    auto const limit = [](float a) {
+      return std::fmin(std::fmax(a, 1.f - farAway), farAway - 1.f);
+    };
+    x = {limit(x.x), limit(x.y), limit(x.z)};
+  }
+  sampleFinite(*sampler, x, value, gradient);
+  if (world && gradient != nullptr) {
+    *gradient = {gradient->x / scale, gradient->y / scale, gradient->z / scale};
   }
 }
 

@@ -1,45 +1,40 @@
 #include "core/sampler_item.h"
 
-#include <algorithm>
+#include <bit>
 
 namespace Velmor::API {
 
 SamplerItem::SamplerItem(VoxelChannelItem* channel, SamplerSpace space)
-    : Item(ItemKind::VoxelSampler, std::string(), channel), channel_(*channel), space_(space) {}
+    : Item(ItemKind::VoxelSampler, std::string(), channel), space_(space), near_(*channel) {}
 
 void SamplerItem::enter(TileCoord const& voxel) noexcept {
-  auto const& layout = channel_.layout();
-  stamp_ = layout.stamp();  // read first: what is added meanwhile changes it again
-  auto const first = layout.rootOrigin();
-  auto const align = [](std::int32_t a, std::int32_t start) {
-    auto const remainder = (a - start) % tileWidth;
-    return a - (remainder < 0 ? remainder + tileWidth : remainder);
+  stamp_ = layout().stamp();  // read first: what is added meanwhile changes it again
+  constexpr int parentEdge = tileWidth * tileWidth;
+  // Where the grid of parents starts, moved so far out that all differences are positive.
+  auto const start = layout().rootOrigin().i - (1 << 20) * parentEdge;
+  TileCoord parent;
+  auto const locate = [start](std::int32_t v, std::int32_t& origin, std::int32_t& first) {
+    auto const u = static_cast<std::uint32_t>(v - start);
+    auto const cell = u % parentEdge / tileWidth;
+    first = start + static_cast<std::int32_t>(u - u % parentEdge);
+    origin = first + static_cast<std::int32_t>(cell) * tileWidth;
+    return static_cast<std::int8_t>(cell);
   };
-  origin_ = {align(voxel.i, first.i), align(voxel.j, first.j), align(voxel.k, first.k)};
-  for (auto& block : blocks_) block.data = nullptr;
+  cell_.x = locate(voxel.i, origin_.i, parent.i);
+  cell_.y = locate(voxel.j, origin_.j, parent.j);
+  cell_.z = locate(voxel.k, origin_.k, parent.k);
+  near_.centre(layout().leafDepth() - 1, parent);
+  known_ = tiles_ = 0;
 }
 
-void SamplerItem::find(int neighbour) noexcept {
-  auto const& layout = channel_.layout();
-  TileCoord const voxel{origin_.i + (neighbour % 3 - 1) * tileWidth,
-                        origin_.j + (neighbour / 3 % 3 - 1) * tileWidth,
-                        origin_.k + (neighbour / 9 - 1) * tileWidth};
-  int const leaf = layout.leafDepth();
-  int const depth =
-      layout.descend(slots_.data(), layout.ascend(slots_.data(), depth_, voxel), voxel, leaf);
-  depth_ = std::min(depth, leaf - 1);
-  auto& block = blocks_[static_cast<std::size_t>(neighbour)];
-  if (depth < 0) {
-    block = {channel_.background(), 0};
-    return;
-  }
-  auto const slot = slots_[static_cast<std::size_t>(depth)];
-  auto const* const values = channel_.values(depth, slot);
-  if (depth == leaf) {
-    block = {values, ~std::uint32_t{0}};
-  } else {
-    auto const cell = layout.cellAt(depth, layout.branch(depth, slot).coord, voxel);
-    block = {values + static_cast<std::size_t>(cell) * channel_.size(), 0};
+void SamplerItem::find(std::uint32_t blocks) noexcept {
+  known_ |= blocks;
+  for (; blocks != 0; blocks &= blocks - 1) {
+    int const block = std::countr_zero(blocks);
+    auto const source =
+        near_.source(cell_.x + block % 3 - 1, cell_.y + block / 3 % 3 - 1, cell_.z + block / 9 - 1);
+    values_[static_cast<std::size_t>(block)] = source.data;
+    if (source.mask != 0) tiles_ |= std::uint32_t{1} << block;
   }
 }
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 
-#include "core/channel_item.h"
 #include "core/item.h"
+#include "core/neighbourhood.h"
 
 namespace Velmor::API {
 
@@ -16,42 +16,47 @@ class SamplerItem final : public Item {
 
   SamplerItem(VoxelChannelItem* channel, SamplerSpace space);
 
-  VoxelChannelItem const& channel() const noexcept { return channel_; }
+  VoxelChannelItem const& channel() const noexcept { return near_.channel(); }
+  LayoutItem const& layout() const noexcept { return near_.channel().layout(); }
   SamplerSpace space() const noexcept { return space_; }
 
-  /// Where the values of a block of 5 x 5 x 5 voxels are: a leaf tile, or one
-  /// value that stands for all (a coarser cell, or the background).
-  struct Block {
-    std::byte const* data;
-    std::uint32_t mask;  // of cell numbers: all bits, or none for a single value
-  };
-
-  /// Moves to the block that holds a voxel, unless the sampler is there already.
+  /// Moves to the block of 5 x 5 x 5 voxels that holds a voxel, unless the
+  /// sampler is there already. The block need not be a tile.
   void moveTo(TileCoord const& voxel) noexcept {
-    if (stamp_ != channel_.layout().stamp() || !LayoutItem::inside(voxel, origin_, tileWidth)) {
+    if (stamp_ != layout().stamp() || !LayoutItem::inside(voxel, origin_, tileWidth)) {
       enter(voxel);
     }
   }
   /// The first voxel of the current block.
   TileCoord const& origin() const noexcept { return origin_; }
-  /// The current block (13) or one of its 26 neighbours, x fastest.
-  Block const& block(int neighbour) noexcept {
-    auto const n = static_cast<std::size_t>(neighbour);
-    if (blocks_[n].data == nullptr) find(neighbour);
-    return blocks_[n];
+
+  /// Prepares the blocks of a set, one bit per block: the current one is 13,
+  /// around it are its neighbours, x fastest. True if all of them are tiles.
+  bool prepare(std::uint32_t blocks) noexcept {
+    if ((blocks & ~known_) != 0) find(blocks & ~known_);
+    return (blocks & ~tiles_) == 0;
   }
+  /// The values of a prepared block: 125 of a tile, or one.
+  std::byte const* values(int block) const noexcept {
+    return values_[static_cast<std::size_t>(block)];
+  }
+  template <class T>
+  T const* values(int block) const noexcept {
+    return reinterpret_cast<T const*>(values(block));
+  }
+  bool isTile(int block) const noexcept { return ((tiles_ >> block) & 1u) != 0; }
 
  private:
   void enter(TileCoord const& voxel) noexcept;
-  void find(int neighbour) noexcept;
+  void find(std::uint32_t blocks) noexcept;
 
-  VoxelChannelItem& channel_;  // the parent: lives as long as the sampler has handles
-  SamplerSpace space_;
   TileCoord origin_;
   std::uint64_t stamp_ = ~std::uint64_t{0};
-  std::array<Block, 27> blocks_{};
-  std::array<std::int32_t, maxLeafDepth + 1> slots_{};
-  int depth_ = -1;
+  std::uint32_t known_ = 0, tiles_ = 0;
+  std::array<std::byte const*, 27> values_{};
+  CellPosition cell_{};  // of the block in its parent
+  SamplerSpace space_;
+  Neighbourhood near_;  // of the parent channel, which lives as long as the sampler has handles
 };
 
 }  // namespace Velmor::API

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "core/channel_item.h"
+
+namespace Velmor::API {
+
+/// Where the values of a block of 5 x 5 x 5 cells are: the 125 of a tile, or a
+/// single one that stands for all (a coarser cell's, or the background).
+struct CellSource {
+  std::byte const* data;
+  std::uint32_t mask;  // of cell numbers: all bits, or none for a single value
+};
+
+/// Of a cell from one tile before a place to one behind it (0 to 14): which of
+/// the three tiles holds it, and its number there.
+struct CellAlong {
+  std::int8_t tile, cell;
+};
+inline constexpr auto cellsAlong = [] {
+  std::array<CellAlong, std::size_t{3} * tileWidth> table{};
+  for (std::size_t c = 0; c < table.size(); ++c) {
+    table[c] = {static_cast<std::int8_t>(c / tileWidth), static_cast<std::int8_t>(c % tileWidth)};
+  }
+  return table;
+}();
+
+/// Finds the tiles around a place from their parents, of which it remembers 27:
+/// going from tile to tile in tree order then costs a look into a child table
+/// each. It holds addresses, never values, so values may change at any time.
+/// Serves one thread.
+class Neighbourhood {
+ public:
+  /// `channel` must outlive the neighbourhood.
+  explicit Neighbourhood(VoxelChannelItem const& channel) noexcept : channel_(&channel) {}
+
+  VoxelChannelItem const& channel() const noexcept { return *channel_; }
+
+  /// Moves to the place of a tile of `depth` that starts at `origin`, whether
+  /// there is such a tile or not, even outside the root.
+  void centre(int depth, TileCoord const& origin) noexcept {
+    auto const now = channel_->layout().stamp();
+    if (depth == depth_ && origin == origin_ && now == stamp_) return;
+    depth_ = depth;
+    origin_ = origin;
+    stamp_ = now;
+    for (auto& parent : parents_) parent.known = false;
+    childPool_ = &channel_->pool(depth + 1);
+  }
+
+  /// What holds the cells of the child in cell (x, y, z) of the place, each
+  /// from -5 to 9: beside it are its neighbours' children.
+  CellSource source(int x, int y, int z) noexcept {
+    auto const ax = cellsAlong[index(x + tileWidth)];
+    auto const ay = cellsAlong[index(y + tileWidth)];
+    auto const az = cellsAlong[index(z + tileWidth)];
+    int const n = ax.tile + 3 * (ay.tile + 3 * az.tile);
+    auto const& parent = parents_[index(n)];
+    if (!parent.known) find(n);
+    if (parent.branch == nullptr) return {parent.values, 0};
+    auto const cell = index(cellOf(ax.cell, ay.cell, az.cell));
+    auto const child = LayoutItem::settled(parent.branch->children[cell]) - 1;
+    if (child >= 0) return {childPool_->at(child), ~std::uint32_t{0}};
+    return {parent.values + cell * channel_->size(), 0};
+  }
+
+ private:
+  struct Parent {
+    Branch const* branch;     // null if there is no tile of that depth
+    std::byte const* values;  // of the tile, or of the one coarser cell there
+    bool known;
+  };
+  static constexpr std::size_t index(int i) noexcept { return static_cast<std::size_t>(i); }
+  void find(int n) noexcept;
+
+  VoxelChannelItem const* channel_;
+  int depth_ = -1;
+  TileCoord origin_;
+  std::uint64_t stamp_ = 0;
+  std::array<Parent, 27> parents_{};
+  Host::Pool const* childPool_ = nullptr;
+  // The last path through the tree.
+  std::array<std::int32_t, maxLeafDepth + 1> slots_{};
+  int pathDepth_ = -1;
+};
+
+}  // namespace Velmor::API
