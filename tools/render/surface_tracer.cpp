@@ -1,0 +1,119 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "processing/bounds.h"
+#include "processing/intersector.h"
+#include "processing/sampler.h"
+#include "render/ray_box.h"
+#include "render/render.h"
+
+namespace Velmor::Render {
+
+Box reachOf(API::Layout const& layout) {
+  auto const box = Processing::computeBBox(layout);
+  double const voxel = layout.voxelScale();
+  auto const extent = static_cast<double>(layout.tileDimInfo(0).extent);
+  // Half an extent in either direction lies inside the root, however it is placed.
+  double const root = std::floor(extent * 0.5) * voxel;
+  Box reach;
+  for (int a = 0; a < 3; ++a) {
+    reach.min[a] = std::max(box.min[a] - voxel, -root);
+    reach.max[a] = std::min(box.max[a] + voxel, root);
+  }
+  return reach;
+}
+
+struct SurfaceTracer::Impl {
+  Processing::Intersector tiles;
+  Processing::Sampler field;
+  Box reach;
+  float step;  // world units
+
+  Impl(API::VoxelChannel const& distance, API::Layout const& accel)
+      : tiles(accel), field(distance) {
+    API::Layout const source(distance.layout());
+    // The acceleration layout ends sooner than the data do where those are huge.
+    Box const walkable = reachOf(accel);
+    reach = reachOf(source);
+    for (int a = 0; a < 3; ++a) {
+      reach.min[a] = std::max(reach.min[a], walkable.min[a]);
+      reach.max[a] = std::min(reach.max[a], walkable.max[a]);
+    }
+    step = 0.5f * source.voxelScale();
+  }
+
+  float value(Vec3f const& origin, Vec3f const& direction, float t) const {
+    Processing::Sample sample;
+    field.sample(origin + direction * t, sample);
+    return sample.as<float>();
+  }
+
+  // The crossing between `a`, where the field is `fa`, and `b`, on the other side.
+  float refine(Vec3f const& origin, Vec3f const& direction, float a, float fa, float b,
+               float fb) const {
+    for (int n = 0; n < 24 && b - a > 1e-4f * step; ++n) {
+      // The secant's guess, kept off the ends so that both sides shrink.
+      float const span = b - a;
+      float const guess = a + span * std::clamp(fa / (fa - fb), 0.02f, 0.98f);
+      float const fg = value(origin, direction, guess);
+      if ((fg > 0.f) == (fa > 0.f)) {
+        a = guess;
+        fa = fg;
+      } else {
+        b = guess;
+        fb = fg;
+      }
+    }
+    return 0.5f * (a + b);
+  }
+};
+
+SurfaceTracer::SurfaceTracer(API::VoxelChannel const& distance, API::Layout const& accel)
+    : impl_(new Impl(distance, accel)) {}
+SurfaceTracer::SurfaceTracer(SurfaceTracer const& other) : impl_(new Impl(*other.impl_)) {}
+SurfaceTracer::~SurfaceTracer() { delete impl_; }
+
+Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
+  Hit hit;
+  double near = 0., far = std::numeric_limits<double>::max();
+  if (!clipToBox(impl_->reach, origin, direction, near, far)) return hit;
+  // Counting from where the ray meets the data keeps float's precision for them.
+  Vec3f const o = toFloat(origin + direction * near);
+  Vec3f const d = toFloat(direction);
+  auto const end = static_cast<float>(far - near);
+  auto& tiles = impl_->tiles;
+  tiles.init(o, d, 0.f, end);
+  bool outside = impl_->value(o, d, 0.f) > 0.f;
+  for (auto i = tiles.next(); i.valid(); i = tiles.next()) {
+    float before = i.t0;
+    float fBefore = impl_->value(o, d, before);
+    // Between two intervals nothing changes sign, save where the walk passed
+    // over a cell: the crossing is then at this interval's very start.
+    bool crossed = (fBefore > 0.f) != outside;
+    float t = before;
+    while (!crossed && before < i.t1) {
+      float const at = std::min(before + impl_->step, i.t1);
+      float const f = impl_->value(o, d, at);
+      if ((f > 0.f) != outside) {
+        t = impl_->refine(o, d, before, fBefore, at, f);
+        crossed = true;
+      } else if (at <= before) {
+        break;  // too far out for the step to count
+      }
+      before = at;
+      fBefore = f;
+    }
+    if (!crossed) continue;
+    Vec3f gradient;
+    impl_->field.sampleGradient(o + d * t, gradient);
+    double const size = length(toDouble(gradient));
+    hit.found = true;
+    hit.t = near + double{t};
+    if (size > 0. && std::isfinite(size)) hit.normal = toFloat(toDouble(gradient) * (1. / size));
+    return hit;
+  }
+  return hit;
+}
+
+}  // namespace Velmor::Render
