@@ -169,28 +169,65 @@ std::optional<FoundChannel> findChannel(API::Object const& object, std::string c
   return std::nullopt;
 }
 
-FoundChannel defaultDistance(API::Object const& object, std::string const& subject) {
-  std::vector<FoundChannel> floats, levelSets;
+namespace {
+
+struct FloatChannel {
+  FoundChannel at;
+  Host::FieldClass fieldClass;
+};
+
+std::vector<FloatChannel> floatChannels(API::Object const& object) {
+  std::vector<FloatChannel> found;
   for (auto const& component : object.components()) {
     API::VoxelComponent const voxels = component;
     for (auto const& channel : voxels.channels()) {
       if (channel.dataType() != API::DataType::Float) continue;
-      floats.push_back({voxels.name().str(), channel.name().str()});
-      if (floats.back().channel == "distance") return floats.back();
-      if (Host::fieldClass(channel) == Host::FieldClass::LevelSet) {
-        levelSets.push_back(floats.back());
-      }
+      found.push_back({{voxels.name().str(), channel.name().str()}, Host::fieldClass(channel)});
     }
   }
-  if (levelSets.size() == 1) return levelSets.front();
-  std::vector<std::string> candidates;
-  for (auto const& c : levelSets.empty() ? floats : levelSets) {
-    candidates.push_back(c.component == "volume" ? c.channel : c.component + "/" + c.channel);
+  return found;
+}
+
+// The channel of that name, else the only one of that class. What the message
+// calls the class is `kind`.
+FoundChannel defaultChannel(API::Object const& object, std::string const& subject,
+                            std::string const& name, Host::FieldClass fieldClass,
+                            std::string const& kind) {
+  auto const all = floatChannels(object);
+  std::vector<FoundChannel> fitting, candidates;
+  for (auto const& channel : all) {
+    if (channel.at.channel == name) return channel.at;
+    if (channel.fieldClass == fieldClass) fitting.push_back(channel.at);
+    candidates.push_back(channel.at);
+  }
+  if (fitting.size() == 1) return fitting.front();
+  std::vector<std::string> names;
+  for (auto const& c : fitting.empty() ? candidates : fitting) {
+    names.push_back(c.component == "volume" ? c.channel : c.component + "/" + c.channel);
   }
   throw Failure(ExitCode::Input, subject,
-                std::string("no channel 'distance' and ") +
-                    (levelSets.empty() ? "no level set" : "several level sets") +
-                    "; choose one with --channel: " + quotedList(candidates, "no float channel"));
+                "no channel '" + name + "' and " + (fitting.empty() ? "no " : "several ") + kind +
+                    (fitting.empty() ? "" : "s") +
+                    "; choose one with --channel: " + quotedList(names, "no float channel"));
+}
+
+}  // namespace
+
+FoundChannel defaultDistance(API::Object const& object, std::string const& subject) {
+  return defaultChannel(object, subject, "distance", Host::FieldClass::LevelSet, "level set");
+}
+
+FoundChannel defaultDensity(API::Object const& object, std::string const& subject) {
+  auto const all = floatChannels(object);
+  if (all.size() == 1) return all.front().at;
+  return defaultChannel(object, subject, "density", Host::FieldClass::FogVolume, "fog volume");
+}
+
+bool hasDistance(API::Object const& object) {
+  auto const all = floatChannels(object);
+  return std::any_of(all.begin(), all.end(), [](auto const& channel) {
+    return channel.at.channel == "distance" || channel.fieldClass == Host::FieldClass::LevelSet;
+  });
 }
 
 std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted) {

@@ -78,6 +78,13 @@ std::optional<FoundChannel> findChannel(API::Object const& object, std::string c
 /// not decide.
 FoundChannel defaultDistance(API::Object const& object, std::string const& subject);
 
+/// Without a name: the only float channel; else "density", else the only fog
+/// volume. Throws as `defaultDistance` does.
+FoundChannel defaultDensity(API::Object const& object, std::string const& subject);
+
+/// Whether the object holds a float channel that is meant as a distance.
+bool hasDistance(API::Object const& object);
+
 /// What to say to a user whose channel name does not fit: the nearest name of a
 /// channel of that type, or the type that the channel has. May be empty.
 std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted);

@@ -87,7 +87,7 @@ Table readCsv(std::string const& path) {
       if (!text.empty() && text.front() == '+') text.remove_prefix(1);
       auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
       if (error != std::errc() || end != text.data() + text.size()) {
-        fail("'" + std::string(text) + "' is no number");
+        fail(std::string("'").append(text).append("' is no number"));
       }
       table.columns[at++].values.push_back(value);
     });

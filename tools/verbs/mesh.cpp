@@ -1,19 +1,16 @@
 #include "mesh.h"
 
-#include <chrono>
 #include <iomanip>
 #include <locale>
-#include <map>
 #include <memory>
-#include <optional>
 #include <sstream>
 
 #include "command.h"
 #include "names.h"
 #include "output.h"
 #include "processing/mesher.h"
-#include "processing/surface.h"
-#include "velmorhost/files.h"
+#include "stopwatch.h"
+#include "surface_input.h"
 #include "verbs.h"
 #include "writers/mesh_writer.h"
 
@@ -30,47 +27,6 @@ struct MeshOptions {
   std::string output;
 };
 
-class Stopwatch {
- public:
-  double lap() {
-    auto const now = std::chrono::steady_clock::now();
-    auto const seconds = std::chrono::duration<double>(now - last_).count();
-    last_ = now;
-    return seconds;
-  }
-
- private:
-  std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
-};
-
-// Makes the next surface take its distance from that channel.
-void choose(FoundChannel const& channel, Host::DistanceMode mode,
-            Processing::SurfaceParameters& parameters) {
-  auto read = Host::readOptions();
-  read.distance = mode;
-  read.distanceChannel = channel.channel;
-  Host::setReadOptions(read);
-  parameters.voxel_component = channel.component;
-  parameters.distance_channel = channel.channel;
-}
-
-// Where the channel is that the user means, if the surface looked for it in the
-// wrong place: only a loaded object tells what it holds.
-std::optional<FoundChannel> elsewhere(Processing::Surface const& surface,
-                                      MeshOptions const& options,
-                                      Processing::SurfaceParameters const& parameters) {
-  if (surface.status() || !surface.voxels().valid()) return std::nullopt;
-  API::Object const object = surface.voxels().object();
-  auto const found = options.channel.empty()
-                         ? std::optional(defaultDistance(object, options.input.path))
-                         : findChannel(object, options.channel);
-  if (found && found->component == parameters.voxel_component &&
-      found->channel == parameters.distance_channel) {
-    return std::nullopt;
-  }
-  return found;
-}
-
 void run(Session& session, MeshOptions const& options) {
   auto const& format = meshFormat(options.output);
   if (isStandardOutput(options.output)) session.reportToStandardError();
@@ -80,34 +36,13 @@ void run(Session& session, MeshOptions const& options) {
   auto const selection = input.select(options.input);
   checkOutput(options.output);
 
-  Processing::SurfaceParameters parameters;
-  parameters.cache_folder = input.cacheFolder();
-  parameters.object = input.query(selection);
-  parameters.point_component = "";
-  std::optional<Processing::Surface> surface;
-  FoundChannel channel{parameters.voxel_component.str(),
-                       options.channel.empty() ? "distance" : options.channel};
-  for (std::optional<FoundChannel> next = channel; next;
-       next = elsewhere(*surface, options, parameters)) {
-    channel = *next;
-    choose(channel, options.distance, parameters);
-    // The one before goes first: it would take the new one's graph along.
-    surface.reset();
-    surface.emplace(parameters);
-  }
-  if (!surface->status() && surface->voxels().valid()) {
-    auto const hint =
-        channelHint(surface->voxels().object(), channel.channel, API::DataType::Float);
-    if (!hint.empty()) {
-      throw Failure(ExitCode::Input, input.path(), surface->status().error().str() + hint);
-    }
-  }
-  session.check(surface->status(), input.path());
+  auto const [surface, channel, origin] =
+      loadSurface(session, input, selection, options.channel, options.distance);
   double const loadSeconds = watch.lap();
 
   Mesh mesh;
   mesh.voxelSize = API::Layout(surface->voxels().layout()).voxelScale();
-  mesh.origin = origin(surface->voxels());
+  mesh.origin = origin;
   Processing::MarchingCubes(options.subdivisions)
       .mesh(surface->distance(), mesh.vertices, mesh.triangles);
   auto const degenerate = dropDegenerate(mesh);
@@ -193,16 +128,7 @@ void addMesh(Command& command) {
                   "Cuts each voxel into N + 1 cells per axis")
       ->check(CLI::Range(0, 63))
       ->type_name("N");
-  verb.add_option("--distance", options->distance,
-                  "What to do with the channel's values: keep them, scale them by a factor to "
-                  "world units, rebuild a narrow band from their zero crossing, or auto: the "
-                  "first of these that gives a true distance")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, Host::DistanceMode>{{"auto", Host::DistanceMode::Auto},
-                                                    {"keep", Host::DistanceMode::Keep},
-                                                    {"scale", Host::DistanceMode::Scale},
-                                                    {"rebuild", Host::DistanceMode::Rebuild}}))
-      ->type_name("auto|keep|scale|rebuild");
+  addDistanceMode(verb, options->distance);
   verb.add_flag("--allow-open", options->allowOpen,
                 "Open edges are no error: for surfaces that end at a border");
   verb.add_option("-o,--output", options->output,

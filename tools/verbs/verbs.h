@@ -7,5 +7,7 @@ class Command;
 /// One function per verb, each in the file of its name.
 void addInfo(Command& command);
 void addMesh(Command& command);
+void addRender(Command& command);
+void addSample(Command& command);
 
 }  // namespace Velmor::Tool

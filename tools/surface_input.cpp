@@ -1,0 +1,82 @@
+#include "surface_input.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <optional>
+
+namespace Velmor::Tool {
+
+namespace {
+
+// Makes the next surface take its distance from that channel.
+void choose(FoundChannel const& channel, Host::DistanceMode mode,
+            Processing::SurfaceParameters& parameters) {
+  auto read = Host::readOptions();
+  read.distance = mode;
+  read.distanceChannel = channel.channel;
+  Host::setReadOptions(read);
+  parameters.voxel_component = channel.component;
+  parameters.distance_channel = channel.channel;
+}
+
+// Where the channel is that the user means, if the surface looked for it in the
+// wrong place: only a loaded object tells what it holds.
+std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::string const& name,
+                                      std::string const& subject,
+                                      Processing::SurfaceParameters const& parameters) {
+  if (surface.status() || !surface.voxels().valid()) return std::nullopt;
+  API::Object const object = surface.voxels().object();
+  auto const found =
+      name.empty() ? std::optional(defaultDistance(object, subject)) : findChannel(object, name);
+  if (found && found->component == parameters.voxel_component &&
+      found->channel == parameters.distance_channel) {
+    return std::nullopt;
+  }
+  return found;
+}
+
+}  // namespace
+
+LoadedSurface loadSurface(Session& session, Input const& input, Selection const& selection,
+                          std::string const& channel, Host::DistanceMode distance,
+                          Processing::SurfaceParameters parameters) {
+  parameters.cache_folder = input.cacheFolder();
+  parameters.object = input.query(selection);
+  parameters.point_component = "";
+  LoadedSurface loaded;
+  auto& surface = loaded.surface;
+  loaded.channel = {parameters.voxel_component.str(), channel.empty() ? "distance" : channel};
+  for (std::optional<FoundChannel> next = loaded.channel; next;
+       next = elsewhere(*surface, channel, input.path(), parameters)) {
+    loaded.channel = *next;
+    choose(loaded.channel, distance, parameters);
+    // The one before goes first: it would take the new one's graph along.
+    surface.reset();
+    surface = std::make_unique<Processing::Surface>(parameters);
+  }
+  if (!surface->status() && surface->voxels().valid()) {
+    auto const hint =
+        channelHint(surface->voxels().object(), loaded.channel.channel, API::DataType::Float);
+    if (!hint.empty()) {
+      throw Failure(ExitCode::Input, input.path(), surface->status().error().str() + hint);
+    }
+  }
+  session.check(surface->status(), input.path());
+  loaded.origin = origin(surface->voxels());
+  return loaded;
+}
+
+void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode) {
+  verb.add_option("--distance", mode,
+                  "What to do with the channel's values: keep them, scale them by a factor to "
+                  "world units, rebuild a narrow band from their zero crossing, or auto: the "
+                  "first of these that gives a true distance")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Host::DistanceMode>{{"auto", Host::DistanceMode::Auto},
+                                                    {"keep", Host::DistanceMode::Keep},
+                                                    {"scale", Host::DistanceMode::Scale},
+                                                    {"rebuild", Host::DistanceMode::Rebuild}}))
+      ->type_name("auto|keep|scale|rebuild");
+}
+
+}  // namespace Velmor::Tool

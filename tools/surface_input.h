@@ -1,0 +1,33 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <memory>
+#include <string>
+
+#include "input.h"
+#include "processing/surface.h"
+#include "session.h"
+#include "velmorhost/files.h"
+
+namespace Velmor::Tool {
+
+/// A surface loaded from an input, and where its distance was found.
+struct LoadedSurface {
+  std::unique_ptr<Processing::Surface> surface;
+  FoundChannel channel;
+  std::array<double, 3> origin{};  ///< to be added to what the surface says in world space
+};
+
+/// Loads the surface of a selection. `channel` is "channel", "component/channel"
+/// or empty: then "distance", else the only float level set. `parameters` gives
+/// everything but the input, the object and the channel. Status warnings go to
+/// the session; an error is thrown as a `Failure` of code `Input`.
+LoadedSurface loadSurface(Session& session, Input const& input, Selection const& selection,
+                          std::string const& channel, Host::DistanceMode distance,
+                          Processing::SurfaceParameters parameters = {});
+
+/// Adds --distance to a verb.
+void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode);
+
+}  // namespace Velmor::Tool
