@@ -34,7 +34,7 @@ class VELMOR_EXPORT CacheResource : public Resource {
   struct LoadOptions {
     Array<String> channels;                                ///< empty: all
     orlen::Math::bbox<orlen::Math::vec<3, float>> bounds;  ///< cache world units; inverted: all
-    bool keepLoaded = false;  ///< keep what an earlier load of this resource brought
+    bool keepLoaded = false;  ///< do not read again what this resource has loaded
     bool points = true;
     bool voxels = true;
   };
@@ -52,12 +52,18 @@ class VELMOR_EXPORT CacheResourceImporter : public Ref {
  public:
   CacheResourceImporter() noexcept = default;
   CacheResourceImporter(Ref const& ref) noexcept;
-  /// Scans the path. `object` restricts to one object name (empty: all), and
-  /// `pattern` to file names that contain it (empty: all).
+  /// Scans the path. `recursive` takes the files of all folders below it as
+  /// well. Without `reload`, what an earlier scan with the same arguments found
+  /// is kept. `object` restricts to one object name (empty: all), and `pattern`
+  /// to file names that contain it (empty: all). Fails if the path cannot be
+  /// read; a folder that holds nothing is no failure.
   Status readFiles(bool recursive, bool reload, String const& object, String const& pattern) const;
-  /// The objects found, sorted, each once.
+  /// The objects found, sorted, each once. A name that no query can hold has '_'
+  /// in those places.
   Array<String> objectNames() const;
-  /// Appends the identifiers of the files that hold the object at the frame.
+  /// Appends the identifiers of the files that hold the object at the frame:
+  /// those numbered with it, or else those without a number, which stand for
+  /// every frame. Fails if there are none.
   Status resIDs(String const& object, Frame frame, Array<String>& ids) const;
 };
 
@@ -66,8 +72,10 @@ class VELMOR_EXPORT ActiveGraph : public Base {
  public:
   ActiveGraph() noexcept = default;
   ActiveGraph(Ref const& ref) noexcept;
-  /// A resource that will write `object` of `frame` into folder `path`. The
-  /// last two texts name a file pattern and a comment; empty means the host's own.
+  /// A resource that will write `object` of `frame` into folder `path`. `pattern`
+  /// is a file name with '#' in place of the frame's digits (empty: the host's
+  /// own), and `comment` a text that a host may keep with it; the embedded one
+  /// does not. Invalid for an empty path or a pattern that names another folder.
   Ref createCacheResource(Frame frame, String const& path, String const& object,
                           String const& pattern, String const& comment) const;
   Ref createCacheResourceImporter(String const& path) const;

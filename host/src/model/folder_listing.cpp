@@ -28,9 +28,9 @@ FolderListing listFolder(std::string const& path) {
       if (type == fs::file_type::regular) {
         listing.files.push_back(std::move(name));
       } else {
-        std::string const reason = entryError                         ? entryError.message()
-                                   : type == fs::file_type::not_found ? "it is a link to nothing"
-                                                                      : "it is no regular file";
+        std::string const reason = type == fs::file_type::not_found ? "it is a link to nothing"
+                                   : entryError                     ? entryError.message()
+                                                                    : "it is no regular file";
         listing.warnings.push_back(about(it->path().string(), "left out: " + reason));
       }
     }

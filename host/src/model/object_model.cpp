@@ -1,5 +1,6 @@
 #include "velmorapi/object_model.h"
 
+#include "core/server_item.h"
 #include "model/graph.h"
 #include "model/message.h"
 #include "model/object_name.h"
@@ -85,6 +86,8 @@ Array<Ref> Query::run() const {
 }
 
 Ref ObjectModel::createQuery() { return Ref(new QueryItem); }
+
+Ref ObjectModel::stateServer(StateID id) { return findStateServer(id); }
 
 Ref ObjectModel::activeGraph(String const& nameOrPath) {
   return GraphRegistry::instance().find(nameOrPath.str());

@@ -52,9 +52,9 @@ TEST(HostileFolders, UnreadableOnesAreReported) {
     return text;
   });
   ::chmod(cache.path("shut").c_str(), 0700);
-  auto const message = "'" + cache.path("shut") + "': cannot read the folder: Permission denied;";
-  EXPECT_EQ(found, "liquid;smoke;warning " + message + message + "error " + message + "'" +
-                       cache.path("shut/shut.0001.vdb") + "': Permission denied");
+  auto const message = about(cache.path("shut"), "cannot read the folder: Permission denied;");
+  EXPECT_EQ(found, "liquid;smoke;warning " + message + message + "error " + message +
+                       about(cache.path("shut/shut.0001.vdb"), "Permission denied"));
 }
 
 TEST(HostileFolders, LinksCountAsWhatTheyLeadTo) {
@@ -67,8 +67,8 @@ TEST(HostileFolders, LinksCountAsWhatTheyLeadTo) {
   EXPECT_EQ(framesIn(cache.path()), (Names{"liquid 1", "smoke 7"}));
   ASSERT_EQ(log.warnings().size(), 2u);
   EXPECT_EQ(log.warnings()[0],
-            "'" + cache.path("dangling.0001.vdb") + "': left out: it is a link to nothing");
-  EXPECT_EQ(log.warnings()[1].find("'" + cache.path("loop.0001.vdb") + "': left out: "), 0u);
+            about(cache.path("dangling.0001.vdb"), "left out: it is a link to nothing"));
+  EXPECT_EQ(log.warnings()[1].find(about(cache.path("loop.0001.vdb"), "left out: ")), 0u);
 }
 
 TEST(HostileFolders, ALinkBackUpDoesNotTrapRecursion) {
@@ -83,10 +83,10 @@ TEST(HostileFolders, WhatWouldBlockAReaderIsLeftOut) {
   MessageLog const log;
   EXPECT_EQ(framesIn(cache.path()), Names{"liquid 1"});
   EXPECT_EQ(log.warnings(),
-            Names{"'" + cache.path("pipe.0001.vdb") + "': left out: it is no regular file"});
+            Names{about(cache.path("pipe.0001.vdb"), "left out: it is no regular file")});
   auto const importer = importerOf(cache.path("pipe.0001.vdb"));
   EXPECT_EQ(importer.readFiles(false, false, "", "").message(),
-            "'" + cache.path("pipe.0001.vdb") + "': it is neither a folder nor a file");
+            about(cache.path("pipe.0001.vdb"), "it is neither a folder nor a file"));
 }
 
 TEST(HostileFolders, EmptyFilesAreListedForTheirLoadToFail) {

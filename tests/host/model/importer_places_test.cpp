@@ -9,8 +9,8 @@ namespace Velmor::Test {
 namespace {
 
 TEST(ImporterPlaces, FindsTheCanonicalFolderFromTheCacheAndFromItself) {
-  ScannedFolder const cache({"liquid/liquid.0001.vdb", "liquid/liquid.0002.vdb",
-                             "smoke/smoke.0001.vdb"});
+  ScannedFolder const cache(
+      {"liquid/liquid.0001.vdb", "liquid/liquid.0002.vdb", "smoke/smoke.0001.vdb"});
   for (char const* const end : {"", "/", "//"}) {
     EXPECT_EQ(framesIn(cache.path() + end), (Names{"liquid 1", "liquid 2", "smoke 1"})) << end;
     EXPECT_EQ(framesIn(cache.path("liquid") + end), (Names{"liquid 1", "liquid 2"})) << end;
@@ -51,9 +51,9 @@ TEST(ImporterPlaces, OtherNamesBehindAFileOrFolderFindNothing) {
   EXPECT_EQ(objectsIn(cache.path("liquid.0012.vdb/a/liquid"), "liquid"), Names{});
   EXPECT_EQ(objectsIn(cache.path("liquid") + "/"), Names{}) << "a separator says folder";
   EXPECT_EQ(log.errors(),
-            (Names{"'" + cache.path("smoke") + "': there is no such folder or file",
-                   "'" + cache.path("liquid.0012.vdb/a/liquid") + "': there is no such folder or file",
-                   "'" + cache.path("liquid") + "': there is no such folder or file"}));
+            (Names{about(cache.path("smoke"), "there is no such folder or file"),
+                   about(cache.path("liquid.0012.vdb/a/liquid"), "there is no such folder or file"),
+                   about(cache.path("liquid"), "there is no such folder or file")}));
 }
 
 TEST(ImporterPlaces, FilesThatAreNoCacheFilesAreRefused) {
@@ -61,7 +61,7 @@ TEST(ImporterPlaces, FilesThatAreNoCacheFilesAreRefused) {
   MessageLog const log;
   auto const importer = importerOf(cache.path("notes.txt"));
   auto const status = importer.readFiles(false, false, "", "");
-  EXPECT_EQ(status.message(), "'" + cache.path("notes.txt") + "': it is no .vdb file");
+  EXPECT_EQ(status.message(), about(cache.path("notes.txt"), "it is no .vdb file"));
   EXPECT_EQ(log.errors(), Names{status.message().str()});
 }
 
@@ -87,8 +87,8 @@ TEST(ImporterPlaces, AnObjectHasOnePlaceItsOwnFolder) {
 }
 
 TEST(ImporterPlaces, OldCopiesBelowTheObjectsFolderDoNotCount) {
-  ScannedFolder const cache({"liquid/liquid.0001.vdb", "liquid/liquid/liquid.0001.vdb",
-                             "liquid/old/liquid.0001.vdb"});
+  ScannedFolder const cache(
+      {"liquid/liquid.0001.vdb", "liquid/liquid/liquid.0001.vdb", "liquid/old/liquid.0001.vdb"});
   EXPECT_EQ(filesFor(cache.path("liquid"), "liquid", 1, cache.path()),
             Names{"liquid/liquid.0001.vdb"});
   EXPECT_EQ(framesIn(cache.path("liquid") + "/"), Names{"liquid 1"});

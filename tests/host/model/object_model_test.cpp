@@ -1,3 +1,5 @@
+#include "velmorapi/object_model.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -5,11 +7,10 @@
 #include <vector>
 
 #include "support/message_log.h"
-#include "velmorapi/object_model.h"
 #include "velmorhost/scene.h"
 #include "velmorhost/settings.h"
 
-namespace Velmor {
+namespace Velmor::Test {
 namespace {
 
 using API::ObjectModel;
@@ -112,11 +113,12 @@ TEST(Publish, IgnoresInvalidObjectsAndGraphsWithoutAName) {
 
 TEST(Publish, NamesThatAQueryCannotHoldAreMetWithUnderscoresAndAWarning) {
   GraphGuard const sim("sim");
-  Test::MessageLog const log;
+  MessageLog const log;
   Host::publish(objectNamed("my,li/quid"), "sim", 0);
   EXPECT_EQ(found("graph=sim name=my_li_quid"), Names{"my,li/quid"});
-  EXPECT_EQ(log.warnings(), Names{"'my,li/quid': addressed as 'my_li_quid': a query cannot hold the "
-                                  "object's name"});
+  EXPECT_EQ(log.warnings(),
+            Names{"'my,li/quid': addressed as 'my_li_quid': a query cannot hold the "
+                  "object's name"});
 }
 
 TEST(ActiveGraphs, AreFoundByNameAndByPath) {
@@ -145,7 +147,7 @@ TEST(ActiveGraphs, OfOnePathHaveDifferentNames) {
 }
 
 TEST(ActiveGraphs, HandlesStayGoodAfterRemovalWhichIsQuietWhenRepeated) {
-  Test::MessageLog const log;
+  MessageLog const log;
   ActiveGraph const graph(ObjectModel::createActiveGraph("/cache/liquid"));
   ObjectModel::removeActiveGraph("/cache/liquid");
   ObjectModel::removeActiveGraph("/cache/liquid");
@@ -200,4 +202,4 @@ TEST(ActiveGraphs, MayBeMadeUsedAndRemovedOnSeveralThreads) {
 }
 
 }  // namespace
-}  // namespace Velmor
+}  // namespace Velmor::Test

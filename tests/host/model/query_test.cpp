@@ -5,7 +5,7 @@
 
 #include "velmorapi/object_model.h"
 
-namespace Velmor {
+namespace Velmor::Test {
 namespace {
 
 API::Query queryOf(std::string const& text) {
@@ -60,26 +60,49 @@ TEST(Query, QuotesHoldBlanksAndCommasOfGraphs) {
 }
 
 TEST(Query, RefusesMalformedText) {
-  for (char const* const text :
-       {"", "   ", ",", "liquid", "name", "=liquid", "name=", "name= frame=1", "frame=12,",
-        ",frame=12", "frame=1,,name=a", "frame = 12", "colour=red", "Frame=1", "frame=1 frame=1",
-        "name=a, name=a", "graph=a graph=b", "type=object type=object", "type=channel",
-        "type=Object", "name=\"liquid", "name=liquid\"", "name=li\"qu\"id", "name=\"a\"b",
-        "name=\"a\"frame=1", "name=\"a\"\"b\"", "name=two words", "name=a\nframe=1",
-        "name=\"a\nb\"", "graph=\"a\rb\""}) {
+  for (char const* const text : {"",
+                                 "   ",
+                                 ",",
+                                 "liquid",
+                                 "name",
+                                 "=liquid",
+                                 "name=",
+                                 "name= frame=1",
+                                 "frame=12,",
+                                 ",frame=12",
+                                 "frame=1,,name=a",
+                                 "frame = 12",
+                                 "colour=red",
+                                 "Frame=1",
+                                 "frame=1 frame=1",
+                                 "name=a, name=a",
+                                 "graph=a graph=b",
+                                 "type=object type=object",
+                                 "type=channel",
+                                 "type=Object",
+                                 "name=\"liquid",
+                                 "name=liquid\"",
+                                 "name=li\"qu\"id",
+                                 "name=\"a\"b",
+                                 "name=\"a\"frame=1",
+                                 "name=\"a\"\"b\"",
+                                 "name=two words",
+                                 "name=a\nframe=1",
+                                 "name=\"a\nb\"",
+                                 "graph=\"a\rb\""}) {
     EXPECT_FALSE(queryOf(text).valid()) << text;
   }
 }
 
 TEST(Query, RefusesNamesThatItsDescriptionOrAPathCannotHold) {
-  for (char const* const name :
-       {"a/b", "/", "a\\b", "..", "a..b", "../x", "a,b", "name=", "myname=x", "Filters",
-        "the Filters"}) {
+  for (char const* const name : {"a/b", "/", "a\\b", "..", "a..b", "../x", "a,b",
+                                 "name=", "myname=x", "Filters", "the Filters"}) {
     EXPECT_FALSE(queryOf(std::string("name=\"") + name + '"').valid()) << name;
   }
   EXPECT_FALSE(queryOf(std::string("name=a\x01") + "b").valid());
   EXPECT_FALSE(queryOf(std::string("name=a\0b", 8)).valid());
-  for (char const* const name : {"a.b", ".a", "name", "filters", "Filter s", "a=b", "\xc3\xa9t\xc3\xa9"})
+  for (char const* const name :
+       {"a.b", ".a", "name", "filters", "Filter s", "a=b", "\xc3\xa9t\xc3\xa9"})
     EXPECT_EQ(nameIn(queryOf(std::string("name=\"") + name + '"')), name);
 }
 
@@ -102,10 +125,12 @@ TEST(Query, DescribesItselfInOneLine) {
 }
 
 TEST(Query, GraphsDoNotDisturbTheDescription) {
-  EXPECT_EQ(
-      queryOf("name=liquid graph=\"name=x,y\"").info().split("Filters")[1].split("name=")[1].split(
-          ',')[0],
-      "liquid");
+  EXPECT_EQ(queryOf("name=liquid graph=\"name=x,y\"")
+                .info()
+                .split("Filters")[1]
+                .split("name=")[1]
+                .split(',')[0],
+            "liquid");
 }
 
 TEST(Query, AFailedLoadForgetsTheOneBefore) {
@@ -135,4 +160,4 @@ TEST(Query, FindsNothingWithoutAGraphOrInAnUnknownOne) {
 }
 
 }  // namespace
-}  // namespace Velmor
+}  // namespace Velmor::Test

@@ -7,37 +7,29 @@
 #include <string>
 #include <vector>
 
-#include "velmorapi/file.h"
+#include "support/cache_folder.h"
 #include "velmorapi/object_model.h"
 #include "velmorhost/files.h"
 
 namespace Velmor::Test {
 
 /// A folder of files that only have names, and what importers say of it.
-class ScannedFolder {
+class ScannedFolder : public CacheFolder {
  public:
-  ScannedFolder() : path_(API::File::createTempFolder().str()) {}
-  explicit ScannedFolder(std::vector<std::string> const& files) : ScannedFolder() {
+  ScannedFolder() = default;
+  explicit ScannedFolder(std::vector<std::string> const& files) {
     for (auto const& file : files) touch(file);
-  }
-  ScannedFolder(ScannedFolder const&) = delete;
-  ScannedFolder& operator=(ScannedFolder const&) = delete;
-  ~ScannedFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
   }
 
   std::string path(std::string const& below = "") const {
-    return below.empty() ? path_.string() : (path_ / below).string();
+    auto const top = CacheFolder::path().str();
+    return below.empty() ? top : top + '/' + below;
   }
 
   void touch(std::string const& file) const {
-    std::filesystem::create_directories((path_ / file).parent_path());
-    std::ofstream(path_ / file) << "x";
+    std::filesystem::create_directories(std::filesystem::path(path(file)).parent_path());
+    std::ofstream(path(file)) << "x";
   }
-
- private:
-  std::filesystem::path path_;
 };
 
 /// An importer in a graph of its own.
@@ -46,6 +38,15 @@ inline API::Runtime::CacheResourceImporter importerOf(std::string const& path) {
   auto const importer = graph.createCacheResourceImporter(path);
   API::ObjectModel::removeActiveGraph(graph.name());
   return importer;
+}
+
+/// How the host words a message about a path.
+inline std::string about(std::string const& path, std::string const& text) {
+  std::string message = "'";
+  message += path;
+  message += "': ";
+  message += text;
+  return message;
 }
 
 using Names = std::vector<std::string>;

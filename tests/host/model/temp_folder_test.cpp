@@ -15,7 +15,7 @@
 #include "support/message_log.h"
 #include "velmorapi/file.h"
 
-namespace Velmor {
+namespace Velmor::Test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -47,7 +47,7 @@ class TempFolder : public testing::Test {
  protected:
   void TearDown() override { fs::remove_all(folder_); }
   fs::path const folder_ = File::createTempFolder().str();
-  Test::MessageLog log_;
+  MessageLog log_;
 };
 
 TEST_F(TempFolder, IsEmptyAbsoluteAndOnlyForThisUser) {
@@ -101,7 +101,7 @@ TEST_F(TempFolder, IsRefusedWhereTMPDIRIsOfNoUse) {
     EXPECT_EQ(File::createTempFolder(), "");
   }
   ASSERT_EQ(log_.errors().size(), 2u);
-  EXPECT_EQ(log_.errors()[1], "'" + (folder_ / "none").string() +
+  EXPECT_EQ(log_.errors()[1], (folder_ / "none").string().insert(0, 1, '\'') +
                                   "': cannot make a temporary folder: No such file or directory");
 }
 
@@ -163,13 +163,16 @@ TEST_F(TempFolder, DeletingRefusesRootsHomesAndDots) {
     ::setenv("HOME", home.c_str(), 1);
     fs::current_path(home / "work");
     int refused = 0;
-    for (std::string const& path :
-         {std::string(), std::string("/"), std::string("//"), std::string("///"), std::string("/."),
-          std::string("/.."), std::string("/../.."), std::string("."), std::string("./"),
-          std::string(".."), std::string("../"), std::string("../.."), home.string(),
-          home.string() + "/", (home / ".").string(), (home / "work/..").string(),
-          folder_.string(), (folder_ / "round/home").string(), std::string("/proc"),
-          std::string("/tmp/..")})
+    for (std::string const& path : {std::string(),         std::string("/"),
+                                    std::string("//"),     std::string("///"),
+                                    std::string("/."),     std::string("/.."),
+                                    std::string("/../.."), std::string("."),
+                                    std::string("./"),     std::string(".."),
+                                    std::string("../"),    std::string("../.."),
+                                    home.string(),         home.string() + "/",
+                                    (home / ".").string(), (home / "work/..").string(),
+                                    folder_.string(),      (folder_ / "round/home").string(),
+                                    std::string("/proc"),  std::string("/tmp/..")})
       refused += File::deleteFolder(path) ? 0 : 1;
     ::_exit(refused);
   }
@@ -187,7 +190,7 @@ TEST_F(TempFolder, WithWhatCannotBeDeletedIsReported) {
   if (child == 0) {
     if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(99);
     if (::getuid() != 65534) ::_exit(77);
-    Test::MessageLog const log;
+    MessageLog const log;
     bool const refused = !File::deleteFolder((folder_ / "a").string());
     ::_exit(refused && log.warnings().size() == 1 ? 0 : 1);
   }
@@ -200,4 +203,4 @@ TEST_F(TempFolder, WithWhatCannotBeDeletedIsReported) {
 }
 
 }  // namespace
-}  // namespace Velmor
+}  // namespace Velmor::Test
