@@ -9,13 +9,12 @@ namespace Velmor::Processing {
 namespace {
 
 using Test::errorOf;
-using Test::Float2;
 using Test::Float3;
 using Test::folderExists;
 using Test::graphExists;
-using Test::leafValues;
 using Test::ObjectBuilder;
 using Test::OpenShape;
+using Test::valuesOf;
 using Test::voxelScaleOf;
 using Test::warningsOf;
 using Warnings = std::vector<std::string>;
@@ -249,12 +248,12 @@ TEST_F(Loading, GivesEachShapeDataOfItsOwn) {
   auto first = std::make_unique<OpenShape>(parametersFor(query));
   auto const second = std::make_unique<OpenShape>(parametersFor(query));
   for (auto const* shape : {first.get(), second.get()}) {
-    auto const values = leafValues<float>(shape->voxels().findChannel("velocity_u"));
+    auto const values = valuesOf<float>(shape->voxels().findChannel("velocity_u"));
     ASSERT_FALSE(values.empty());
     for (float value : values) ASSERT_EQ(value, 1.f);
   }
   first.reset();
-  EXPECT_EQ(leafValues<float>(second->voxels().findChannel("velocity_u"))[0], 1.f);
+  EXPECT_EQ(valuesOf<float>(second->voxels().findChannel("velocity_u"))[0], 1.f);
   EXPECT_TRUE(second->status());
 }
 
@@ -292,8 +291,8 @@ TEST_F(LoadingFromMemory, LeavesTheObjectOfTheOwnerUnscaled) {
   auto const velocity = builder.channel<Float3>(voxels, "velocity", {24.f, 0.f, -24.f});
   Host::publish(builder.object(), graphName, 3);
   auto const shape = loadPublished();
-  EXPECT_EQ(leafValues<Float3>(velocity)[0], Float3(24.f, 0.f, -24.f));
-  EXPECT_EQ(leafValues<Float3>(shape.voxels().findChannel("velocity"))[0], Float3(1.f, 0.f, -1.f));
+  EXPECT_EQ(valuesOf<Float3>(velocity)[0], Float3(24.f, 0.f, -24.f));
+  EXPECT_EQ(valuesOf<Float3>(shape.voxels().findChannel("velocity"))[0], Float3(1.f, 0.f, -1.f));
 }
 
 TEST_F(LoadingFromMemory, TakesTheFirstOfSeveralWithoutAWarning) {
@@ -406,10 +405,10 @@ class Velocities : public Loading {
   }
 
   static float firstFloat(Shape const& shape, char const* name) {
-    return leafValues<float>(shape.voxels().findChannel(name)).at(0);
+    return valuesOf<float>(shape.voxels().findChannel(name)).at(0);
   }
   static Float3 firstVector(Shape const& shape, char const* name) {
-    return leafValues<Float3>(shape.voxels().findChannel(name)).at(0);
+    return valuesOf<Float3>(shape.voxels().findChannel(name)).at(0);
   }
 
   ObjectBuilder builder_{"liquid"};
@@ -464,7 +463,7 @@ TEST_F(Velocities, OfWrongTypesStayAsTheyAre) {
   builder_.pointChannel<float>(points_, "velocity", 24.f);
   auto const shape = loadWith(1.f, 1.f, 24.f);
   ASSERT_TRUE(shape.status()) << errorOf(shape);
-  EXPECT_EQ(leafValues<int>(shape.voxels().findChannel("velocity_u")).at(0), 24);
+  EXPECT_EQ(valuesOf<int>(shape.voxels().findChannel("velocity_u")).at(0), 24);
   EXPECT_EQ(firstVector(shape, "velocity_v"), Float3(24.f, 24.f, 24.f));
   EXPECT_EQ(firstFloat(shape, "velocity_w"), 1.f);
   EXPECT_EQ(firstFloat(shape, "velocity"), 24.f);

@@ -11,8 +11,9 @@ namespace {
 
 using Test::errorOf;
 using Test::Float3;
-using Test::leafValues;
+using Test::forTiles;
 using Test::ObjectBuilder;
+using Test::valuesOf;
 using Test::voxelScaleOf;
 using Test::warningsOf;
 
@@ -36,18 +37,17 @@ class SurfaceTest : public Test::ShapeCase {
   SurfaceParameters sphereParameters() const { return parametersOf(sphere()); }
 
   static std::vector<float> distancesOf(Surface const& surface) {
-    return leafValues<float>(surface.distance());
+    return valuesOf<float>(surface.distance());
   }
 
   /// The values of all tiles above the leaves.
   static std::vector<float> coarseValues(API::VoxelChannel const& channel) {
     std::vector<float> values;
     API::Layout const layout(channel.layout());
-    for (auto tiles = layout.tileIterator(0, layout.maxDepth() - 1, API::TraversalMode::Serial);
-         tiles.valid(); tiles.next()) {
-      auto const tile = channel.tileData<float>(tiles.index());
+    forTiles(layout, 0, layout.maxDepth() - 1, [&](API::TreeIndex const& index) {
+      auto const tile = channel.tileData<float>(index);
       values.insert(values.end(), tile.data, tile.data + tile.count);
-    }
+    });
     return values;
   }
 
@@ -68,7 +68,7 @@ TEST_F(SurfaceTest, TakesTheDistanceAsItIsByDefault) {
   EXPECT_EQ(surface.distance().name(), "distance");
   EXPECT_EQ(
       distancesOf(surface),
-      leafValues<float>(
+      valuesOf<float>(
           API::VoxelComponent(builder.object().findComponent("volume")).findChannel("distance")));
   EXPECT_EQ(surface.accel().name(), "accel");
   EXPECT_EQ(surface.accel().voxelScale(), 0.1f / 5.f);
@@ -136,10 +136,9 @@ TEST_F(SurfaceTest, SpaceScaleChangesTheAccelerationsScaleButNotItsTiles) {
   auto const tilesOf = [](API::Layout const& layout) {
     std::vector<API::TileCoord> coords;
     auto const accessor = layout.tileAccessor();
-    for (auto tiles = layout.tileIterator(0, 7, API::TraversalMode::Serial); tiles.valid();
-         tiles.next()) {
-      coords.push_back(accessor.tile(tiles.index()).coord());
-    }
+    forTiles(layout, 0, 7, [&](API::TreeIndex const& index) {
+      coords.push_back(accessor.tile(index).coord());
+    });
     return coords;
   };
   EXPECT_EQ(tilesOf(surface.accel()), tilesOf(plain.accel()));
@@ -174,7 +173,7 @@ TEST_F(SurfaceTest, KeepsADistanceOfAnotherTypeButBuildsNothingOnIt) {
             "Invalid distance channel 'distance'. Available channels are:\n    phi\n");
   ASSERT_TRUE(surface.distance().valid());
   EXPECT_EQ(surface.distance().dataType(), API::DataType::Float3);
-  EXPECT_EQ(leafValues<Float3>(surface.distance()).at(0), Float3(1.f));
+  EXPECT_EQ(valuesOf<Float3>(surface.distance()).at(0), Float3(1.f));
   EXPECT_FALSE(surface.accel().valid());
   EXPECT_EQ(voxelScaleOf(surface.voxels()), 0.1f);
 }

@@ -109,24 +109,37 @@ inline std::vector<API::TileCoord> sphereTiles(float radius, Vec3 const& centre,
   return coords;
 }
 
-/// The level set of a sphere in world units: radius and centre in voxels,
+/// Adds the level set of a sphere in world units: radius and centre in voxels,
 /// leaf tiles wherever a voxel lies within `halfWidth` voxels of the surface,
 /// background 5 voxels, values clamped to it, coarse cells 5 voxels or minus that.
-inline Scene sphereScene(float radius, Vec3 const& centre = Vec3(0.f), float voxelScale = 1.f,
-                         float halfWidth = 3.f) {
+inline API::VoxelChannel addSphere(API::StateServer const& server,
+                                   API::VoxelComponent const& component, char const* name,
+                                   float radius, Vec3 const& centre = Vec3(0.f),
+                                   float halfWidth = 3.f) {
+  API::Layout const layout(component.layout());
+  float const voxelScale = layout.voxelScale();
   float const band = 5.f * voxelScale;
-  auto scene = emptyScene(voxelScale, band);
-  Host::setFieldClass(scene.distance, Host::FieldClass::LevelSet);
-  Host::addLeafTiles(scene.layout, sphereTiles(radius, centre, halfWidth));
-  fillCells<float>(scene.distance, [&](double x, double y, double z) {
+  auto const channel = addChannel<float>(server, component, name, band);
+  Host::setFieldClass(channel, Host::FieldClass::LevelSet);
+  Host::addLeafTiles(layout, sphereTiles(radius, centre, halfWidth));
+  fillCells<float>(channel, [&](double x, double y, double z) {
     auto const distance =
         (std::hypot(x - centre.x, y - centre.y, z - centre.z) - radius) * voxelScale;
     return std::clamp(static_cast<float>(distance), -band, band);
   });
-  forTiles(scene.layout, 0, scene.layout.maxDepth() - 1, [&](API::TreeIndex const& index) {
-    auto const cells = scene.distance.tileData<float>(index);
+  forTiles(layout, 0, layout.maxDepth() - 1, [&](API::TreeIndex const& index) {
+    auto const cells = channel.tileData<float>(index);
     for (int c = 0; c < 125; ++c) cells.data[c] = cells.data[c] < 0.f ? -band : band;
   });
+  return channel;
+}
+
+/// A scene with the sphere of `addSphere` as its distance.
+inline Scene sphereScene(float radius, Vec3 const& centre = Vec3(0.f), float voxelScale = 1.f,
+                         float halfWidth = 3.f) {
+  auto scene = emptyScene(voxelScale);
+  scene.server.removeChannel("volume/distance");
+  scene.distance = addSphere(scene.server, scene.volume, "distance", radius, centre, halfWidth);
   return scene;
 }
 
