@@ -12,6 +12,10 @@
 namespace Velmor {
 namespace {
 
+using Test::CacheFolder;
+using Test::sphereScene;
+using Test::Vec3;
+
 struct Outcome {
   int exitCode = -1;
   std::string output;
@@ -31,13 +35,13 @@ Outcome run(std::string const& arguments) {
 }
 
 TEST(PluginExample, CountsWhatTheMesherMakes) {
-  auto const scene = Test::sphereScene(6.f, {0.37f, -0.21f, 0.13f});
-  API::Array<Test::Vec3> vertices;
+  auto const scene = sphereScene(6.f, {0.37f, -0.21f, 0.13f});
+  API::Array<Vec3> vertices;
   API::Array<orlen::Math::vec<3, int>> triangles;
   Processing::MarchingCubes(0).mesh(scene.distance, vertices, triangles);
   ASSERT_GT(triangles.count(), 0u);
 
-  Test::CacheFolder const folder;
+  CacheFolder const folder;
   folder.write(scene.object, 3);
   auto const outcome = run("'" + folder.path().str() + "' 'name=object, frame=3'");
   EXPECT_EQ(outcome.exitCode, 0);
@@ -46,7 +50,7 @@ TEST(PluginExample, CountsWhatTheMesherMakes) {
 }
 
 TEST(PluginExample, PrintsTheErrorOfTheSurface) {
-  Test::CacheFolder const folder;
+  CacheFolder const folder;
   auto const outcome = run("'" + folder.path().str() + "' 'name=object, frame=3'");
   EXPECT_EQ(outcome.exitCode, 1);
   EXPECT_EQ(outcome.output,
