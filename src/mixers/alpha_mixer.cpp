@@ -1,4 +1,5 @@
 #include "core/arithmetic.h"
+#include "core/blocks.h"
 #include "mixers/mixable.h"
 #include "mixers/rules.h"
 #include "processing/mixer.h"

@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "core/blocks.h"
 #include "mixers/mixable.h"
 #include "mixers/rules.h"
 

@@ -52,19 +52,4 @@ struct ComponentsOf<orlen::Math::vec<N, C>> {
   }
 };
 
-/// out[i] = rule(i) for i below `count`. Whatever the rule reads may be the
-/// output itself: each block is computed before any of it is stored, which also
-/// frees the compiler from proving that the arrays are apart.
-template <class C, class Rule>
-void forEachInBlocks(C* out, std::size_t count, Rule rule) {
-  constexpr std::size_t block = 16;
-  std::size_t at = 0;
-  for (; at + block <= count; at += block) {
-    C results[block];
-    for (std::size_t i = 0; i < block; ++i) results[i] = rule(at + i);
-    for (std::size_t i = 0; i < block; ++i) out[at + i] = results[i];
-  }
-  for (; at < count; ++at) out[at] = rule(at);
-}
-
 }  // namespace Velmor::Processing

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "velmorapi/types.h"
+
+namespace Velmor::Processing {
+
+/// The number of voxels along the edge of the tiles that the ocean's passes
+/// know; layouts may have narrower ones.
+inline constexpr int oceanTileEdge = 5;
+
+/// A set of voxels of a tile: bit x + 5y + 25z. 128 bits hold a tile of 125, so
+/// that a whole tile floods in a few shifts.
+__extension__ using TileBits = unsigned __int128;
+
+constexpr TileBits tileBit(int x, int y, int z) { return TileBits{1} << (x + 5 * y + 25 * z); }
+
+/// All voxels whose x, y and z lie in the given ranges, upper ends included.
+constexpr TileBits tileBox(int x0, int x1, int y0, int y1, int z0, int z1) {
+  TileBits bits = 0;
+  for (int z = z0; z <= z1; ++z) {
+    for (int y = y0; y <= y1; ++y) {
+      for (int x = x0; x <= x1; ++x) bits |= tileBit(x, y, z);
+    }
+  }
+  return bits;
+}
+
+/// Voxels `first` to `last` along an axis (0 to 2), the others in full.
+constexpr TileBits tileSlab(int axis, int first, int last) {
+  constexpr int end = oceanTileEdge - 1;
+  return tileBox(axis == 0 ? first : 0, axis == 0 ? last : end, axis == 1 ? first : 0,
+                 axis == 1 ? last : end, axis == 2 ? first : 0, axis == 2 ? last : end);
+}
+
+/// Voxels at place `at` along an axis, by [axis][at].
+inline constexpr TileBits tileLayers[3][5] = {
+    {tileSlab(0, 0, 0), tileSlab(0, 1, 1), tileSlab(0, 2, 2), tileSlab(0, 3, 3), tileSlab(0, 4, 4)},
+    {tileSlab(1, 0, 0), tileSlab(1, 1, 1), tileSlab(1, 2, 2), tileSlab(1, 3, 3), tileSlab(1, 4, 4)},
+    {tileSlab(2, 0, 0), tileSlab(2, 1, 1), tileSlab(2, 2, 2), tileSlab(2, 3, 3),
+     tileSlab(2, 4, 4)}};
+
+/// The places that follow one another along an axis are this far apart.
+constexpr int tileStride(int axis) { return axis == 0 ? 1 : (axis == 1 ? 5 : 25); }
+
+/// The set and the six neighbours of its members, within the tile.
+constexpr TileBits withNeighbours(TileBits bits) {
+  constexpr TileBits notLow[] = {tileSlab(0, 1, 4), tileSlab(1, 1, 4), tileSlab(2, 1, 4)};
+  constexpr TileBits notHigh[] = {tileSlab(0, 0, 3), tileSlab(1, 0, 3), tileSlab(2, 0, 3)};
+  TileBits all = bits;
+  for (int axis = 0; axis < 3; ++axis) {
+    all |= (bits & notHigh[axis]) << tileStride(axis);
+    all |= (bits & notLow[axis]) >> tileStride(axis);
+  }
+  return all;
+}
+
+/// Calls visit(place) for every member.
+template <class Visit>
+void forEachBit(TileBits bits, Visit visit) {
+  for (int half = 0; half < 2; ++half) {
+    for (auto word = static_cast<std::uint64_t>(bits >> (64 * half)); word != 0; word &= word - 1) {
+      visit(64 * half + __builtin_ctzll(word));
+    }
+  }
+}
+
+/// The values of one tile in the order of the bits, whatever the storage.
+class TileView {
+ public:
+  /// Reads a tile of `width` voxels per edge, at most 5; nothing if it has no data.
+  TileView(API::TileData<float> const& data, int width) : data_(data), width_(width) {
+    if (data.data == nullptr) return;
+    if (width == 5 && data.halo == 0 && data.strides[0] == 1 && data.strides[1] == 5 &&
+        data.strides[2] == 25) {
+      values_ = data.data;
+      return;
+    }
+    std::memset(gathered_, 0, sizeof gathered_);
+    for (int z = 0; z < width; ++z) {
+      for (int y = 0; y < width; ++y) {
+        for (int x = 0; x < width; ++x)
+          gathered_[x + 5 * y + 25 * z] = data.data[data.offset(x, y, z)];
+      }
+    }
+    values_ = gathered_;
+  }
+  TileView(TileView const&) = delete;
+  TileView& operator=(TileView const&) = delete;
+
+  bool valid() const { return values_ != nullptr; }
+
+  /// The voxels for whose value `test` holds.
+  template <class Test>
+  TileBits where(Test test) const {
+    if (!valid()) return 0;
+    unsigned char flags[128] = {};
+    for (int i = 0; i < 125; ++i) flags[i] = test(values_[i]) ? 1 : 0;
+    TileBits bits = 0;
+    for (int i = 0; i < 16; ++i) {
+      std::uint64_t eight;
+      std::memcpy(&eight, flags + 8 * i, sizeof eight);
+      // Gathers the lowest bits of eight bytes in the highest byte.
+      bits |= TileBits{(eight * 0x0102040810204080u) >> 56} << (8 * i);
+    }
+    return width_ == 5 ? bits : bits & tileBox(0, width_ - 1, 0, width_ - 1, 0, width_ - 1);
+  }
+
+  /// Writes `value` to the given voxels of the tile.
+  void set(TileBits bits, float value) const {
+    forEachBit(bits, [&](int place) {
+      data_.data[data_.offset(place % 5, place / 5 % 5, place / 25)] = value;
+    });
+  }
+
+ private:
+  API::TileData<float> data_;
+  int width_;
+  float const* values_ = nullptr;
+  float gathered_[125];
+};
+
+}  // namespace Velmor::Processing
