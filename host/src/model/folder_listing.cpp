@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "files/temp_name.h"
 #include "model/file_name.h"
 #include "model/message.h"
 
@@ -11,14 +10,13 @@ namespace Velmor::Host {
 
 namespace fs = std::filesystem;
 
-static_assert(tempPrefix.starts_with('.'), "unfinished files must be hidden");
-
 FolderListing listFolder(std::string const& path) {
   FolderListing listing;
   std::error_code error;
   fs::directory_iterator it(path, error);
   for (; !error && it != fs::directory_iterator(); it.increment(error)) {
     auto name = it->path().filename().string();
+    // Files are hidden until they are whole, and what file servers keep beside files is.
     if (name.starts_with('.')) continue;
     std::error_code entryError;
     auto const type = it->status(entryError).type();
