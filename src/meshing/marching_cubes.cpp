@@ -141,7 +141,7 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
   block_.place({n, n, n}, {cellOf(origin.i), cellOf(origin.j), cellOf(origin.k)});
 
   needed_.assign(corners * corners, 0);
-  positive_.resize(corners * corners);
+  positive_.assign(corners * corners, 0);
   std::uint32_t const voxelCells = (1u << res_) - 1u;
   for (std::size_t x = 0; x < width; ++x) {
     for (std::size_t y = 0; y < width; ++y) {
@@ -157,10 +157,19 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
       }
     }
   }
-  for (int i = 0; i < n; ++i) {
-    for (int j = 0; j < n; ++j) {
-      auto const row = static_cast<std::size_t>(i) * corners + static_cast<std::size_t>(j);
-      positive_[row] = sampleRow(i, j, needed_[row]);
+  // The last corner along an axis lies in the next tile. Tile by tile, because a
+  // sampler is fastest where it was last.
+  std::uint32_t const lastCorner = 1u << (n - 1);
+  for (auto const& [iBegin, iEnd] : {std::pair(0, n - 1), std::pair(n - 1, n)}) {
+    for (auto const& [jBegin, jEnd] : {std::pair(0, n - 1), std::pair(n - 1, n)}) {
+      for (auto const part : {lastCorner - 1u, lastCorner}) {
+        for (int i = iBegin; i < iEnd; ++i) {
+          for (int j = jBegin; j < jEnd; ++j) {
+            auto const row = static_cast<std::size_t>(i) * corners + static_cast<std::size_t>(j);
+            positive_[row] |= sampleRow(i, j, needed_[row] & part);
+          }
+        }
+      }
     }
   }
 

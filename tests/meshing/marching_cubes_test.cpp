@@ -291,7 +291,9 @@ TEST_F(MarchingCubesTest, ReadsOnlyTheReportedWidth) {
     auto const mesh = meshOf(scene.distance);
     // A width that the tiles do not have gives nothing.
     EXPECT_EQ(mesh.triangles.empty(), width != 4) << width;
-    if (width == 4) EXPECT_TRUE(sameBytes(mesh, referenceOf(scene.distance)));
+    if (width == 4) {
+      EXPECT_TRUE(sameBytes(mesh, referenceOf(scene.distance)));
+    }
   }
 }
 
