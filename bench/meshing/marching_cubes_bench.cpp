@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "processing/mesher.h"
-#include "support/distance_scene.h"
 #include "support/openvdb_grid.h"
+#include "support/scene.h"
 #include "velmorhost/settings.h"
 
 namespace {
@@ -16,9 +16,9 @@ using namespace Velmor;
 // The pool is a scene of its own, numbered below all radii.
 constexpr int pool = 0;
 
-Test::DistanceScene sceneOf(benchmark::State const& state) {
+Test::Scene sceneOf(benchmark::State const& state) {
   auto const radius = static_cast<int>(state.range(0));
-  return radius == pool ? Test::poolScene(500) : Test::sphereScene(radius);
+  return radius == pool ? Test::poolScene(500) : Test::sphereScene(static_cast<float>(radius));
 }
 
 std::size_t threadsOf(benchmark::State const& state) {

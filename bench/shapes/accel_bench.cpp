@@ -3,15 +3,15 @@
 #include <vector>
 
 #include "processing/bounds.h"
-#include "support/distance_scene.h"
 #include "support/openvdb_grid.h"
+#include "support/scene.h"
 
 namespace {
 
 using namespace Velmor;
 
-Test::DistanceScene sceneOf(benchmark::State const& state) {
-  return Test::sphereScene(static_cast<double>(state.range(0)));
+Test::Scene sceneOf(benchmark::State const& state) {
+  return Test::sphereScene(static_cast<float>(state.range(0)));
 }
 
 void report(benchmark::State& state, double voxels, double bytes) {

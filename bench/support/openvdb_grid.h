@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "support/distance_scene.h"
+#include "support/scene.h"
 
 namespace Velmor::Bench {
 
@@ -13,22 +13,23 @@ namespace Velmor::Bench {
 /// voxels of the surface are active.
 inline openvdb::FloatGrid::Ptr levelSetGrid(API::VoxelChannel const& distance, float halfWidth) {
   openvdb::initialize();
-  float const scale = API::Layout(distance.layout()).voxelScale();
+  API::Layout const layout(distance.layout());
+  float const scale = layout.voxelScale();
   auto const grid = openvdb::FloatGrid::create(halfWidth * scale);
   grid->setTransform(openvdb::math::Transform::createLinearTransform(double{scale}));
   grid->setGridClass(openvdb::GRID_LEVEL_SET);
-  auto accessor = grid->getAccessor();
-  int const depth = API::Layout(distance.layout()).maxDepth();
-  Test::forEachTile<float>(distance, depth, depth, [&](API::Tile const& tile, auto const& data) {
-    auto const& at = tile.coord();
-    for (int z = 0; z < 5; ++z)
-      for (int y = 0; y < 5; ++y)
-        for (int x = 0; x < 5; ++x) {
-          float const value = data.data[data.offset(x, y, z)];
-          if (std::abs(value) < halfWidth * scale) {
-            accessor.setValue(openvdb::Coord(at.i + x, at.j + y, at.k + z), value);
-          }
-        }
+  auto values = grid->getAccessor();
+  auto const tiles = layout.tileAccessor();
+  Test::forTiles(layout, layout.maxDepth(), layout.maxDepth(), [&](API::TreeIndex const& index) {
+    auto const at = tiles.tile(index).coord();
+    auto const data = distance.tileData<float>(index);
+    for (int c = 0; c < 125; ++c) {
+      int const x = c % 5, y = c / 5 % 5, z = c / 25;
+      float const value = data.data[data.offset(x, y, z)];
+      if (std::abs(value) < halfWidth * scale) {
+        values.setValue(openvdb::Coord(at.i + x, at.j + y, at.k + z), value);
+      }
+    }
   });
   openvdb::tools::signedFloodFill(grid->tree());
   return grid;

@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "processing/mesher.h"
-#include "support/distance_scene.h"
 #include "support/marching_cubes_reference.h"
 #include "support/mesh_checks.h"
-#include "velmorhost/settings.h"
+#include "support/scene.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -28,15 +27,6 @@ static_assert(std::is_copy_constructible_v<MarchingCubes> &&
               std::is_copy_assignable_v<MarchingCubes> &&
               std::is_nothrow_move_assignable_v<MarchingCubes>);
 
-// Restores the host's settings when a test ends.
-class MarchingCubesTest : public testing::Test {
- protected:
-  ~MarchingCubesTest() override {
-    Host::setThreadCount(0);
-    Host::setLayoutSettings({});
-  }
-};
-
 Mesh referenceOf(API::VoxelChannel const& channel, unsigned subdivisions = 0) {
   return ReferenceMarchingCubes().mesh(channel, static_cast<int>(subdivisions) + 1);
 }
@@ -50,22 +40,25 @@ std::vector<API::TileCoord> tileCube(int tilesEachWay) {
   return tiles;
 }
 
-template <class MakeValue>
-void setLeafValues(API::VoxelChannel const& channel, MakeValue makeValue) {
-  forEachTile<float>(channel, 7, 7, [&](API::Tile const& tile, auto const& data) {
+Scene tiledScene(std::vector<API::TileCoord> const& tiles, float voxelScale = 1.f) {
+  auto scene = emptyScene(voxelScale, 5.f * voxelScale);
+  Host::addLeafTiles(scene.layout, tiles);
+  return scene;
+}
+
+// Sets each voxel of the leaf tiles from its coordinates.
+template <class Function>
+void setVoxels(API::VoxelChannel const& channel, Function const& value) {
+  API::Layout const layout(channel.layout());
+  auto const accessor = layout.tileAccessor();
+  forTiles(layout, layout.maxDepth(), layout.maxDepth(), [&](API::TreeIndex const& index) {
+    auto const at = accessor.tile(index).coord();
+    auto const data = channel.tileData<float>(index);
     for (int z = 0; z < 5; ++z)
       for (int y = 0; y < 5; ++y)
         for (int x = 0; x < 5; ++x)
-          data.data[data.offset(x, y, z)] =
-              makeValue(tile.coord().i + x, tile.coord().j + y, tile.coord().k + z);
+          data.data[data.offset(x, y, z)] = value(at.i + x, at.j + y, at.k + z);
   });
-}
-
-// One tile around voxel 0 in which every value is `value`.
-DistanceScene constantTile(float value) {
-  auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-  setLeafValues(scene.distance, [&](int, int, int) { return value; });
-  return scene;
 }
 
 void expectClosed(Mesh const& mesh) {
@@ -75,8 +68,8 @@ void expectClosed(Mesh const& mesh) {
   EXPECT_GT(volumeOf(mesh), 0.0);
 }
 
-TEST_F(MarchingCubesTest, MeshesASphereClosedAndOriented) {
-  auto const scene = sphereScene(6, 1.f, {0.37f, -0.21f, 0.13f});
+TEST(MarchingCubes, MeshesASphereClosedAndOriented) {
+  auto const scene = sphereScene(6.f, {0.37f, -0.21f, 0.13f});
   auto const mesh = meshOf(scene.distance);
   EXPECT_EQ(mesh.triangles.count(), 1332u);
   EXPECT_EQ(mesh.points.count(), 668u);
@@ -84,8 +77,8 @@ TEST_F(MarchingCubesTest, MeshesASphereClosedAndOriented) {
   expectClosed(mesh);
 }
 
-TEST_F(MarchingCubesTest, SubdividesEachVoxel) {
-  auto const scene = sphereScene(6, 1.f, {0.37f, -0.21f, 0.13f});
+TEST(MarchingCubes, SubdividesEachVoxel) {
+  auto const scene = sphereScene(6.f, {0.37f, -0.21f, 0.13f});
   auto const mesh = meshOf(scene.distance, 1);
   EXPECT_EQ(mesh.triangles.count(), 5384u);
   EXPECT_EQ(mesh.points.count(), 2694u);
@@ -93,13 +86,13 @@ TEST_F(MarchingCubesTest, SubdividesEachVoxel) {
   expectClosed(mesh);
 }
 
-TEST_F(MarchingCubesTest, SpheresCloseWhereverTheyLie) {
+TEST(MarchingCubes, SpheresCloseWhereverTheyLie) {
   std::vector<Point> const centres = {{0.f, 0.f, 0.f}, {0.5f, 0.5f, 0.5f},     {2.5f, 2.5f, 2.5f},
                                       {3.f, 3.f, 3.f}, {-40.f, -33.3f, -71.f}, {-2.f, 0.25f, 3.f}};
   for (auto const& centre : centres) {
     // Radii that put the surface onto tile borders (3 + 5k), and between them.
-    for (double const radius : {5.0, 5.5, 7.3}) {
-      auto const scene = sphereScene(radius, 0.1f, centre);
+    for (float const radius : {5.f, 5.5f, 7.3f}) {
+      auto const scene = sphereScene(radius, centre, 0.1f);
       for (unsigned const subdivisions : {0u, 1u, 3u}) {
         SCOPED_TRACE(testing::Message() << "centre " << centre.x << ", radius " << radius
                                         << ", subdivisions " << subdivisions);
@@ -109,15 +102,15 @@ TEST_F(MarchingCubesTest, SpheresCloseWhereverTheyLie) {
   }
 }
 
-TEST_F(MarchingCubesTest, VerticesLieOnTheZeroSetOfTheSpline) {
-  auto const scene = sphereScene(9, 0.1f, {0.3f, 0.2f, -0.4f});
+TEST(MarchingCubes, VerticesLieOnTheZeroSetOfTheSpline) {
+  auto const scene = sphereScene(9.f, {0.3f, 0.2f, -0.4f}, 0.1f);
   API::VoxelSampler const sampler(
       scene.distance.createSampler(API::VoxelSamplerQBSplineType, API::SamplerSpace::World));
   auto const mesh = meshOf(scene.distance, 1);
   for (auto const& p : mesh.points) EXPECT_NEAR(sampler.sample<float>(p), 0.f, 0.01f);
 }
 
-TEST_F(MarchingCubesTest, HasTheBytesOfThePlainAlgorithmOnRandomFields) {
+TEST(MarchingCubes, HasTheBytesOfThePlainAlgorithmOnRandomFields) {
   unsigned const seed = std::random_device{}();
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   std::mt19937 random(seed);
@@ -126,69 +119,66 @@ TEST_F(MarchingCubesTest, HasTheBytesOfThePlainAlgorithmOnRandomFields) {
   // The last cuts too finely for one block per tile.
   for (unsigned const subdivisions : {0u, 1u, 2u, 3u, 5u, 7u}) {
     SCOPED_TRACE(testing::Message() << "subdivisions " << subdivisions);
-    auto const scene = emptyDistanceScene(tileCube(subdivisions > 3 ? 0 : 1), 0.75f);
-    setLeafValues(scene.distance, [&](int, int, int) { return value(random); });
+    auto const scene = tiledScene(tileCube(subdivisions > 3 ? 0 : 1), 0.75f);
+    setVoxels(scene.distance, [&](int, int, int) { return value(random); });
     EXPECT_TRUE(
         sameBytes(meshOf(scene.distance, subdivisions), referenceOf(scene.distance, subdivisions)));
     // Few distinct values: samples of exactly 0, vertices of many edges in one place.
-    setLeafValues(scene.distance,
-                  [&](int, int, int) { return 0.25f * static_cast<float>(step(random)); });
+    setVoxels(scene.distance,
+              [&](int, int, int) { return 0.25f * static_cast<float>(step(random)); });
     EXPECT_TRUE(
         sameBytes(meshOf(scene.distance, subdivisions), referenceOf(scene.distance, subdivisions)));
   }
 }
 
-TEST_F(MarchingCubesTest, HasTheBytesOfThePlainAlgorithmOnSpheresNearAndFar) {
+TEST(MarchingCubes, HasTheBytesOfThePlainAlgorithmOnSpheresNearAndFar) {
   for (float const away : {0.f, 900.f, 30000.f}) {
     for (float const voxelScale : {1.f, 0.037f, 1e-30f, 3e20f}) {
       SCOPED_TRACE(testing::Message() << away << ", voxel scale " << voxelScale);
-      auto const scene = sphereScene(8, voxelScale, {away, 0.25f, -away});
+      auto const scene = sphereScene(8.f, {away, 0.25f, -away}, voxelScale);
       EXPECT_TRUE(sameBytes(meshOf(scene.distance), referenceOf(scene.distance)));
       EXPECT_TRUE(sameBytes(meshOf(scene.distance, 2), referenceOf(scene.distance, 2)));
     }
   }
 }
 
-TEST_F(MarchingCubesTest, GivesTheSameBytesForAnyNumberOfThreads) {
-  auto const scene = sphereScene(30, 0.1f, {0.37f, -0.21f, 0.13f});
+TEST(MarchingCubes, GivesTheSameBytesForAnyNumberOfThreads) {
+  auto const scene = sphereScene(30.f, {0.37f, -0.21f, 0.13f}, 0.1f);
   for (unsigned const subdivisions : {0u, 2u}) {
     auto const expected = referenceOf(scene.distance, subdivisions);
     for (int const threads : {1, 2, 3, 8, 64}) {
-      Host::setThreadCount(threads);
+      Threads const limit(threads);
       EXPECT_TRUE(sameBytes(meshOf(scene.distance, subdivisions), expected)) << threads;
     }
   }
 }
 
-TEST_F(MarchingCubesTest, ConstantFieldsGiveNothing) {
+TEST(MarchingCubes, ConstantFieldsGiveNothing) {
   for (float const value : {0.f, 0.5f, -0.5f, 1.f, -1.f}) {
-    auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-    scene.distance.setBackgroundValue(value);
-    forEachTile<float>(scene.distance, 0, 7, [&](API::Tile const&, auto const& data) {
-      std::fill_n(data.data, data.count, value);
-    });
+    auto const scene = emptyScene(1.f, value);
+    Host::addLeafTiles(scene.layout, {{0, 0, 0}});
     auto const mesh = meshOf(scene.distance);
     EXPECT_TRUE(mesh.points.empty()) << value;
     EXPECT_TRUE(mesh.triangles.empty()) << value;
   }
 }
 
-TEST_F(MarchingCubesTest, KeepsVoxelsAsFarAsOneVoxelSizeAndNoFurther) {
+TEST(MarchingCubes, KeepsVoxelsAsFarAsOneVoxelSizeAndNoFurther) {
   float const voxelScale = 0.3f;
   auto const trianglesWith = [&](float stored) {
     // A plane steep enough to cross next to the stored value.
-    auto const scene = emptyDistanceScene(tileCube(1), voxelScale);
-    setLeafValues(scene.distance, [&](int x, int, int) { return x < 0 ? -stored : stored; });
+    auto const scene = tiledScene(tileCube(1), voxelScale);
+    setVoxels(scene.distance, [&](int x, int, int) { return x < 0 ? -stored : stored; });
     return meshOf(scene.distance).triangles.count();
   };
   EXPECT_GT(trianglesWith(voxelScale), 0u);
   EXPECT_EQ(trianglesWith(std::nextafter(voxelScale, 1.f)), 0u);
 }
 
-TEST_F(MarchingCubesTest, ZeroCountsWithTheNegative) {
+TEST(MarchingCubes, ZeroCountsWithTheNegative) {
   // Samples at integer positions average eight voxels; x = 0 lies between -1 and 1.
-  auto const scene = emptyDistanceScene(tileCube(1), 1.f);
-  setLeafValues(scene.distance, [](int x, int, int) { return static_cast<float>(x) + 0.5f; });
+  auto const scene = tiledScene(tileCube(1), 1.f);
+  setVoxels(scene.distance, [](int x, int, int) { return static_cast<float>(x) + 0.5f; });
   auto const mesh = meshOf(scene.distance);
   ASSERT_FALSE(mesh.points.empty());
   // The corner at 0 belongs below, so the crossing edges start there, at t = 0.
@@ -198,10 +188,10 @@ TEST_F(MarchingCubesTest, ZeroCountsWithTheNegative) {
   EXPECT_TRUE(sameBytes(mesh, referenceOf(scene.distance)));
 }
 
-TEST_F(MarchingCubesTest, NearlyEqualValuesPutTheVertexOnTheFirstCorner) {
+TEST(MarchingCubes, NearlyEqualValuesPutTheVertexOnTheFirstCorner) {
   // The difference stays below the smallest that is divided by.
-  auto const scene = emptyDistanceScene(tileCube(1), 1.f);
-  setLeafValues(scene.distance, [](int x, int, int) { return x < 1 ? -2e-8f : 2e-8f; });
+  auto const scene = tiledScene(tileCube(1), 1.f);
+  setVoxels(scene.distance, [](int x, int, int) { return x < 1 ? -2e-8f : 2e-8f; });
   auto const mesh = meshOf(scene.distance);
   ASSERT_FALSE(mesh.points.empty());
   for (auto const& p : mesh.points) {
@@ -210,12 +200,11 @@ TEST_F(MarchingCubesTest, NearlyEqualValuesPutTheVertexOnTheFirstCorner) {
   EXPECT_TRUE(sameBytes(mesh, referenceOf(scene.distance)));
 }
 
-TEST_F(MarchingCubesTest, SamplesCellCentredVoxelsInIndexSpace) {
+TEST(MarchingCubes, SamplesCellCentredVoxelsInIndexSpace) {
   // A field of 2 x - 1: the crossing is at x = 0.5 voxels.
-  auto const scene = emptyDistanceScene(tileCube(2), 0.25f);
-  setLeafValues(scene.distance, [](int x, int, int) {
-    return 0.1f * (2.f * (static_cast<float>(x) + 0.5f) - 1.f);
-  });
+  auto const scene = tiledScene(tileCube(2), 0.25f);
+  setVoxels(scene.distance,
+            [](int x, int, int) { return 0.1f * (2.f * (static_cast<float>(x) + 0.5f) - 1.f); });
   API::VoxelSampler const sampler(
       scene.distance.createSampler(API::VoxelSamplerQBSplineType, API::SamplerSpace::Index));
   EXPECT_NEAR(sampler.sample<float>({3.f, 0.f, 0.f}), 0.1f * 5.f, 1e-6f);
@@ -230,29 +219,28 @@ TEST_F(MarchingCubesTest, SamplesCellCentredVoxelsInIndexSpace) {
   EXPECT_GT(inside, 0u);
 }
 
-TEST_F(MarchingCubesTest, ReplacesWhatTheArraysHeld) {
-  auto const scene = sphereScene(4);
+TEST(MarchingCubes, ReplacesWhatTheArraysHeld) {
+  auto const scene = sphereScene(4.f);
   auto mesh = meshOf(scene.distance);
   auto const once = mesh;
   MarchingCubes(0).mesh(scene.distance, mesh.points, mesh.triangles);
   EXPECT_TRUE(sameBytes(mesh, once));
-  MarchingCubes(0).mesh(constantTile(0.5f * 9.f).distance, mesh.points, mesh.triangles);
+  MarchingCubes(0).mesh(emptyScene().distance, mesh.points, mesh.triangles);
   EXPECT_TRUE(mesh.points.empty() && mesh.triangles.empty());
 }
 
-TEST_F(MarchingCubesTest, GivesNothingWithoutAFloatChannel) {
+TEST(MarchingCubes, GivesNothingWithoutAFloatChannel) {
   Mesh mesh{{Point(1.f)}, {{1, 2, 3}}};
   MarchingCubes(0).mesh({}, mesh.points, mesh.triangles);
   EXPECT_TRUE(mesh.points.empty() && mesh.triangles.empty());
 
-  auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-  API::VoxelChannel const ids(
-      scene.server.createChannel(scene.component, API::DataType::Int, "id"));
+  auto const scene = tiledScene({{0, 0, 0}}, 1.f);
+  API::VoxelChannel const ids(addChannel<int>(scene.server, scene.volume, "id"));
   mesh = meshOf(ids);
   EXPECT_TRUE(mesh.points.empty() && mesh.triangles.empty());
 }
 
-TEST_F(MarchingCubesTest, SurvivesValuesThatAreNotFinite) {
+TEST(MarchingCubes, SurvivesValuesThatAreNotFinite) {
   unsigned const seed = std::random_device{}();
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   std::mt19937 random(seed);
@@ -260,8 +248,8 @@ TEST_F(MarchingCubesTest, SurvivesValuesThatAreNotFinite) {
   std::uniform_int_distribution<int> one(0, 19);
   constexpr float inf = std::numeric_limits<float>::infinity();
   float const nan = std::numeric_limits<float>::quiet_NaN();
-  auto const scene = emptyDistanceScene(tileCube(2), 1.f);
-  setLeafValues(scene.distance, [&](int, int, int) {
+  auto const scene = tiledScene(tileCube(2), 1.f);
+  setVoxels(scene.distance, [&](int, int, int) {
     switch (one(random)) {
       case 0:
         return inf;
@@ -278,16 +266,16 @@ TEST_F(MarchingCubesTest, SurvivesValuesThatAreNotFinite) {
   for (unsigned const subdivisions : {0u, 1u, 6u}) {
     auto const expected = referenceOf(scene.distance, subdivisions);
     for (int const threads : {1, 3}) {
-      Host::setThreadCount(threads);
+      Threads const limit(threads);
       EXPECT_TRUE(sameBytes(meshOf(scene.distance, subdivisions), expected)) << subdivisions;
     }
   }
 }
 
-TEST_F(MarchingCubesTest, ReadsOnlyTheReportedWidth) {
+TEST(MarchingCubes, ReadsOnlyTheReportedWidth) {
   for (int const width : {0, 4, 8}) {
-    Host::setLayoutSettings({.reportedWidth = width});
-    auto const scene = sphereScene(6);
+    LayoutShape const shape({.reportedWidth = width});
+    auto const scene = sphereScene(6.f);
     auto const mesh = meshOf(scene.distance);
     // A width that the tiles do not have gives nothing.
     EXPECT_EQ(mesh.triangles.empty(), width != 4) << width;
@@ -297,8 +285,8 @@ TEST_F(MarchingCubesTest, ReadsOnlyTheReportedWidth) {
   }
 }
 
-TEST_F(MarchingCubesTest, CopiesAndMovesKeepTheSubdivisions) {
-  auto const scene = sphereScene(3);
+TEST(MarchingCubes, CopiesAndMovesKeepTheSubdivisions) {
+  auto const scene = sphereScene(3.f);
   auto const expected = meshOf(scene.distance, 1);
   auto const meshBy = [&](MarchingCubes const& mesher) {
     Mesh mesh;

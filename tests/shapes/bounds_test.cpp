@@ -2,16 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <set>
 #include <tuple>
 #include <vector>
 
 #include "shapes/bounds_visitor.h"
-#include "support/distance_scene.h"
-#include "velmorhost/settings.h"
+#include "support/scene.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -20,63 +21,52 @@ using namespace Velmor::Test;
 using Point = orlen::Math::vec<3, float>;
 using Box = orlen::Math::bbox<Point>;
 
-class BoundsTest : public testing::Test {
- protected:
-  ~BoundsTest() override {
-    Host::setThreadCount(0);
-    Host::setLayoutSettings({});
-  }
-};
-using BBoxTest = BoundsTest;
-using AccelLayoutTest = BoundsTest;
-
-TEST_F(BBoxTest, IsTheWorldBoxOfALeafTile) {
-  EXPECT_EQ(computeBBox(emptyDistanceScene({{0, 0, 0}}, 0.1f).layout),
-            Box(Point(-0.2f), Point(0.3f)));
-  Host::setLayoutSettings({.centred = false});
-  EXPECT_EQ(computeBBox(emptyDistanceScene({{0, 0, 0}}, 0.1f).layout),
-            Box(Point(0.f), Point(0.5f)));
+API::Layout layoutOf(std::vector<API::TileCoord> const& voxels, float voxelScale) {
+  auto const scene = emptyScene(voxelScale);
+  Host::addLeafTiles(scene.layout, voxels);
+  return scene.layout;
 }
 
-TEST_F(BBoxTest, IsInvertedWithoutTiles) {
-  Box const box = computeBBox(emptyDistanceScene({}, 0.1f).layout);
+TEST(ComputeBBox, IsTheWorldBoxOfALeafTile) {
+  EXPECT_EQ(computeBBox(layoutOf({{0, 0, 0}}, 0.1f)), Box(Point(-0.2f), Point(0.3f)));
+  LayoutShape const shape({.centred = false});
+  EXPECT_EQ(computeBBox(layoutOf({{0, 0, 0}}, 0.1f)), Box(Point(0.f), Point(0.5f)));
+}
+
+TEST(ComputeBBox, IsInvertedWithoutTiles) {
+  Box const box = computeBBox(layoutOf({}, 0.1f));
   EXPECT_EQ(box, Box(Point(2147483647.f * 0.1f), Point(-2147483648.f * 0.1f)));
   EXPECT_FLOAT_EQ(box.min.x, 214748368.f);
   EXPECT_FLOAT_EQ(box.max.z, -214748368.f);
 }
 
-TEST_F(BBoxTest, OfNoLayoutIsInverted) {
+TEST(ComputeBBox, OfNoLayoutIsInverted) {
   EXPECT_EQ(computeBBox({}), Box(Point(2147483648.f), Point(-2147483648.f)));
 }
 
-TEST_F(BBoxTest, LeavesCoarserTilesOut) {
-  auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-  scene.layout.tileAccessor().addTile(1000, 2000, -3000, 6);
-  EXPECT_EQ(computeBBox(scene.layout), Box(Point(-2.f), Point(3.f)));
+TEST(ComputeBBox, LeavesCoarserTilesOut) {
+  auto const layout = layoutOf({{0, 0, 0}}, 1.f);
+  layout.tileAccessor().addTile(1000, 2000, -3000, 6);
+  EXPECT_EQ(computeBBox(layout), Box(Point(-2.f), Point(3.f)));
 }
 
-TEST_F(BBoxTest, CoversAllTilesWithAnyNumberOfThreads) {
+TEST(ComputeBBox, CoversAllTilesWithAnyNumberOfThreads) {
   std::vector<API::TileCoord> voxels;
   for (int n = -300; n <= 300; ++n) voxels.push_back({5 * n, 10 * n, -15 * n});
-  auto const scene = emptyDistanceScene(voxels, 0.5f);
+  auto const layout = layoutOf(voxels, 0.5f);
   for (int const threads : {1, 2, 3, 8, 64}) {
-    Host::setThreadCount(threads);
-    EXPECT_EQ(computeBBox(scene.layout),
-              Box({-751.f, -1501.f, -2251.f}, {751.5f, 1501.5f, 2251.5f}));
+    Threads const limit(threads);
+    EXPECT_EQ(computeBBox(layout), Box({-751.f, -1501.f, -2251.f}, {751.5f, 1501.5f, 2251.5f}));
   }
 }
 
-TEST_F(BoundsTest, FindsTheRangeOfAChannel) {
-  auto const scene = sphereScene(20, 0.1f);
-  float low = 1e9f, high = -1e9f;
-  forEachTile<float>(scene.distance, 7, 7, [&](API::Tile const&, auto const& data) {
-    for (std::size_t e = 0; e < data.count; ++e) {
-      low = std::min(low, data.data[e]);
-      high = std::max(high, data.data[e]);
-    }
-  });
+TEST(BoundsVisitor, FindsTheRangeOfAChannel) {
+  auto const scene = sphereScene(20.f, Vec3(0.f), 0.1f);
+  auto const values = valuesOf<float>(scene.distance);
+  float const low = *std::min_element(values.begin(), values.end());
+  float const high = *std::max_element(values.begin(), values.end());
   for (int const threads : {1, 3}) {
-    Host::setThreadCount(threads);
+    Threads const limit(threads);
     BoundsVisitor<float> bounds(scene.distance);
     scene.layout.traverse(bounds, API::TraversalMode::Bounds, 7, 7);
     EXPECT_EQ(bounds.min(), low);
@@ -84,16 +74,14 @@ TEST_F(BoundsTest, FindsTheRangeOfAChannel) {
   }
 }
 
-TEST_F(BoundsTest, CopiesStartAnewAndJoin) {
-  auto const scene = emptyDistanceScene({{0, 0, 0}, {5, 0, 0}}, 1.f);
-  float next = 0.f;
+TEST(BoundsVisitor, CopiesStartAnewAndJoin) {
+  std::vector<float> values(250);
+  std::iota(values.begin(), values.end(), 0.f);
+  auto const channel = channelOf(values);
   std::vector<API::TreeIndex> tiles;
-  forEachTile<float>(scene.distance, 7, 7, [&](API::Tile const& tile, auto const& data) {
-    for (std::size_t e = 0; e < data.count; ++e) data.data[e] = next++;
-    tiles.push_back(tile.index());
-  });
-  auto const accessor = scene.layout.tileAccessor();
-  BoundsVisitor<float> first(scene.distance);
+  forTiles(channel.layout(), 7, 7, [&](API::TreeIndex const& index) { tiles.push_back(index); });
+  auto const accessor = API::Layout(channel.layout()).tileAccessor();
+  BoundsVisitor<float> first(channel);
   EXPECT_EQ(first.min(), 3.4028235e38f);
   EXPECT_EQ(first.max(), -3.4028235e38f);
   first.beginTile(accessor, tiles[1]);
@@ -110,28 +98,25 @@ TEST_F(BoundsTest, CopiesStartAnewAndJoin) {
   EXPECT_EQ(first.max(), 249.f);
 }
 
-TEST_F(BoundsTest, PassOverNaN) {
-  auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-  auto const index = scene.layout.tileAccessor().index({0, 0, 0}, 7);
-  auto const data = scene.distance.tileData<float>(index);
-  std::fill_n(data.data, data.count, std::nanf(""));
-  BoundsVisitor<float> bounds(scene.distance);
-  bounds.beginTile(scene.layout.tileAccessor(), index);
+TEST(BoundsVisitor, PassOverNaN) {
+  auto const channel = channelOf(std::vector<float>(125, std::nanf("")));
+  auto const accessor = API::Layout(channel.layout()).tileAccessor();
+  auto const index = accessor.index({0, 0, 0}, 7);
+  auto const data = channel.tileData<float>(index);
+  BoundsVisitor<float> bounds(channel);
+  bounds.beginTile(accessor, index);
   EXPECT_EQ(bounds.min(), 3.4028235e38f);
   data.data[7] = -std::numeric_limits<float>::infinity();
   data.data[8] = 2.f;
-  bounds.beginTile(scene.layout.tileAccessor(), index);
+  bounds.beginTile(accessor, index);
   EXPECT_EQ(bounds.min(), -std::numeric_limits<float>::infinity());
   EXPECT_EQ(bounds.max(), 2.f);
 }
 
 // One leaf tile, far from any surface but for the voxels given.
-DistanceScene sceneMarking(std::vector<API::TileCoord> const& voxels, float value,
-                           float voxelScale = 1.f) {
-  auto const scene = emptyDistanceScene(voxels, voxelScale);
-  forEachTile<float>(scene.distance, 0, 7, [&](API::Tile const&, auto const& data) {
-    std::fill_n(data.data, data.count, 100.f);
-  });
+Scene sceneMarking(std::vector<API::TileCoord> const& voxels, float value, float voxelScale = 1.f) {
+  auto scene = emptyScene(voxelScale, 100.f);
+  Host::addLeafTiles(scene.layout, voxels);
   auto const accessor = scene.layout.tileAccessor();
   for (auto const& v : voxels) {
     auto const tile = accessor.tile(v.i, v.j, v.k, 7);
@@ -145,20 +130,19 @@ DistanceScene sceneMarking(std::vector<API::TileCoord> const& voxels, float valu
 std::vector<API::TileCoord> leafTiles(API::Layout const& layout) {
   std::vector<API::TileCoord> tiles;
   auto const accessor = layout.tileAccessor();
-  for (auto at = layout.tileIterator(7, 7, API::TraversalMode::Serial); at.valid(); at.next()) {
-    tiles.push_back(accessor.tile(at.index()).coord());
-  }
+  forTiles(layout, 7, 7,
+           [&](API::TreeIndex const& index) { tiles.push_back(accessor.tile(index).coord()); });
   return tiles;
 }
 
-TEST_F(AccelLayoutTest, MarksTheTileOfEachNearVoxelAtEveryDepth) {
+TEST(CreateAccelLayout, MarksTheTileOfEachNearVoxelAtEveryDepth) {
   auto const accel = createAccelLayout(sceneMarking({{-1, 0, 7}}, -0.5f).distance);
   // Voxel -1 is point -5, in the tile [-7, -2).
   EXPECT_EQ(leafTiles(accel), (std::vector<API::TileCoord>{{-7, -2, 33}}));
   for (int depth = 0; depth <= 7; ++depth) EXPECT_EQ(Host::tileCount(accel, depth), 1u) << depth;
 }
 
-TEST_F(AccelLayoutTest, TakesVoxelsNearerThanOneAndAHalfDiagonals) {
+TEST(CreateAccelLayout, TakesVoxelsNearerThanOneAndAHalfDiagonals) {
   float const limit = 2.598076f;
   EXPECT_EQ(limit, 2.59807611f);
   auto const marks = [](float value, float voxelScale) {
@@ -174,13 +158,13 @@ TEST_F(AccelLayoutTest, TakesVoxelsNearerThanOneAndAHalfDiagonals) {
   EXPECT_EQ(marks(std::nanf(""), 1.f), 0u);
 }
 
-TEST_F(AccelLayoutTest, IsEmptyFarFromTheSurface) {
+TEST(CreateAccelLayout, IsEmptyFarFromTheSurface) {
   auto const accel = createAccelLayout(sceneMarking({{0, 0, 0}}, 2.6f).distance);
   EXPECT_EQ(accel.name(), API::String("accel"));
   EXPECT_TRUE(leafTiles(accel).empty());
 }
 
-TEST_F(AccelLayoutTest, HasTheChannelsScaleDividedByTheTileWidth) {
+TEST(CreateAccelLayout, HasTheChannelsScaleDividedByTheTileWidth) {
   auto const scene = sceneMarking({{0, 0, 0}}, 0.f, 0.1f);
   auto const accel = createAccelLayout(scene.distance);
   EXPECT_EQ(accel.name(), API::String("accel"));
@@ -189,18 +173,20 @@ TEST_F(AccelLayoutTest, HasTheChannelsScaleDividedByTheTileWidth) {
   EXPECT_EQ(scene.layout.voxelScale(), 0.1f);
 }
 
-TEST_F(AccelLayoutTest, HoldsOneTilePerNearVoxelOfASphere) {
+TEST(CreateAccelLayout, HoldsOneTilePerNearVoxelOfASphere) {
   for (float const voxelScale : {1.f, 0.037f}) {
-    auto const scene = sphereScene(12, voxelScale, {0.37f, -0.21f, 0.13f});
+    auto const scene = sphereScene(12.f, {0.37f, -0.21f, 0.13f}, voxelScale);
     std::set<std::tuple<int, int, int>> expected;
-    forEachTile<float>(scene.distance, 7, 7, [&](API::Tile const& tile, auto const& data) {
-      for (int z = 0; z < 5; ++z)
-        for (int y = 0; y < 5; ++y)
-          for (int x = 0; x < 5; ++x)
-            if (std::abs(data.data[data.offset(x, y, z)]) < voxelScale * 2.598076f) {
-              expected.insert({(tile.coord().i + x) * 5 - 2, (tile.coord().j + y) * 5 - 2,
-                               (tile.coord().k + z) * 5 - 2});
-            }
+    auto const accessor = scene.layout.tileAccessor();
+    forTiles(scene.layout, 7, 7, [&](API::TreeIndex const& index) {
+      auto const at = accessor.tile(index).coord();
+      auto const data = scene.distance.tileData<float>(index);
+      for (int c = 0; c < 125; ++c) {
+        int const x = c % 5, y = c / 5 % 5, z = c / 25;
+        if (std::abs(data.data[data.offset(x, y, z)]) < voxelScale * 2.598076f) {
+          expected.insert({(at.i + x) * 5 - 2, (at.j + y) * 5 - 2, (at.k + z) * 5 - 2});
+        }
+      }
     });
     auto const accel = createAccelLayout(scene.distance);
     std::set<std::tuple<int, int, int>> marked;
@@ -210,7 +196,7 @@ TEST_F(AccelLayoutTest, HoldsOneTilePerNearVoxelOfASphere) {
   }
 }
 
-TEST_F(AccelLayoutTest, IsMadeAnewEachTime) {
+TEST(CreateAccelLayout, IsMadeAnewEachTime) {
   auto const scene = sceneMarking({{0, 0, 0}, {20, 0, 0}}, 0.f);
   auto const first = createAccelLayout(scene.distance);
   ASSERT_EQ(leafTiles(first).size(), 2u);
@@ -223,32 +209,28 @@ TEST_F(AccelLayoutTest, IsMadeAnewEachTime) {
   EXPECT_NE(first, second);
 }
 
-TEST_F(AccelLayoutTest, LeavesOutVoxelsBeyondItsRoot) {
+TEST(CreateAccelLayout, LeavesOutVoxelsBeyondItsRoot) {
   EXPECT_EQ(leafTiles(createAccelLayout(sceneMarking({{39062, 0, 0}}, 0.f).distance)).size(), 1u);
   EXPECT_EQ(leafTiles(createAccelLayout(sceneMarking({{39063, 0, 0}}, 0.f).distance)).size(), 0u);
 }
 
-TEST_F(AccelLayoutTest, HasNoTilesWithoutFloats) {
-  auto const scene = emptyDistanceScene({{0, 0, 0}}, 1.f);
-  API::VoxelChannel const ids(
-      scene.server.createChannel(scene.component, API::DataType::Int, "id"));
-  auto const accel = createAccelLayout(ids);
+TEST(CreateAccelLayout, HasNoTilesWithoutFloats) {
+  auto const accel = createAccelLayout(channelOf({0, 1, 2}));
   EXPECT_TRUE(accel.valid());
   EXPECT_TRUE(leafTiles(accel).empty());
   EXPECT_FALSE(createAccelLayout({}).valid());
 }
 
-TEST_F(AccelLayoutTest, ReadsOnlyTheReportedWidth) {
-  Host::setLayoutSettings({.reportedWidth = 4});
-  auto const scene = sceneMarking({{2, 2, 2}, {1, 1, 1}}, 0.f, 1.f);
-  auto const accel = createAccelLayout(scene.distance);
-  EXPECT_EQ(accel.voxelScale(), 0.25f);
+TEST(CreateAccelLayout, ReadsOnlyTheReportedWidth) {
+  auto const accelWith = [](int width) {
+    LayoutShape const shape({.reportedWidth = width});
+    return createAccelLayout(sceneMarking({{2, 2, 2}, {1, 1, 1}}, 0.f).distance);
+  };
+  EXPECT_EQ(accelWith(4).voxelScale(), 0.25f);
   // Voxel 2 is the tile's fifth, which a width of four does not reach.
-  EXPECT_EQ(leafTiles(accel).size(), 1u);
-  for (int const width : {0, 6}) {
-    Host::setLayoutSettings({.reportedWidth = width});
-    EXPECT_TRUE(leafTiles(createAccelLayout(sceneMarking({{0, 0, 0}}, 0.f).distance)).empty());
-  }
+  EXPECT_EQ(leafTiles(accelWith(4)).size(), 1u);
+  EXPECT_TRUE(leafTiles(accelWith(0)).empty());
+  EXPECT_TRUE(leafTiles(accelWith(6)).empty());
 }
 
 }  // namespace

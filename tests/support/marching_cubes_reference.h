@@ -87,7 +87,7 @@ class ReferenceMarchingCubes {
     if (found != map_.end()) return found->second;
     auto const index = static_cast<int>(mesh_.points.count());
     mesh_.points.add(p);
-    map_.emplace(p, index);
+    if (p == p) map_.emplace(p, index);  // NaN would never be found
     return index;
   }
 

@@ -143,6 +143,38 @@ inline Scene sphereScene(float radius, Vec3 const& centre = Vec3(0.f), float vox
   return scene;
 }
 
+/// A wavy water surface around y = 0, as a level set over [-halfExtent, halfExtent)
+/// in x and z; it ends there. Heights are taken along y, so its gradient is a
+/// little longer than 1.
+inline Scene poolScene(int halfExtent, float voxelScale = 1.f, float halfWidth = 3.f) {
+  auto const height = [](double x, double z) {
+    return 4.0 * std::sin(x * 0.05) * std::cos(z * 0.04) + 0.7 * std::sin(x * 0.31 + z * 0.23);
+  };
+  std::vector<API::TileCoord> coords;
+  for (int z = -halfExtent; z < halfExtent; z += 5) {
+    for (int x = -halfExtent; x < halfExtent; x += 5) {
+      double low = 1e9, high = -1e9;
+      for (int c = 0; c < 25; ++c) {
+        double const h = height(x + c % 5 - 1.5, z + c / 5 - 1.5);
+        low = std::min(low, h);
+        high = std::max(high, h);
+      }
+      for (int y = -20; y <= 20; y += 5) {
+        // The tile of voxel y holds the centres from y - 1.5 to y + 2.5.
+        if (y + 2.5 >= low - halfWidth && y - 1.5 <= high + halfWidth) coords.push_back({x, y, z});
+      }
+    }
+  }
+  float const band = 5.f * voxelScale;
+  auto scene = emptyScene(voxelScale, band);
+  Host::setFieldClass(scene.distance, Host::FieldClass::LevelSet);
+  Host::addLeafTiles(scene.layout, coords);
+  fillCells<float>(scene.distance, [&](double x, double y, double z) {
+    return std::clamp(static_cast<float>((y - height(x, z)) * voxelScale), -band, band);
+  });
+  return scene;
+}
+
 /// A float, int or vector channel with enough leaf tiles in a row, from voxel
 /// (0, 0, 0) along x, to hold the values; the rest is zero.
 template <class T>
