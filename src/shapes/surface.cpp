@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "processing/bounds.h"
+#include "processing/extend_filter.h"
 #include "processing/pointwise_filters.h"
 #include "processing/smooth_filter.h"
 #include "processing/stencil_filters.h"
@@ -49,6 +50,22 @@ void reshape(SurfaceParameters const& p, API::VoxelChannel const& distance) {
         .filter(distance, distance);
   }
   if (isOn(p.erode)) ErodeFilter<float>(p.erode).filter(distance, distance);
+}
+
+/// Blends the liquid into the ocean, and extends its texture coordinates over it.
+void extendIntoOcean(SurfaceParameters const& p, API::VoxelChannel const& distance,
+                     API::VoxelComponent const& voxels, Status& status) {
+  auto const& dimension = p.ocean_blending_dimension;
+  ExtendFilter const ocean(p.ocean_blending_height, p.ocean_blending_center, dimension,
+                           p.ocean_blending_radius, p.ocean_blending_out_channel);
+  ocean.filter(distance, distance);
+  if (!p.enable_ocean_blending_uvs || !(dimension.x > 0.f) || !(dimension.y > 0.f)) return;
+  API::VoxelChannel const uv(voxels.findChannel(p.uv_channel));
+  if (uv.valid()) {
+    ocean.uvs(uv);
+  } else {
+    writeInvalidChannel(status.warn(), "uv", p.uv_channel, voxels);
+  }
 }
 
 /// Makes a float channel beside the distance and fills it from it.
@@ -138,6 +155,7 @@ Surface::Surface(SurfaceParameters const& parameters) : Shape(parameters) {
   }
 
   reshape(parameters, distance_);
+  if (parameters.enable_ocean_blending) extendIntoOcean(parameters, distance_, voxels_, status_);
   if (parameters.compute_laplacian) {
     derive(LaplacianFilter<float>(), "laplacian", distance_, voxels_);
   }

@@ -1,15 +1,21 @@
 #include "processing/surface.h"
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 #include <type_traits>
 
+#include "processing/extend_filter.h"
+#include "processing/pointwise_filters.h"
+#include "processing/smooth_filter.h"
+#include "processing/stencil_filters.h"
 #include "shapes/shape_case.h"
 
 namespace Velmor::Processing {
 namespace {
 
 using Test::errorOf;
+using Test::Float2;
 using Test::Float3;
 using Test::forTiles;
 using Test::ObjectBuilder;
@@ -110,6 +116,63 @@ TEST_F(SurfaceTest, ErodesAfterItDilates) {
   expectEach(before, distancesOf(Surface(parameters)), [](float d) { return 0.25f + (-1e8f + d); });
 }
 
+TEST_F(SurfaceTest, SmoothsBetweenDilationAndErosion) {
+  auto parameters = sphereParameters();
+  for (auto mode : {SurfaceParameters::Laplacian, SurfaceParameters::Curvature}) {
+    Surface const plain(parametersOf(sphere()));
+    auto const& d = plain.distance();
+    DilateFilter<float>(0.05f).filter(d, d);
+    SmoothFilter<float>(static_cast<SmoothFilter<float>::Mode>(mode), 3, 0.3f).filter(d, d);
+    ErodeFilter<float>(0.02f).filter(d, d);
+    parameters.dilate = 0.05f;
+    parameters.smooth = 0.3f;
+    parameters.smooth_mode = mode;
+    parameters.smooth_iterations = 3;
+    parameters.erode = 0.02f;
+    Surface const surface(parameters);
+    EXPECT_EQ(distancesOf(surface), valuesOf<float>(d));
+    EXPECT_FALSE(surface.voxels().findChannel("tmp").valid());
+  }
+}
+
+TEST_F(SurfaceTest, SmoothsOnlyWithAStepAndPassesAboveZero) {
+  auto parameters = sphereParameters();
+  auto const before = distancesOf(Surface(parameters));
+  struct Case {
+    float smooth;
+    int iterations;
+  };
+  for (auto const& c : {Case{0.3f, 0}, Case{0.3f, -2}, Case{0.f, 1}, Case{-0.3f, 1}}) {
+    parameters.smooth = c.smooth;
+    parameters.smooth_iterations = c.iterations;
+    EXPECT_EQ(distancesOf(Surface(parameters)), before);
+  }
+}
+
+TEST_F(SurfaceTest, DerivesChannelsFromTheDistanceOfTheCache) {
+  auto parameters = sphereParameters();
+  EXPECT_FALSE(Surface(parameters).voxels().findChannel("laplacian").valid());
+  parameters.space_scale = 2.f;
+  parameters.compute_laplacian = true;
+  parameters.compute_curvature = true;
+  Surface const surface(parameters);
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+
+  Surface const plain(sphereParameters());
+  auto const expected = [&](Filter const& filter, char const* name) {
+    API::StateServer const server(API::ObjectModel::stateServer(plain.voxels().stateID()));
+    auto const channel = Test::addChannel<float>(server, plain.voxels(), name);
+    filter.filter(plain.distance(), channel);
+    return valuesOf<float>(channel);
+  };
+  API::VoxelChannel const laplacian(surface.voxels().findChannel("laplacian"));
+  API::VoxelChannel const curvature(surface.voxels().findChannel("curvature"));
+  EXPECT_EQ(valuesOf<float>(laplacian), expected(LaplacianFilter<float>(), "l"));
+  EXPECT_EQ(valuesOf<float>(curvature), expected(CurvatureFilter<float>(), "c"));
+  EXPECT_EQ(laplacian.backgroundValue<float>(), 0.f);
+  EXPECT_EQ(curvature.backgroundValue<float>(), 0.f);
+}
+
 TEST_F(SurfaceTest, FiltersInCacheUnitsAndThenScalesAllDepths) {
   auto parameters = sphereParameters();
   Surface const plain(parameters);
@@ -136,9 +199,8 @@ TEST_F(SurfaceTest, SpaceScaleChangesTheAccelerationsScaleButNotItsTiles) {
   auto const tilesOf = [](API::Layout const& layout) {
     std::vector<API::TileCoord> coords;
     auto const accessor = layout.tileAccessor();
-    forTiles(layout, 0, 7, [&](API::TreeIndex const& index) {
-      coords.push_back(accessor.tile(index).coord());
-    });
+    forTiles(layout, 0, 7,
+             [&](API::TreeIndex const& index) { coords.push_back(accessor.tile(index).coord()); });
     return coords;
   };
   EXPECT_EQ(tilesOf(surface.accel()), tilesOf(plain.accel()));
@@ -200,6 +262,94 @@ TEST_F(SurfaceTest, CopiesShareDistanceAndAcceleration) {
     EXPECT_EQ(other->accel(), accel);
     EXPECT_TRUE(other->status());
   }
+}
+
+class SurfaceInOcean : public SurfaceTest {
+ protected:
+  SurfaceParameters oceanOf(ObjectBuilder const& builder) const {
+    auto parameters = parametersOf(builder);
+    parameters.enable_ocean_blending = true;
+    parameters.ocean_blending_height = 0.03f;
+    parameters.ocean_blending_dimension = {3.f, 3.f};
+    parameters.ocean_blending_radius = 0.3f;
+    return parameters;
+  }
+
+  static ExtendFilter filterOf(SurfaceParameters const& p) {
+    return ExtendFilter(p.ocean_blending_height, p.ocean_blending_center,
+                        p.ocean_blending_dimension, p.ocean_blending_radius,
+                        p.ocean_blending_out_channel);
+  }
+};
+
+TEST_F(SurfaceInOcean, BlendsInCacheUnitsAndKeepsANamedMask) {
+  auto parameters = oceanOf(sphere());
+  parameters.enable_ocean_blending_uvs = false;
+  parameters.ocean_blending_out_channel = "mask";
+  Surface const plain(parametersOf(sphere()));
+  filterOf(parameters).filter(plain.distance(), plain.distance());
+
+  parameters.space_scale = 2.f;
+  Surface const surface(parameters);
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+  expectEach(valuesOf<float>(plain.distance()), distancesOf(surface),
+             [](float d) { return 2.f * d; });
+  EXPECT_EQ(valuesOf<float>(surface.voxels().findChannel("mask")),
+            valuesOf<float>(plain.voxels().findChannel("mask")));
+  EXPECT_FALSE(surface.voxels().findChannel("oceanTmp").valid());
+}
+
+TEST_F(SurfaceInOcean, WarnsOfMissingTextureCoordinatesAndGoesOn) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  builder.channel<Float3>(voxels, "velocity", Float3(1.f));
+  Surface const surface(oceanOf(builder));
+  EXPECT_TRUE(surface.status());
+  EXPECT_EQ(
+      warningsOf(surface),
+      std::vector<std::string>{"Invalid uv channel 'uv'. Available channels are:\n    distance\n"});
+  EXPECT_TRUE(surface.accel().valid());
+}
+
+TEST_F(SurfaceInOcean, ExtendsTextureCoordinatesOfTheGivenName) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  builder.channel<Float2>(voxels, "st", Float2(9.f));
+  auto parameters = oceanOf(builder);
+  parameters.uv_channel = "st";
+  Surface const surface(parameters);
+  EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+  API::VoxelChannel const st(surface.voxels().findChannel("st"));
+  auto const extended = valuesOf<Float2>(st);
+  filterOf(parameters).uvs(st);
+  EXPECT_EQ(extended, valuesOf<Float2>(st));
+  EXPECT_EQ(std::count(extended.begin(), extended.end(), Float2(9.f)), 0);
+}
+
+TEST_F(SurfaceInOcean, AcceptsTextureCoordinatesOfAnotherTypeWithoutAWord) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  builder.channel<Float3>(voxels, "uv", Float3(9.f));
+  Surface const surface(oceanOf(builder));
+  EXPECT_TRUE(surface.status());
+  EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+}
+
+TEST_F(SurfaceInOcean, LeavesTextureCoordinatesAloneWithoutARectangle) {
+  auto parameters = oceanOf(sphere());
+  Surface const plain(parametersOf(sphere()));
+  auto const before = distancesOf(plain);
+  for (Float2 dimension : {Float2(0.f, 3.f), Float2(3.f, 0.f), Float2(3.f, -1.f)}) {
+    parameters.ocean_blending_dimension = dimension;
+    Surface const surface(parameters);
+    EXPECT_TRUE(surface.status());
+    EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+  }
+  parameters.ocean_blending_dimension = {0.f, 3.f};
+  filterOf(parameters).filter(plain.distance(), plain.distance());
+  EXPECT_NE(valuesOf<float>(plain.distance()), before);
+  EXPECT_EQ(distancesOf(Surface(parameters)), valuesOf<float>(plain.distance()));
 }
 
 }  // namespace

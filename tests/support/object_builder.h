@@ -7,6 +7,7 @@
 
 namespace Velmor::Test {
 
+using Float2 = orlen::Math::vec<2, float>;
 using Float3 = Vec3;
 
 /// Builds an object of a name of its own, component by component.
