@@ -14,6 +14,7 @@
 namespace Velmor::Processing {
 namespace {
 
+using Test::addChannel;
 using Test::errorOf;
 using Test::Float2;
 using Test::Float3;
@@ -161,7 +162,7 @@ TEST_F(SurfaceTest, DerivesChannelsFromTheDistanceOfTheCache) {
   Surface const plain(sphereParameters());
   auto const expected = [&](Filter const& filter, char const* name) {
     API::StateServer const server(API::ObjectModel::stateServer(plain.voxels().stateID()));
-    auto const channel = Test::addChannel<float>(server, plain.voxels(), name);
+    auto const channel = addChannel<float>(server, plain.voxels(), name);
     filter.filter(plain.distance(), channel);
     return valuesOf<float>(channel);
   };
