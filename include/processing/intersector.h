@@ -51,7 +51,7 @@ class VELMOR_EXPORT Intersector {
   Interval next();
 
  private:
-  struct Impl;
+  struct VELMOR_LOCAL Impl;
   Impl* impl_ = nullptr;
 };
 

@@ -68,9 +68,9 @@ class VELMOR_EXPORT Sampler {
                       orlen::Math::vec<3, float>& grad) const;
 
  private:
-  class Impl;
+  class VELMOR_LOCAL Impl;
   template <int N, class T>
-  class ChannelSamplerT;
+  class VELMOR_LOCAL ChannelSamplerT;
   static Impl* makeImpl(API::Array<API::VoxelChannel> const& channels);
   void reset(Impl* impl);
 

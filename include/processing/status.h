@@ -50,7 +50,7 @@ class VELMOR_EXPORT Stream {
 
  private:
   friend class Status;
-  class Impl;
+  class VELMOR_LOCAL Impl;
   explicit Stream(std::nullptr_t) noexcept : impl_(nullptr) {}
 
   Impl* impl_;
@@ -84,7 +84,7 @@ class VELMOR_EXPORT Status {
   API::Array<API::String> warnings() const;
 
  private:
-  class Impl;
+  class VELMOR_LOCAL Impl;
   Impl* impl_;
 };
 
