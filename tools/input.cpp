@@ -2,10 +2,13 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "names.h"
@@ -36,6 +39,13 @@ class ScanGraph {
   API::Runtime::CacheResourceImporter importer_;
 };
 
+bool isCacheName(std::string const& path) {
+  std::string_view const ending = ".vdb";
+  return path.size() > ending.size() &&
+         std::equal(ending.begin(), ending.end(), path.end() - std::ptrdiff_t{4},
+                    [](char a, char b) { return a == b || (b >= 'A' && b <= 'Z' && a == b + 32); });
+}
+
 std::string didYouMean(std::string const& name, std::vector<std::string> const& candidates) {
   auto const nearest = nearestName(name, candidates);
   return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
@@ -56,6 +66,7 @@ Input::Input(std::string path) : path_(std::move(path)) {
   if (stat(path_.c_str(), &there) != 0) fail(std::strerror(errno));
   isFile_ = !S_ISDIR(there.st_mode);
   if (isFile_ && !S_ISREG(there.st_mode)) fail("neither a file nor a folder");
+  if (isFile_ && !isCacheName(path_)) fail("not a cache file: its name does not end in .vdb");
   if (isFile_ && access(path_.c_str(), R_OK) != 0) fail(std::strerror(errno));
   if (!isFile_) {
     auto* const folder = opendir(path_.c_str());
@@ -64,13 +75,16 @@ Input::Input(std::string path) : path_(std::move(path)) {
   }
 
   ScanGraph const scan(path_);
-  auto const status = scan.importer().readFiles(false, false, "", "");
-  if (!status.succeeded()) fail(status.message().str());
+  scan.importer().readFiles(false, false, "", "");
   for (auto const& file : Host::cacheFiles(scan.importer())) {
     if (objects_.empty() || objects_.back().name != file.object) {
-      objects_.push_back({file.object, file.numbered, {}});
+      objects_.push_back({file.object, false, {}});
     }
-    objects_.back().frames.push_back(file.frame);
+    if (file.numbered) {
+      objects_.back().frames.push_back(file.frame);
+    } else {
+      objects_.back().everyFrame = true;
+    }
   }
   for (auto& object : objects_) {
     std::sort(object.frames.begin(), object.frames.end());
@@ -78,7 +92,7 @@ Input::Input(std::string path) : path_(std::move(path)) {
                         object.frames.end());
   }
   if (objects_.empty()) {
-    fail(isFile_ ? "not a cache file (.vdb)" : "no cache files (.vdb) in this folder");
+    fail(isFile_ ? "not a cache file" : "no cache files (.vdb) in this folder");
   }
 }
 
@@ -97,8 +111,9 @@ CacheObject const& Input::object(std::string const& name) const {
 }
 
 int Input::frameOrFirst(CacheObject const& object, std::optional<int> frame) const {
-  if (!frame) return object.frames.front();
-  if (object.numbered && !std::binary_search(object.frames.begin(), object.frames.end(), *frame)) {
+  if (!frame) return object.frames.empty() ? 0 : object.frames.front();
+  if (!object.everyFrame &&
+      !std::binary_search(object.frames.begin(), object.frames.end(), *frame)) {
     fail("object '" + object.name + "' has no frame " + std::to_string(*frame) + "; it has " +
          frameList(object.frames));
   }
@@ -107,7 +122,7 @@ int Input::frameOrFirst(CacheObject const& object, std::optional<int> frame) con
 
 Selection Input::select(InputOptions const& options) const {
   auto const& chosen = object(options.object);
-  if (!options.frame && chosen.frames.size() > 1) {
+  if (!options.frame && chosen.frames.size() + (chosen.everyFrame ? 1 : 0) > 1) {
     fail("object '" + chosen.name +
          "' has several frames; choose one with --frame: " + frameList(chosen.frames));
   }
@@ -130,8 +145,11 @@ API::Object Input::load(Selection const& selection) const {
          std::to_string(ids.count()) + " files hold it");
   }
   API::Runtime::CacheResource const resource = scan.graph().resource(selection.frame, ids[0]);
-  auto const status = resource.load({});
-  if (!status.succeeded()) fail(status.message().str());
+  // The host has said by now what is wrong with the file.
+  if (!resource.load({}).succeeded()) {
+    fail("could not read object '" + selection.object + "', frame " +
+         std::to_string(selection.frame));
+  }
   API::StateServer const server = resource.dataSource();
   API::Object const object = server.findObject(selection.object);
   if (!object.valid()) fail("the file holds no object '" + selection.object + "'");

@@ -22,8 +22,8 @@ struct InputOptions {
 /// An object in the input and where its frames are.
 struct CacheObject {
   std::string name;
-  bool numbered = true;  ///< else its one file stands for every frame
-  std::vector<int> frames;
+  bool everyFrame = false;  ///< a file without a number stands for every frame
+  std::vector<int> frames;  ///< of the numbered files
 };
 
 /// One object at one frame.
@@ -46,7 +46,7 @@ class Input {
   CacheObject const& object(std::string const& name) const;
   /// Object and frame; what is not named must be the only one.
   Selection select(InputOptions const& options) const;
-  /// The frame of an object, or its first one.
+  /// The frame of an object if it has it, or its first one.
   int frameOrFirst(CacheObject const& object, std::optional<int> frame) const;
 
   /// Parameters of a shape: the folder and the query that make it load the selection.

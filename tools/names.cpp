@@ -62,7 +62,7 @@ std::string frameList(std::vector<int> const& frames) {
     text += std::to_string(frames[i]);
     if (end > i) {
       // Two neighbours read better as two numbers.
-      text += end == i + 1 ? ", " : "-";
+      text += end == i + 1 ? ", " : "..";
       text += std::to_string(frames[end]);
     }
     i = end + 1;

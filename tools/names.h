@@ -13,7 +13,7 @@ std::string nearestName(std::string const& name, std::vector<std::string> const&
 /// "'a', 'b', 'c'", or `none` where there is nothing to list.
 std::string quotedList(std::vector<std::string> const& names, std::string const& none);
 
-/// Frame numbers with runs drawn together: "1-48, 50". Sorted input.
+/// Frame numbers with runs drawn together: "1..48, 50". Sorted input.
 std::string frameList(std::vector<int> const& frames);
 
 }  // namespace Velmor::Tool

@@ -39,7 +39,7 @@ Session::Session(CommonOptions const& options) : options_(options) {
         warn(text);
         break;
       case Host::Severity::Error:
-        say("velmor: " + text);
+        hostError(text);
         break;
     }
   });
@@ -49,11 +49,17 @@ Session::~Session() { Host::setMessageHandler(nullptr); }
 
 void Session::note(std::string const& text) {
   std::lock_guard const lock(mutex_);
-  if (!options_.quiet) say("velmor: note: " + text);
+  if (firstTime(text) && !options_.quiet) say("velmor: note: " + text);
+}
+
+void Session::hostError(std::string const& text) {
+  std::lock_guard const lock(mutex_);
+  if (firstTime(text)) say("velmor: " + text);
 }
 
 void Session::warn(std::string const& text) {
   std::lock_guard const lock(mutex_);
+  if (!firstTime(text)) return;
   warnings_.push_back(text);
   if (!options_.quiet) say("velmor: warning: " + text);
 }

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,8 @@ class Session {
 
   CommonOptions const& options() const noexcept { return options_; }
 
-  /// "velmor: note: ..." on standard error; not with --quiet.
+  /// "velmor: note: ..." on standard error; not with --quiet. Notes, warnings and
+  /// the host's errors are each said once: loading may look at a file twice.
   void note(std::string const& text);
   /// "velmor: warning: ..." on standard error; not with --quiet. The report
   /// holds all warnings under "warnings".
@@ -57,9 +59,13 @@ class Session {
   ExitCode code() const noexcept { return code_; }
 
  private:
+  void hostError(std::string const& text);
+  bool firstTime(std::string const& text) { return said_.insert(text).second; }
+
   CommonOptions options_;
   std::mutex mutex_;  // the host may report from any thread
   std::vector<std::string> warnings_;
+  std::set<std::string> said_;
   bool reportToError_ = false;
   ExitCode code_ = ExitCode::Success;
   std::optional<tbb::global_control> threads_;

@@ -138,14 +138,18 @@ std::string table(std::vector<std::vector<std::string>> const& lines, std::strin
   return text;
 }
 
+std::string framesOf(Json const& object) {
+  auto text = frameList(object["frames"].get<std::vector<int>>());
+  if (object["every_frame"].get<bool>())
+    text += text.empty() ? "all (one file)" : ", else one file";
+  return text;
+}
+
 std::string describeInWords(Json const& report) {
   std::string text;
   for (auto const& object : report["objects"]) {
-    text += "object " + words(object["name"]) + "\n  frames: " +
-            (object["numbered"].get<bool>() ? frameList(object["frames"].get<std::vector<int>>())
-                                            : "one file for all frames") +
-            "\n";
-    if (object["numbered"].get<bool>() && object["frames"].size() > 1) {
+    text += "object " + words(object["name"]) + "\n  frames: " + framesOf(object) + "\n";
+    if (object["frames"].size() > 1) {
       text += "  described: frame " + words(object["frame"]) + "\n";
     }
     for (auto const& component : object["components"]) {
@@ -183,14 +187,15 @@ std::string describeInWords(Json const& report) {
 
 void run(Session& session, InputOptions const& options) {
   Input const input(options.path);
+  if (!options.object.empty()) input.object(options.object);  // a wrong name ends here
   Json report;
   report["input"] = input.path();
   Json objects = Json::array();
   for (auto const& object : input.objects()) {
-    if (!options.object.empty() && &object != &input.object(options.object)) continue;
+    if (!options.object.empty() && object.name != options.object) continue;
     Json entry;
     entry["name"] = object.name;
-    entry["numbered"] = object.numbered;
+    entry["every_frame"] = object.everyFrame;
     entry["frames"] = object.frames;
     Json components = Json::array();
     // One unreadable object does not hide the others.
@@ -206,7 +211,6 @@ void run(Session& session, InputOptions const& options) {
     entry["components"] = components;
     objects.push_back(entry);
   }
-  if (!options.object.empty()) input.object(options.object);
   report["objects"] = objects;
   auto const text = describeInWords(report);
   session.report(std::move(report), text);
