@@ -1,5 +1,6 @@
 #include "command.h"
 
+#include <algorithm>
 #include <exception>
 #include <new>
 #include <utility>
@@ -42,32 +43,38 @@ CLI::App& Command::verb(std::string const& name, std::string const& description,
   return verb;
 }
 
-int Command::usageError(CLI::ParseError const& error) {
-  std::string text = error.what();
-  if (auto const* extras = dynamic_cast<CLI::ExtrasError const*>(&error); extras != nullptr) {
-    std::vector<std::string> names;
-    auto const parsed = app_.get_subcommands();
-    std::string wrong;
-    if (parsed.empty()) {
-      for (auto const* verb : app_.get_subcommands(nullptr)) names.push_back(verb->get_name());
-      auto const rest = app_.remaining();
-      if (!rest.empty()) wrong = rest.front();
-      text = "no verb '" + wrong + "'; there is " + quotedList(names, "none");
-    } else {
-      for (auto const* option : parsed.front()->get_options()) {
-        names.push_back(option->get_name());
-      }
-      auto const rest = parsed.front()->remaining(true);
-      if (!rest.empty()) wrong = rest.front();
-    }
-    auto const nearest = nearestName(wrong, names);
-    if (!nearest.empty()) text += "; did you mean '" + nearest + "'?";
-  }
+int Command::usageError(std::string const& text) const {
   print(Failure(ExitCode::Usage, "", text + "\nRun 'velmor --help' or 'velmor VERB --help'."));
   return static_cast<int>(ExitCode::Usage);
 }
 
+int Command::usageError(CLI::ParseError const& error) const {
+  std::string text = error.what();
+  auto const parsed = app_.get_subcommands();
+  if (!parsed.empty() && dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr) {
+    std::vector<std::string> names;
+    for (auto const* option : std::as_const(*parsed.front()).get_options()) {
+      names.push_back(option->get_name());
+    }
+    for (auto const& extra : parsed.front()->remaining(true)) {
+      auto const nearest = extra.size() > 1 && extra[0] == '-' ? nearestName(extra, names) : "";
+      if (!nearest.empty()) text += "; did you mean '" + nearest + "'?";
+    }
+  }
+  return usageError(text);
+}
+
 int Command::run(int argc, char const* const* argv) {
+  std::vector<std::string> verbs;
+  for (auto const* known : app_.get_subcommands(nullptr)) verbs.push_back(known->get_name());
+  std::string const word = argc > 1 ? argv[1] : "";
+  if (word.empty() ||
+      (word[0] != '-' && std::find(verbs.begin(), verbs.end(), word) == verbs.end())) {
+    auto const nearest = nearestName(word, verbs);
+    return usageError((word.empty() ? "no verb given" : "no verb '" + word + "'") + "; there is " +
+                      quotedList(verbs, "none") +
+                      (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+  }
   try {
     app_.parse(argc, argv);
   } catch (CLI::ParseError const& e) {

@@ -26,7 +26,8 @@ class Command {
   int run(int argc, char const* const* argv);
 
  private:
-  int usageError(CLI::ParseError const& error);
+  int usageError(std::string const& text) const;
+  int usageError(CLI::ParseError const& error) const;
 
   CLI::App app_;
   CommonOptions common_;

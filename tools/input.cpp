@@ -271,8 +271,18 @@ std::array<double, 3> origin(API::Component const& component) {
   if (!dictionary.hasValue("origin")) {
     dictionary = API::Object(component.object()).dictionary();
   }
-  auto const value = dictionary.value<orlen::Math::vec<3, float>>("origin");
-  return {static_cast<double>(value.x), static_cast<double>(value.y), static_cast<double>(value.z)};
+  auto const rounded = dictionary.value<orlen::Math::vec<3, float>>("origin");
+  auto const halfVoxel = 0.5 * dictionary.value<double>("voxel_size");
+  std::array<double, 3> result{};
+  for (int axis = 0; axis < 3; ++axis) {
+    // The file's own numbers are doubles, and place the centre of voxel 0. Where
+    // somebody has moved the object, its origin alone holds.
+    auto const key = std::string("translation_") + "xyz"[axis];
+    auto const exact = dictionary.value<double>(key) - halfVoxel;
+    bool const same = dictionary.hasValue(key) && static_cast<float>(exact) == rounded[axis];
+    result[static_cast<std::size_t>(axis)] = same ? exact : static_cast<double>(rounded[axis]);
+  }
+  return result;
 }
 
 }  // namespace Velmor::Tool

@@ -1,12 +1,18 @@
 #include "surface_input.h"
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <optional>
 
 namespace Velmor::Tool {
 
 namespace {
+
+Host::DistanceMode modeOf(std::string const& name) {
+  if (name == "keep") return Host::DistanceMode::Keep;
+  if (name == "scale") return Host::DistanceMode::Scale;
+  if (name == "rebuild") return Host::DistanceMode::Rebuild;
+  return Host::DistanceMode::Auto;
+}
 
 // Makes the next surface take its distance from that channel.
 void choose(FoundChannel const& channel, Host::DistanceMode mode,
@@ -67,16 +73,13 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
 }
 
 void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode) {
-  verb.add_option("--distance", mode,
-                  "What to do with the channel's values: keep them, scale them by a factor to "
-                  "world units, rebuild a narrow band from their zero crossing, or auto: the "
-                  "first of these that gives a true distance")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, Host::DistanceMode>{{"auto", Host::DistanceMode::Auto},
-                                                    {"keep", Host::DistanceMode::Keep},
-                                                    {"scale", Host::DistanceMode::Scale},
-                                                    {"rebuild", Host::DistanceMode::Rebuild}}))
-      ->type_name("auto|keep|scale|rebuild");
+  verb.add_option_function<std::string>(
+          "--distance", [&mode](std::string const& name) { mode = modeOf(name); },
+          "What to do with the channel's values: keep them, scale them by a factor to "
+          "world units, rebuild a narrow band from their zero crossing, or auto: the "
+          "first of these that gives a true distance")
+      ->check(CLI::IsMember({"auto", "keep", "scale", "rebuild"}))
+      ->type_name("MODE");
 }
 
 }  // namespace Velmor::Tool

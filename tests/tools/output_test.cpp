@@ -16,9 +16,9 @@
 namespace Velmor::Tool {
 namespace {
 
-using Test::namesIn;
-using Test::readFile;
-using Test::writeFile;
+using ::Velmor::Test::namesIn;
+using ::Velmor::Test::readFile;
+using ::Velmor::Test::writeFile;
 using Names = std::vector<std::string>;
 
 class OutputFileTest : public testing::Test {
@@ -27,7 +27,7 @@ class OutputFileTest : public testing::Test {
   Names names() const { return namesIn(folder_.path().str()); }
 
  private:
-  Test::CacheFolder folder_;
+  ::Velmor::Test::CacheFolder folder_;
 };
 
 ExitCode codeOf(std::function<void()> const& work) {

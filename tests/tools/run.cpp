@@ -73,7 +73,8 @@ Run runCommand(std::vector<std::string> const& arguments, RunOptions const& opti
   }
   auto const child = start(arguments, options, output, err.file());
   if (output != out.file()) close(output);
-  auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
+  auto const end =
+      std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
   int state = 0;
   while (waitpid(child, &state, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > end) {
@@ -91,8 +92,7 @@ Run runCommand(std::vector<std::string> const& arguments, RunOptions const& opti
   return run;
 }
 
-bool killCommandWhen(std::vector<std::string> const& arguments,
-                     std::function<bool()> const& when) {
+bool killCommandWhen(std::vector<std::string> const& arguments, std::function<bool()> const& when) {
   Captured const out, err;
   auto const child = start(arguments, {}, out.file(), err.file());
   int state = 0;

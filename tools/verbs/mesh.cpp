@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "command.h"
-#include "names.h"
 #include "output.h"
 #include "processing/mesher.h"
 #include "stopwatch.h"
