@@ -109,8 +109,7 @@ int main(int argc, char** argv) {
   API::Layout const layout = volume.layout();
   auto const leaves = leavesOfPool();
   Host::addLeafTiles(layout, leaves);
-  API::VoxelChannel const distance(
-      server.createChannel(volume, API::DataType::Float, "distance"));
+  API::VoxelChannel const distance(server.createChannel(volume, API::DataType::Float, "distance"));
   distance.setBackgroundValue(plateau * voxelSize);
   Host::setFieldClass(distance, Host::FieldClass::LevelSet);
   for (int depth = 0; depth <= layout.maxDepth(); ++depth) fill(distance, depth);

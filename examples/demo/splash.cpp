@@ -68,9 +68,9 @@ float water(float x, float y, float z, float r) {
   float const swell = 1.6f * std::sin(0.045f * x + 0.6f) + 1.3f * std::cos(0.052f * z - 0.03f * x);
   float const height = ripple + swell - crater;
   // Steepness, for a height field's distance to first order.
-  float const slope = -9.f * fade * (0.17f * std::sin(0.17f * r - 1.2f) +
-                                     std::cos(0.17f * r - 1.2f) / 110.f) +
-                      crater * 2.f * r / (44.f * 44.f);
+  float const slope =
+      -9.f * fade * (0.17f * std::sin(0.17f * r - 1.2f) + std::cos(0.17f * r - 1.2f) / 110.f) +
+      crater * 2.f * r / (44.f * 44.f);
   return (y - height) / std::sqrt(1.f + slope * slope);
 }
 
@@ -81,8 +81,7 @@ float pool(float x, float y, float z, float r) {
   float const qx = std::abs(x) - (poolHalfWidth - round);
   float const qy = std::abs(y - middle) - half;
   float const qz = std::abs(z) - (poolHalfWidth - round);
-  float const outside =
-      std::hypot(std::max(qx, 0.f), std::max(qy, 0.f), std::max(qz, 0.f)) - round;
+  float const outside = std::hypot(std::max(qx, 0.f), std::max(qy, 0.f), std::max(qz, 0.f)) - round;
   float const box = outside + std::min(std::max({qx, qy, qz}), 0.f);
   return -blend(-box, -water(x, y, z, r), 10.f);
 }
@@ -107,8 +106,7 @@ float splashDistance(float x, float y, float z) {
     float const along = r * std::cos(off), across = r * std::sin(off);
     float const length = crown.length[static_cast<std::size_t>(n % fingers)];
     float const tipR = 68.f + 0.45f * length, tipY = 34.f + 0.9f * length;
-    float const finger =
-        taperedSegment(along, y, across, {68.f, 34.f}, {tipR, tipY}, 3.4f, 2.f);
+    float const finger = taperedSegment(along, y, across, {68.f, 34.f}, {tipR, tipY}, 3.4f, 2.f);
     float const bead = std::hypot(along - tipR, y - tipY, across) - 4.2f;
     distance = blend(distance, blend(finger, bead, 4.f), 6.f);
   }
