@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <numbers>
+#include <random>
+#include <string>
+
+#include "processing/bounds.h"
+#include "render/render.h"
+#include "support/scene.h"
+
+namespace Velmor::Render {
+namespace {
+
+using Field = std::function<double(Vec3d const&)>;  // signed distance, all in voxels
+
+struct Subject {
+  Test::Scene scene;
+  API::Layout accel;
+};
+
+// The level set of a field within `bound` voxels of `centre`, half width 5 voxels.
+Subject subjectOf(Field const& field, Vec3d const& centre, double bound, float voxelScale) {
+  float const band = 5.f * voxelScale;
+  Subject subject{Test::emptyScene(voxelScale, band), {}};
+  auto const& scene = subject.scene;
+  std::vector<API::TileCoord> leaves;
+  auto const first = [&](double c) {
+    return static_cast<int>(std::floor((c - bound + 2.) / 5.)) * 5 - 2;
+  };
+  for (int z = first(centre.z); z < centre.z + bound; z += 5) {
+    for (int y = first(centre.y); y < centre.y + bound; y += 5) {
+      for (int x = first(centre.x); x < centre.x + bound; x += 5) {
+        if (std::abs(field({x + 2.5, y + 2.5, z + 2.5})) < 3. + 4.4) leaves.push_back({x, y, z});
+      }
+    }
+  }
+  Host::addLeafTiles(scene.layout, leaves);
+  auto const leaf = scene.layout.maxDepth();
+  Test::fillCells<float>(scene.distance, [&](double x, double y, double z) {
+    return std::clamp(field({x, y, z}), -5., 5.) * voxelScale;
+  });
+  Test::forTiles(scene.layout, 0, leaf - 1, [&](API::TreeIndex const& index) {
+    auto const cells = scene.distance.tileData<float>(index);
+    for (int c = 0; c < 125; ++c) cells.data[c] = cells.data[c] < 0.f ? -band : band;
+  });
+  subject.accel = Processing::createAccelLayout(scene.distance);
+  return subject;
+}
+
+struct Shape {
+  char const* name;
+  Field field;
+  double bound;
+};
+
+std::vector<Shape> shapesAround(Vec3d const& c) {
+  Vec3d const n = normalized({0.3, 1., -0.2});
+  return {
+      {"sphere", [c](Vec3d const& p) { return length(p - c) - 20.; }, 28.},
+      {"torus",
+       [c](Vec3d const& p) {
+         Vec3d const q = p - c;
+         return std::hypot(std::hypot(q.x, q.z) - 45., q.y) - 20.;
+       },
+       73.},
+      {"plane", [c, n](Vec3d const& p) { return dot(p - c, n); }, 60.},
+  };
+}
+
+// How deep below the surface the ray goes, and where it first meets it; by
+// sphere tracing in double precision. All in voxels.
+struct Truth {
+  double deepest = 1e9;
+  double first = -1.;
+};
+
+Truth truthOf(Field const& field, Vec3d const& origin, Vec3d const& direction, double far) {
+  Truth truth;
+  double t = 0.;
+  while (t < far) {
+    double const d = field(origin + direction * t);
+    truth.deepest = std::min(truth.deepest, d);
+    if (truth.first < 0. && d <= 1e-6) truth.first = t;
+    t += std::max(std::abs(d) * 0.9, truth.first < 0. ? 1e-6 : 0.05);
+    if (truth.first >= 0. && truth.deepest < -1.) break;
+  }
+  return truth;
+}
+
+struct Tally {
+  long rays = 0, hits = 0, mustHit = 0, missed = 0;
+  double worst = 0.;  // distance of a hit from the surface, in voxels
+};
+
+Tally shoot(Shape const& shape, Vec3d const& centre, float voxelScale, int rays,
+            std::mt19937& random) {
+  auto const subject = subjectOf(shape.field, centre, shape.bound, voxelScale);
+  SurfaceTracer tracer(subject.scene.distance, subject.accel);
+  std::uniform_real_distribution<double> unit(-1., 1.);
+  auto const anyDirection = [&] {
+    for (;;) {
+      Vec3d const v(unit(random), unit(random), unit(random));
+      if (double const l = length(v); l > 0.1 && l <= 1.) return v * (1. / l);
+    }
+  };
+  bool const endless = std::string(shape.name) == "plane";
+  Tally tally;
+  for (int r = 0; r < rays; ++r) {
+    Vec3d eye = centre + anyDirection() * (100. + 60. * (unit(random) + 1.));
+    // A plane ends at the border of its tiles: only its middle counts.
+    Vec3d const target =
+        centre + Vec3d(unit(random), unit(random), unit(random)) * (endless ? 20. : 75.);
+    if (endless && shape.field(eye) < 5.) eye = centre + (centre - eye);
+    Vec3d const direction = normalized(target - eye);
+    if (endless && std::abs(dot(direction, normalized({0.3, 1., -0.2}))) < 0.5) continue;
+    auto const truth = truthOf(shape.field, eye, direction, 400.);
+    Hit const hit = tracer.trace(eye * double{voxelScale}, direction);
+    ++tally.rays;
+    if (truth.deepest < -1.) ++tally.mustHit;
+    if (!hit.found) {
+      if (truth.deepest < -1.) ++tally.missed;
+      continue;
+    }
+    ++tally.hits;
+    double const t = hit.t / double{voxelScale};
+    double const off = std::abs(shape.field(eye + direction * t));
+    tally.worst = std::max(tally.worst, off);
+    if (truth.deepest < -1. && t > truth.first + 3.) ++tally.missed;  // the first hit was passed
+  }
+  return tally;
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kRays = 1000;
+#else
+constexpr int kRays = 90000;
+#endif
+
+TEST(SurfaceTracer, FindsTheFirstHitWithinATenthOfAVoxel) {
+  unsigned const seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  Vec3d const centre(0.37, -0.21, 0.13);
+  for (auto const& shape : shapesAround(centre)) {
+    for (float const voxelScale : {0.001f, 0.1f, 1.f, 1000.f}) {
+      auto const tally = shoot(shape, centre, voxelScale, kRays, random);
+      EXPECT_GT(tally.mustHit, tally.rays / 4) << shape.name;
+      EXPECT_EQ(tally.missed, 0) << shape.name << " at " << voxelScale;
+      EXPECT_LT(tally.worst, 0.1) << shape.name << " at " << voxelScale;
+    }
+  }
+}
+
+TEST(SurfaceTracer, MissesHardlyAnyFarFromTheOrigin) {
+  unsigned const seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  for (double const far : {1000., 20000.}) {
+    Vec3d const centre(far, 0.7 * far, -0.4 * far);
+    auto const tally = shoot(shapesAround(centre).front(), centre, 0.1f, kRays, random);
+    EXPECT_LT(static_cast<double>(tally.missed), 5e-4 * static_cast<double>(tally.mustHit) + 1.)
+        << far;
+    EXPECT_LT(tally.worst, 0.1) << far;
+  }
+}
+
+TEST(SurfaceTracer, NormalsPointAlongTheRadius) {
+  Vec3d const centre(0.37, -0.21, 0.13);
+  auto const shape = shapesAround(centre).front();
+  auto const subject = subjectOf(shape.field, centre, shape.bound, 0.1f);
+  SurfaceTracer tracer(subject.scene.distance, subject.accel);
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> unit(-1., 1.);
+  for (int r = 0; r < 2000; ++r) {
+    Vec3d const eye = normalized({unit(random), unit(random), unit(random)}) * 100. + centre;
+    Vec3d const target = centre + Vec3d(unit(random), unit(random), unit(random)) * 10.;
+    Hit const hit = tracer.trace(eye * 0.1, normalized(target - eye));
+    ASSERT_TRUE(hit.found);
+    Vec3d const radius = normalized(eye * 0.1 + normalized(target - eye) * hit.t - centre * 0.1);
+    EXPECT_GT(dot(radius, toDouble(hit.normal)), std::cos(std::numbers::pi / 180.));
+  }
+}
+
+TEST(SurfaceTracer, SeesTheSurfaceFromInside) {
+  Vec3d const centre(0., 0., 0.);
+  auto const shape = shapesAround(centre).front();
+  auto const subject = subjectOf(shape.field, centre, shape.bound, 1.f);
+  SurfaceTracer tracer(subject.scene.distance, subject.accel);
+  Hit const hit = tracer.trace(centre, {1., 0., 0.});
+  ASSERT_TRUE(hit.found);
+  EXPECT_NEAR(hit.t, 20., 0.1);
+}
+
+TEST(SurfaceTracer, BoundsItsWorkOnImpossibleRays) {
+  auto const shape = shapesAround({0., 0., 0.}).front();
+  auto const subject = subjectOf(shape.field, {0., 0., 0.}, shape.bound, 1.f);
+  SurfaceTracer tracer(subject.scene.distance, subject.accel);
+  double const nan = std::nan(""), inf = HUGE_VAL;
+  for (double bad : {nan, inf, -inf, 1e300, -1e300}) {
+    EXPECT_FALSE(tracer.trace({bad, 0., 0.}, {0., 1., 0.}).found) << bad;
+    tracer.trace({-50., 0., 0.}, {1., bad, 0.});
+  }
+  EXPECT_FALSE(tracer.trace({0., 0., 0.}, {0., 0., 0.}).found);
+  EXPECT_FALSE(tracer.trace({21., 0., 0.}, {nan, nan, nan}).found);
+}
+
+TEST(SurfaceTracer, CopiesAreIndependent) {
+  auto const shape = shapesAround({0., 0., 0.}).front();
+  auto const subject = subjectOf(shape.field, {0., 0., 0.}, shape.bound, 1.f);
+  SurfaceTracer one(subject.scene.distance, subject.accel);
+  SurfaceTracer two(one);
+  EXPECT_EQ(one.trace({-50., 0., 0.}, {1., 0., 0.}).t, two.trace({-50., 0., 0.}, {1., 0., 0.}).t);
+}
+
+}  // namespace
+}  // namespace Velmor::Render
