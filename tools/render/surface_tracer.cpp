@@ -67,6 +67,27 @@ struct SurfaceTracer::Impl {
     }
     return 0.5f * (a + b);
   }
+
+  // The walk passes over a cell now and then. If the sign differs at `t`, where
+  // the field is `f`, a crossing shortly before it is moved into `t`; without
+  // one the sign was that of a coarse cell and says nothing.
+  bool lookBack(Vec3f const& origin, Vec3f const& direction, float from, float& t, float f,
+                bool outside) const {
+    float b = t;
+    for (int n = 0; n < 20 && b > from; ++n) {
+      float const a = std::max(b - step, from);
+      float const fa = value(origin, direction, a);
+      if ((fa > 0.f) == outside) {
+        // A jump between a leaf and a coarse cell is no surface.
+        if (std::abs(fa - f) > 4.f * step) return false;
+        t = refine(origin, direction, a, fa, b, f);
+        return true;
+      }
+      b = a;
+      f = fa;
+    }
+    return false;
+  }
 };
 
 SurfaceTracer::SurfaceTracer(API::VoxelChannel const& distance, API::Layout const& accel)
@@ -85,13 +106,17 @@ Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
   auto& tiles = impl_->tiles;
   tiles.init(o, d, 0.f, end);
   bool outside = impl_->value(o, d, 0.f) > 0.f;
+  float behind = 0.f;  // where the interval before ended
   for (auto i = tiles.next(); i.valid(); i = tiles.next()) {
     float before = i.t0;
     float fBefore = impl_->value(o, d, before);
-    // Between two intervals nothing changes sign, save where the walk passed
-    // over a cell: the crossing is then at this interval's very start.
-    bool crossed = (fBefore > 0.f) != outside;
     float t = before;
+    bool crossed = false;
+    if ((fBefore > 0.f) != outside) {
+      crossed = impl_->lookBack(o, d, behind, t, fBefore, outside);
+      if (!crossed) outside = !outside;
+    }
+    behind = i.t1;
     while (!crossed && before < i.t1) {
       float const at = std::min(before + impl_->step, i.t1);
       float const f = impl_->value(o, d, at);

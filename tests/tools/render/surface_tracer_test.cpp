@@ -83,6 +83,7 @@ Truth truthOf(Field const& field, Vec3d const& origin, Vec3d const& direction, d
     double const d = field(origin + direction * t);
     truth.deepest = std::min(truth.deepest, d);
     if (truth.first < 0. && d <= 1e-6) truth.first = t;
+    if (truth.first >= 0. && d > 1e-3) truth.first = -1.;  // it only grazed
     t += std::max(std::abs(d) * 0.9, truth.first < 0. ? 1e-6 : 0.05);
     if (truth.first >= 0. && truth.deepest < -1.) break;
   }
@@ -110,8 +111,8 @@ Tally shoot(Shape const& shape, Vec3d const& centre, float voxelScale, int rays,
   for (int r = 0; r < rays; ++r) {
     Vec3d eye = centre + anyDirection() * (100. + 60. * (unit(random) + 1.));
     // A plane ends at the border of its tiles: only its middle counts.
-    Vec3d const target =
-        centre + Vec3d(unit(random), unit(random), unit(random)) * (endless ? 20. : 75.);
+    Vec3d const target = centre + Vec3d(unit(random), unit(random), unit(random)) *
+                                      (endless ? 20. : 0.8 * shape.bound);
     if (endless && shape.field(eye) < 5.) eye = centre + (centre - eye);
     Vec3d const direction = normalized(target - eye);
     if (endless && std::abs(dot(direction, normalized({0.3, 1., -0.2}))) < 0.5) continue;
