@@ -153,7 +153,6 @@ class Scan {
     auto const [parent, name] = splitPath(path);
     if (!isCacheFileName(name)) return fail(about(path, "it is no .vdb file"));
     add(parent, name, folderName(parent), Place::Flat);
-    found_.back().file.path = path;
   }
 
   FolderListing list(std::string const& path, bool needed) {

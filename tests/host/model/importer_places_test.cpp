@@ -133,6 +133,8 @@ TEST(ImporterPlaces, APatternRestrictsToFileNamesThatHoldIt) {
   ScannedFolder const cache({"a.0001.vdb", "a.0002.vdb", "b.0001.vdb", "c/c.0002.vdb"});
   EXPECT_EQ(objectsIn(cache.path(), "", ".0002."), (Names{"a", "c"}));
   EXPECT_EQ(objectsIn(cache.path(), "a", "b."), Names{});
+  EXPECT_EQ(objectsIn(cache.path("a.0001.vdb"), "", "0002"), Names{});
+  EXPECT_EQ(objectsIn(cache.path("a.0001.vdb"), "", "0001"), Names{"a"});
 }
 
 TEST(ImporterPlaces, ReadsAnewForOtherArgumentsOrWhenToldTo) {
