@@ -117,9 +117,9 @@ TEST(MarchingCubes, HasTheBytesOfThePlainAlgorithmOnRandomFields) {
   std::uniform_real_distribution<float> value(-2.f, 2.f);
   std::uniform_int_distribution<int> step(-4, 4);
   // The last cuts too finely for one block per tile.
-  for (unsigned const subdivisions : {0u, 1u, 2u, 3u, 5u, 7u}) {
+  for (unsigned const subdivisions : {0u, 1u, 2u, 5u, 7u}) {
     SCOPED_TRACE(testing::Message() << "subdivisions " << subdivisions);
-    auto const scene = tiledScene(tileCube(subdivisions > 3 ? 0 : 1), 0.75f);
+    auto const scene = tiledScene(tileCube(subdivisions > 2 ? 0 : 1), 0.75f);
     setVoxels(scene.distance, [&](int, int, int) { return value(random); });
     EXPECT_TRUE(
         sameBytes(meshOf(scene.distance, subdivisions), referenceOf(scene.distance, subdivisions)));
@@ -143,7 +143,7 @@ TEST(MarchingCubes, HasTheBytesOfThePlainAlgorithmOnSpheresNearAndFar) {
 }
 
 TEST(MarchingCubes, GivesTheSameBytesForAnyNumberOfThreads) {
-  auto const scene = sphereScene(30.f, {0.37f, -0.21f, 0.13f}, 0.1f);
+  auto const scene = sphereScene(17.f, {0.37f, -0.21f, 0.13f}, 0.1f);
   for (unsigned const subdivisions : {0u, 2u}) {
     auto const expected = referenceOf(scene.distance, subdivisions);
     for (int const threads : {1, 2, 3, 8, 64}) {
@@ -248,7 +248,7 @@ TEST(MarchingCubes, SurvivesValuesThatAreNotFinite) {
   std::uniform_int_distribution<int> one(0, 19);
   constexpr float inf = std::numeric_limits<float>::infinity();
   float const nan = std::numeric_limits<float>::quiet_NaN();
-  auto const scene = tiledScene(tileCube(2), 1.f);
+  auto const scene = tiledScene(tileCube(1));
   setVoxels(scene.distance, [&](int, int, int) {
     switch (one(random)) {
       case 0:
@@ -263,7 +263,7 @@ TEST(MarchingCubes, SurvivesValuesThatAreNotFinite) {
         return value(random);
     }
   });
-  for (unsigned const subdivisions : {0u, 1u, 6u}) {
+  for (unsigned const subdivisions : {0u, 1u}) {
     auto const expected = referenceOf(scene.distance, subdivisions);
     for (int const threads : {1, 3}) {
       Threads const limit(threads);
