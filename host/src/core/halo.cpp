@@ -15,43 +15,49 @@ namespace {
 /// The tile (13) and its 26 neighbours, x fastest.
 using Sources = std::array<CellSource, 27>;
 
-/// Copies `count` cells from `first` on to `to`.
-template <class T>
-void copyRow(CellSource const& source, std::uint32_t first, T* to) {
-  auto const* const from = reinterpret_cast<T const*>(source.data);
-  if (source.mask != 0) {
-    std::memcpy(to, from + first, tileWidth * sizeof(T));
-  } else {
-    std::fill_n(to, tileWidth, *from);
+/// The rows of a block that come from one source along an axis.
+struct Part {
+  int begin, count;
+  int cell;  // of the first of them in its source
+};
+constexpr Part parts[3] = {{0, 1, tileWidth - 1}, {1, tileWidth, 0}, {tileWidth + 1, 1, 0}};
+constexpr int edge = tileWidth + 2;
+
+/// Fills the rows of one part along y and one along z from the sources of their
+/// left end, their middle and their right end.
+template <class T, class CopyMiddle>
+void fillRows(CellSource const* three, Part const& py, Part const& pz, T* block,
+              CopyMiddle const& copyMiddle) {
+  auto const* const low = reinterpret_cast<T const*>(three[0].data);
+  auto const* const high = reinterpret_cast<T const*>(three[2].data);
+  auto const lowMask = three[0].mask, highMask = three[2].mask;
+  for (int z = 0; z < pz.count; ++z) {
+    auto row = static_cast<std::uint32_t>(cellOf(0, py.cell, pz.cell + z));
+    T* to = block + edge * (py.begin + edge * (pz.begin + z));
+    for (int y = 0; y < py.count; ++y, row += tileWidth, to += edge) {
+      to[0] = low[(row + tileWidth - 1) & lowMask];
+      copyMiddle(row, to + 1);
+      to[edge - 1] = high[row & highMask];
+    }
   }
 }
 
 /// Copies a tile and its border of one cell, 7 x 7 x 7 in all.
 template <class T>
 void fillBlock(Sources const& sources, T* block) {
-  constexpr int edge = tileWidth + 2;
-  struct Part {
-    int begin, end;  // rows of the block
-    int cell;        // of the first of them in its source
-  };
-  constexpr Part parts[3] = {{0, 1, tileWidth - 1}, {1, edge - 1, 0}, {edge - 1, edge, 0}};
   auto const* three = sources.data();
   for (auto const& pz : parts) {
     for (auto const& py : parts) {
-      auto const left = three[0], middle = three[1], right = three[2];
-      three += 3;
-      auto const* const low = reinterpret_cast<T const*>(left.data);
-      auto const* const high = reinterpret_cast<T const*>(right.data);
-      for (int z = pz.begin; z < pz.end; ++z) {
-        for (int y = py.begin; y < py.end; ++y) {
-          auto const row =
-              static_cast<std::uint32_t>(cellOf(0, py.cell + y - py.begin, pz.cell + z - pz.begin));
-          T* const to = block + edge * (y + edge * z);
-          to[0] = low[(row + tileWidth - 1) & left.mask];
-          copyRow(middle, row, to + 1);
-          to[edge - 1] = high[row & right.mask];
-        }
+      auto const* const middle = reinterpret_cast<T const*>(three[1].data);
+      if (three[1].mask != 0) {
+        fillRows(three, py, pz, block, [middle](std::uint32_t row, T* to) {
+          std::memcpy(to, middle + row, tileWidth * sizeof(T));
+        });
+      } else {
+        fillRows(three, py, pz, block,
+                 [middle](std::uint32_t, T* to) { std::fill_n(to, tileWidth, *middle); });
       }
+      three += 3;
     }
   }
 }
@@ -75,13 +81,7 @@ struct HaloedCacheBase::State {
     }
     auto const& record = item.layout().record(index.depth, index.slot);
     near.centre(index.depth - 1, item.layout().branch(index.depth - 1, record.parent).coord);
-    auto const cell = cellPositions[static_cast<std::size_t>(record.cell)];
-    auto* source = sources.data();
-    for (int z = cell.z - 1; z <= cell.z + 1; ++z) {
-      for (int y = cell.y - 1; y <= cell.y + 1; ++y) {
-        for (int x = cell.x - 1; x <= cell.x + 1; ++x) *source++ = near.source(x, y, z);
-      }
-    }
+    near.sources(cellPositions[static_cast<std::size_t>(record.cell)], sources);
     return sources;
   }
 };

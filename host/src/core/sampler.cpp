@@ -111,23 +111,44 @@ void gather(SamplerItem& sampler, int x, int y, int z, X nx, Y ny, Z nz, Row<T> 
   int const sx = side(x, nx), sy = side(y, ny), sz = side(z, nz);
   bool const tiles =
       sampler.prepare(touchedBlocks[static_cast<std::size_t>(sx + 3 * (sy + 3 * sz))]);
-  auto const at = [](int a) { return static_cast<std::size_t>(a + 1); };
-  for (int k = 0; k < nz; ++k) {
-    for (int j = 0; j < ny; ++j) {
-      int const block = 3 * (blockAlong[at(y + j)] + 3 * blockAlong[at(z + k)]);
-      int const cell = cellOf(0, cellAlong[at(y + j)], cellAlong[at(z + k)]);
-      auto& row = rows[k][j];
-      if (tiles && sx == 1) {
-        auto const* const first = sampler.values<T>(block + 1) + cell + x;
-        row = makeRow(first[0], first[1], nx == 3 ? first[2] : T());
-      } else {
-        auto const tap = [&](int i) {
-          int const b = block + blockAlong[at(x + i)];
-          return sampler.values<T>(b)[sampler.isTile(b) ? cell + cellAlong[at(x + i)] : 0];
-        };
-        row = makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
+  int blocks[3][3], cells[3][3];  // by axis and tap
+  auto const along = [&](std::size_t axis, int first, int count, int blockStep, int cellStep) {
+    for (int t = 0; t < count; ++t) {
+      auto const voxel = static_cast<std::size_t>(first + t + 1);
+      blocks[axis][t] = blockStep * blockAlong[voxel];
+      cells[axis][t] = cellStep * cellAlong[voxel];
+    }
+  };
+  along(0, x, nx, 1, 1);
+  along(1, y, ny, 3, tileWidth);
+  along(2, z, nz, 9, tileWidth * tileWidth);
+  auto const read = [&](auto const& row) {
+    for (int k = 0; k < nz; ++k) {
+      for (int j = 0; j < ny; ++j) {
+        rows[k][j] = row(blocks[1][j] + blocks[2][k], cells[1][j] + cells[2][k]);
       }
     }
+  };
+  if (tiles && sx == 1) {
+    read([&](int block, int cell) {
+      auto const* const first = sampler.values<T>(block + 1) + cell + x;
+      return makeRow(first[0], first[1], nx == 3 ? first[2] : T());
+    });
+  } else if (tiles) {
+    read([&](int block, int cell) {
+      auto const tap = [&](int i) {
+        return sampler.values<T>(block + blocks[0][i])[cell + cells[0][i]];
+      };
+      return makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
+    });
+  } else {
+    read([&](int block, int cell) {
+      auto const tap = [&](int i) {
+        int const b = block + blocks[0][i];
+        return sampler.values<T>(b)[sampler.isTile(b) ? cell + cells[0][i] : 0];
+      };
+      return makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
+    });
   }
 }
 

@@ -1,5 +1,4 @@
 #include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <array>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "core/layout_item.h"
+#include "core/workers.h"
 #include "velmorapi/layout.h"
 #include "velmorhost/settings.h"
 
@@ -77,8 +77,9 @@ void visitParallel(LayoutItem& layout, Visitor& visitor, TileSequence const& til
                 tiles.count() * (c + 1) / chunks);
   };
   if (int const threads = Host::threadCount(); threads > 1 && chunks > 1) {
-    tbb::task_arena(threads).execute(
-        [&] { tbb::parallel_for(std::size_t{0}, chunks, run, tbb::simple_partitioner()); });
+    Host::withWorkers(threads, [&] {
+      tbb::parallel_for(std::size_t{0}, chunks, run, tbb::simple_partitioner());
+    });
   } else {
     for (std::size_t c = 0; c < chunks; ++c) run(c);
   }
