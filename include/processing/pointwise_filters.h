@@ -4,7 +4,12 @@
 
 namespace Velmor::Processing {
 
-/// dst = src.
+template <class Family>
+struct PointwiseRule;  // what the library's own loops need of a filter
+
+/// Copies: dst = src, for every element of each visited tile, halo and elements
+/// that hold the background included. Like all filters it reports nothing: both
+/// channels must hold `T` and share a layout (see `Filter`).
 template <class T>
 class IdentityFilter : public TransformFilter<T> {
  public:
@@ -19,8 +24,13 @@ class IdentityFilter : public TransformFilter<T> {
 
 VELMOR_DECLARE_FAMILY(IdentityFilter);
 
-/// dst = offset + src. On a level set the offset is a distance in world units.
-/// Integers wrap, nothing clamps.
+/// Adds a constant to every element of each visited tile: dst = offset + src.
+///
+/// Covers the tile's whole array, halo and elements that hold the background
+/// included, at all depths by default; the channel's background value itself
+/// stays. On a level set the offset is a distance in world units. Integers wrap,
+/// nothing clamps. `src` and `dst` may be one channel. One filter may serve many
+/// threads.
 template <class T>
 class OffsetFilter : public TransformFilter<T> {
  public:
@@ -33,12 +43,15 @@ class OffsetFilter : public TransformFilter<T> {
   T compute(T const& value) const override;
 
  private:
+  friend struct PointwiseRule<OffsetFilter>;
   T offset_;
 };
 
 VELMOR_DECLARE_FAMILY(OffsetFilter);
 
-/// dst = scale * src, per component. Integers wrap.
+/// Multiplies every element of each visited tile: dst = scale * src, per
+/// component. Covers what `OffsetFilter` covers, in place or not. Integers wrap,
+/// nothing clamps.
 template <class T>
 class ScaleFilter : public TransformFilter<T> {
  public:
@@ -51,13 +64,15 @@ class ScaleFilter : public TransformFilter<T> {
   T compute(T const& value) const override;
 
  private:
+  friend struct PointwiseRule<ScaleFilter>;
   T scale_;
 };
 
 VELMOR_DECLARE_FAMILY(ScaleFilter);
 
 /// dst = (src - inMin) * factor + outMin, factor = (outMax - outMin) / (inMax - inMin),
-/// per component, extrapolating outside [inMin, inMax].
+/// per component, extrapolating outside [inMin, inMax]. Covers what
+/// `OffsetFilter` covers, in place or not.
 ///
 /// The factor of integers is itself an integer, truncated once when the filter
 /// is made: [0, 10] to [0, 5] gives 0. Equal bounds give infinities or NaN for
@@ -74,13 +89,15 @@ class RemapFilter : public TransformFilter<T> {
   T compute(T const& value) const override;
 
  private:
+  friend struct PointwiseRule<RemapFilter>;
   T inMin_, outMin_, factor_;
 };
 
 VELMOR_DECLARE_FAMILY(RemapFilter);
 
 /// Moves the surface of a level set outwards by `amount` world units by
-/// subtracting it from every value; distances are not measured anew.
+/// subtracting it from every value that an `OffsetFilter` covers; neighbours are
+/// not looked at and distances not measured anew.
 template <class T>
 class DilateFilter : public OffsetFilter<T> {
  public:
@@ -94,7 +111,8 @@ class DilateFilter : public OffsetFilter<T> {
 
 VELMOR_DECLARE_FAMILY(DilateFilter);
 
-/// Moves the surface of a level set inwards by `amount` world units.
+/// Moves the surface of a level set inwards by `amount` world units by adding it
+/// to every value; else like `DilateFilter`.
 template <class T>
 class ErodeFilter : public OffsetFilter<T> {
  public:

@@ -15,7 +15,7 @@ class TransformVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const&, API::TreeIndex const& index) override {
     auto const in = src_.tileData<T>(index);
-    auto const out = dst_.tileData<T>(index);
+    auto const out = src_ == dst_ ? in : dst_.tileData<T>(index);
     // A channel of another type has no values of type T.
     if (in.data == nullptr || out.data == nullptr) return;
     if (kernel_ != nullptr) {

@@ -1,13 +1,42 @@
 #include "processing/pointwise_filters.h"
 
-#include <algorithm>
 #include <cstddef>
-#include <new>
 
 #include "core/arithmetic.h"
 #include "core/tile_kernel.h"
 
 namespace Velmor::Processing {
+
+template <class T>
+struct PointwiseRule<IdentityFilter<T>> {
+  explicit PointwiseRule(IdentityFilter<T> const&) {}
+  T operator()(T const& value) const { return value; }
+};
+
+template <class T>
+struct PointwiseRule<OffsetFilter<T>> {
+  explicit PointwiseRule(OffsetFilter<T> const& filter) : offset(filter.offset_) {}
+  T operator()(T const& value) const { return Arithmetic::add(offset, value); }
+  T offset;
+};
+
+template <class T>
+struct PointwiseRule<ScaleFilter<T>> {
+  explicit PointwiseRule(ScaleFilter<T> const& filter) : scale(filter.scale_) {}
+  T operator()(T const& value) const { return Arithmetic::multiply(scale, value); }
+  T scale;
+};
+
+template <class T>
+struct PointwiseRule<RemapFilter<T>> {
+  explicit PointwiseRule(RemapFilter<T> const& filter)
+      : inMin(filter.inMin_), outMin(filter.outMin_), factor(filter.factor_) {}
+  T operator()(T const& value) const {
+    return Arithmetic::add(Arithmetic::multiply(Arithmetic::subtract(value, inMin), factor),
+                           outMin);
+  }
+  T inMin, outMin, factor;
+};
 
 template <class T>
 IdentityFilter<T>::IdentityFilter() = default;
@@ -24,7 +53,7 @@ IdentityFilter<T>::~IdentityFilter() = default;
 
 template <class T>
 T IdentityFilter<T>::compute(T const& value) const {
-  return value;
+  return PointwiseRule<IdentityFilter<T>>(*this)(value);
 }
 
 VELMOR_INSTANTIATE_FAMILY(IdentityFilter);
@@ -44,7 +73,7 @@ OffsetFilter<T>::~OffsetFilter() = default;
 
 template <class T>
 T OffsetFilter<T>::compute(T const& value) const {
-  return Arithmetic::add(offset_, value);
+  return PointwiseRule<OffsetFilter<T>>(*this)(value);
 }
 
 VELMOR_INSTANTIATE_FAMILY(OffsetFilter);
@@ -64,7 +93,7 @@ ScaleFilter<T>::~ScaleFilter() = default;
 
 template <class T>
 T ScaleFilter<T>::compute(T const& value) const {
-  return Arithmetic::multiply(scale_, value);
+  return PointwiseRule<ScaleFilter<T>>(*this)(value);
 }
 
 VELMOR_INSTANTIATE_FAMILY(ScaleFilter);
@@ -88,8 +117,7 @@ RemapFilter<T>::~RemapFilter() = default;
 
 template <class T>
 T RemapFilter<T>::compute(T const& value) const {
-  return Arithmetic::add(Arithmetic::multiply(Arithmetic::subtract(value, inMin_), factor_),
-                         outMin_);
+  return PointwiseRule<RemapFilter<T>>(*this)(value);
 }
 
 VELMOR_INSTANTIATE_FAMILY(RemapFilter);
@@ -126,25 +154,22 @@ VELMOR_INSTANTIATE_FAMILY(ErodeFilter);
 
 namespace {
 
-// Results go through memory of this function's own: a store into the tile might
-// change the filter or, in place, the input, for all that the compiler knows,
-// and then it computes one element at a time.
 template <class F, class T>
 void computeAll(TransformFilter<T> const& base, T const* in, T* out, std::size_t count) {
-  constexpr std::size_t chunk = 128;  // one tile of the usual 125
-  auto const& filter = static_cast<F const&>(base);
-  alignas(64) std::byte storage[chunk * sizeof(T)];
-  auto* const results = reinterpret_cast<T*>(storage);
-  for (std::size_t from = 0; from < count; from += chunk) {
-    std::size_t const n = std::min(chunk, count - from);
-    for (std::size_t e = 0; e < n; ++e) new (results + e) T(filter.F::compute(in[from + e]));
-    std::copy_n(results, n, out + from);
+  // Parameters of its own: no store into the tile can change them.
+  PointwiseRule<F> const rule(static_cast<F const&>(base));
+  if (in == out) {
+    // Said with one pointer, or the two would seem to overlap by a part.
+    for (std::size_t e = 0; e < count; ++e) out[e] = rule(out[e]);
+  } else {
+    for (std::size_t e = 0; e < count; ++e) out[e] = rule(in[e]);
   }
 }
 
-template <class F, class T>
+// Objects of exactly class `F` follow the rule of `Base`.
+template <class F, class Base, class T>
 constexpr TileKernelEntry<TransformFilter<T>> entryOf() {
-  return {&typeid(F), computeAll<F, T>};
+  return {&typeid(F), computeAll<Base, T>};
 }
 
 }  // namespace
@@ -152,8 +177,12 @@ constexpr TileKernelEntry<TransformFilter<T>> entryOf() {
 template <class T>
 std::span<TileKernelEntry<TransformFilter<T>> const> TileKernels<TransformFilter<T>>::all() {
   static TileKernelEntry<TransformFilter<T>> const entries[] = {
-      entryOf<IdentityFilter<T>, T>(), entryOf<OffsetFilter<T>, T>(), entryOf<ScaleFilter<T>, T>(),
-      entryOf<RemapFilter<T>, T>(),    entryOf<DilateFilter<T>, T>(), entryOf<ErodeFilter<T>, T>()};
+      entryOf<IdentityFilter<T>, IdentityFilter<T>, T>(),
+      entryOf<OffsetFilter<T>, OffsetFilter<T>, T>(),
+      entryOf<ScaleFilter<T>, ScaleFilter<T>, T>(),
+      entryOf<RemapFilter<T>, RemapFilter<T>, T>(),
+      entryOf<DilateFilter<T>, OffsetFilter<T>, T>(),
+      entryOf<ErodeFilter<T>, OffsetFilter<T>, T>()};
   return entries;
 }
 
