@@ -12,7 +12,6 @@ namespace Velmor::Bench {
 /// The same narrow band as an OpenVDB level set: the voxels within `halfWidth`
 /// voxels of the surface are active.
 inline openvdb::FloatGrid::Ptr levelSetGrid(API::VoxelChannel const& distance, float halfWidth) {
-  openvdb::initialize();
   API::Layout const layout(distance.layout());
   float const scale = layout.voxelScale();
   auto const grid = openvdb::FloatGrid::create(halfWidth * scale);
