@@ -3,6 +3,9 @@
 #include "velmorapi/export.h"
 #include "velmorapi/math.h"
 
+// A class template's name cannot stand in parentheses here.
+// NOLINTBEGIN(bugprone-macro-parentheses)
+
 /// Declares that the library holds a class template for the six value types.
 /// Stands right after the class: the export attribute counts only here. On the
 /// template alone it loses the vector types, on the definition it comes too late.
@@ -22,3 +25,5 @@
   template class Family<orlen::Math::vec<2, float>>; \
   template class Family<orlen::Math::vec<3, int>>;   \
   template class Family<orlen::Math::vec<3, float>>
+
+// NOLINTEND(bugprone-macro-parentheses)

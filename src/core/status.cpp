@@ -63,6 +63,7 @@ Stream::Stream(Stream const& other)
                                    : orNull([&] { return new Impl(other.impl_->text); })) {}
 
 Stream& Stream::operator=(Stream const& other) {
+  if (this == &other) return *this;
   auto* const former = impl_;
   impl_ = share(other.impl_);
   release(former);
@@ -125,6 +126,7 @@ class Status::Impl {
 Status::Status() : impl_(orNull([] { return new Impl; })) {}
 
 Status& Status::operator=(Status const& other) {
+  if (this == &other) return *this;
   auto* const former = impl_;
   impl_ = share(other.impl_);
   release(former);
