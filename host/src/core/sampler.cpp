@@ -111,6 +111,16 @@ void gather(SamplerItem& sampler, int x, int y, int z, X nx, Y ny, Z nz, Row<T> 
   int const sx = side(x, nx), sy = side(y, ny), sz = side(z, nz);
   bool const tiles =
       sampler.prepare(touchedBlocks[static_cast<std::size_t>(sx + 3 * (sy + 3 * sz))]);
+  if (tiles && sx == 1 && sy == 1 && sz == 1) {  // all inside: most samples
+    auto const* const first = sampler.values<T>(13) + cellOf(x, y, z);
+    for (int k = 0; k < nz; ++k) {
+      for (int j = 0; j < ny; ++j) {
+        auto const* const row = first + cellOf(0, j, k);
+        rows[k][j] = makeRow(row[0], row[1], nx == 3 ? row[2] : T());
+      }
+    }
+    return;
+  }
   int blocks[3][3], cells[3][3];  // by axis and tap
   auto const along = [&](std::size_t axis, int first, int count, int blockStep, int cellStep) {
     for (int t = 0; t < count; ++t) {
