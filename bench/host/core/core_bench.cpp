@@ -43,7 +43,7 @@ class AddVisitor final : public API::Visitor {
 void addConstantToTiles(benchmark::State& state) {
   Threads const threads(static_cast<int>(state.range(1)));
   auto const& scene = sphere(static_cast<int>(state.range(0)));
-  AddVisitor visitor(scene.distance);
+  AddVisitor visitor(addChannel<float>(scene.server, scene.volume, "scratch", 1.f));
   for (auto _ : state) scene.layout.traverse(visitor, API::TraversalMode::Tiles);
   state.SetItemsProcessed(state.iterations() * leafVoxels(scene));
 }

@@ -78,26 +78,17 @@ Axis axisAt(float x) {
   return {voxel, r};
 }
 
-/// For each voxel from one before a block to one behind it: which of three
-/// blocks holds it, and its number there.
-constexpr std::array<int, 7> blockAlong{0, 1, 1, 1, 1, 1, 2};
-constexpr std::array<int, 7> cellAlong{4, 0, 1, 2, 3, 4, 0};
+/// For each voxel that taps can reach, from two before a block to two behind it:
+/// which of three blocks holds it, and its number there.
+constexpr int reach = 2;
+constexpr std::array<int, tileWidth + 2 * reach> blockAlong{0, 0, 1, 1, 1, 1, 1, 2, 2};
+constexpr std::array<int, tileWidth + 2 * reach> cellAlong{3, 4, 0, 1, 2, 3, 4, 0, 1};
 
-/// The blocks that taps touch, by where they begin along each axis: a voxel
-/// before the block, inside, or so that the last one lies behind it.
-constexpr auto touchedBlocks = [] {
-  constexpr int along[3] = {0b011, 0b010, 0b110};
-  std::array<std::uint32_t, 27> table{};
-  for (std::size_t n = 0; n < 27; ++n) {
-    for (std::size_t b = 0; b < 27; ++b) {
-      bool const touched = (along[n % 3] >> b % 3 & 1) != 0 &&
-                           (along[n / 3 % 3] >> b / 3 % 3 & 1) != 0 &&
-                           (along[n / 9] >> b / 9 & 1) != 0;
-      if (touched) table[n] |= std::uint32_t{1} << b;
-    }
-  }
-  return table;
-}();
+/// Sets of blocks along an axis, one bit each, spread out so that products of
+/// an x, a y and a z set are sets of the 27.
+constexpr std::array<std::uint32_t, 8> ySets{0, 1, 8, 9, 64, 65, 72, 73};
+constexpr std::array<std::uint32_t, 8> zSets{
+    0, 1, 1 << 9, 1 | 1 << 9, 1 << 18, 1 | 1 << 18, 1 << 9 | 1 << 18, 1 | 1 << 9 | 1 << 18};
 
 template <int Count>
 using Constant = std::integral_constant<int, Count>;
@@ -105,26 +96,19 @@ using Constant = std::integral_constant<int, Count>;
 /// Reads `ny` * `nz` rows of `nx` taps from voxel (x, y, z) of the block on.
 template <class T, class X, class Y, class Z>
 void gather(SamplerItem& sampler, int x, int y, int z, X nx, Y ny, Z nz, Row<T> (&rows)[3][3]) {
-  auto const side = [](int first, int count) {
-    return first < 0 ? 0 : (first + count <= tileWidth ? 1 : 2);
+  auto const blockOf = [](int voxel) {
+    return blockAlong[static_cast<std::size_t>(voxel + reach)];
   };
-  int const sx = side(x, nx), sy = side(y, ny), sz = side(z, nz);
-  bool const tiles =
-      sampler.prepare(touchedBlocks[static_cast<std::size_t>(sx + 3 * (sy + 3 * sz))]);
-  if (tiles && sx == 1 && sy == 1 && sz == 1) {  // all inside: most samples
-    auto const* const first = sampler.values<T>(13) + cellOf(x, y, z);
-    for (int k = 0; k < nz; ++k) {
-      for (int j = 0; j < ny; ++j) {
-        auto const* const row = first + cellOf(0, j, k);
-        rows[k][j] = makeRow(row[0], row[1], nx == 3 ? row[2] : T());
-      }
-    }
-    return;
-  }
+  auto const set = [&](int first, int count) {
+    return std::size_t{1} << blockOf(first) | std::size_t{1} << blockOf(first + count - 1);
+  };
+  bool const tiles = sampler.prepare(static_cast<std::uint32_t>(set(x, nx)) * ySets[set(y, ny)] *
+                                     zSets[set(z, nz)]);
+  bool const oneAlongX = blockOf(x) == blockOf(x + nx - 1);
   int blocks[3][3], cells[3][3];  // by axis and tap
   auto const along = [&](std::size_t axis, int first, int count, int blockStep, int cellStep) {
     for (int t = 0; t < count; ++t) {
-      auto const voxel = static_cast<std::size_t>(first + t + 1);
+      auto const voxel = static_cast<std::size_t>(first + t + reach);
       blocks[axis][t] = blockStep * blockAlong[voxel];
       cells[axis][t] = cellStep * cellAlong[voxel];
     }
@@ -139,9 +123,9 @@ void gather(SamplerItem& sampler, int x, int y, int z, X nx, Y ny, Z nz, Row<T> 
       }
     }
   };
-  if (tiles && sx == 1) {
+  if (tiles && oneAlongX) {
     read([&](int block, int cell) {
-      auto const* const first = sampler.values<T>(block + 1) + cell + x;
+      auto const* const first = sampler.values<T>(block + blocks[0][0]) + cell + cells[0][0];
       return makeRow(first[0], first[1], nx == 3 ? first[2] : T());
     });
   } else if (tiles) {

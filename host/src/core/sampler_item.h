@@ -21,9 +21,11 @@ class SamplerItem final : public Item {
   SamplerSpace space() const noexcept { return space_; }
 
   /// Moves to the block of 5 x 5 x 5 voxels that holds a voxel, unless the
-  /// sampler is there already. The block need not be a tile.
+  /// sampler is there already or right beside it: who samples the corners of a
+  /// tile's voxels, row by row, should stay. The block need not be a tile.
   void moveTo(TileCoord const& voxel) noexcept {
-    if (stamp_ != layout().stamp() || !LayoutItem::inside(voxel, origin_, tileWidth)) {
+    TileCoord const low{origin_.i - 1, origin_.j - 1, origin_.k - 1};
+    if (stamp_ != layout().stamp() || !LayoutItem::inside(voxel, low, tileWidth + 2)) {
       enter(voxel);
     }
   }
