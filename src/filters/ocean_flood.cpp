@@ -20,14 +20,11 @@ struct Face {
 constexpr std::array<Face, 6> faces{
     {{0, false}, {0, true}, {1, false}, {1, true}, {2, false}, {2, true}}};
 
-/// What the flood knows of a tile.
-struct TileState {
+struct FloodTile {
+  API::TreeIndex index;
   API::TileCoord origin;
-  TileBits ocean = 0;     // the mask is 1
-  TileBits dry = 0;       // the mask is 0
-  TileBits open = 0;      // not more than half a voxel diagonal inside the liquid
-  TileBits outside = 0;   // not in the liquid
-  TileBits positive = 0;  // and not on its surface either
+  bool work;    // has something to do, as far as known
+  bool queued;  // is in the queue
 };
 
 class Flooding {
@@ -37,18 +34,10 @@ class Flooding {
         heightVox_(scene.height / scene.voxelScale),
         deepest_(-scene.voxelScale * 0.8660254f) {}
 
-  TileState read(API::TileCoord const& origin, API::TreeIndex const& index) const {
-    TileView const liquid(scene_->liquid.tileData<float>(index), scene_->width);
+  /// The voxels of a tile whose mask is 1.
+  TileBits ocean(API::TreeIndex const& index) const {
     TileView const mask(scene_->mask.tileData<float>(index), scene_->width);
-    TileState state;
-    state.origin = origin;
-    if (!liquid.valid() || !mask.valid()) return state;
-    state.ocean = mask.where([](float m) { return m == 1.f; });
-    state.dry = mask.where([](float m) { return m == 0.f; });
-    state.open = liquid.where([this](float l) { return !(l < deepest_); });
-    state.outside = liquid.where([](float l) { return l >= 0.f; });
-    state.positive = liquid.where([](float l) { return l > 0.f; });
-    return state;
+    return mask.where([](float m) { return m == 1.f; });
   }
 
   void mark(API::TreeIndex const& index, TileBits bits) const {
@@ -56,61 +45,77 @@ class Flooding {
   }
 
   /// The voxels that a flood inside the tile adds to the mask: up to the plane
-  /// all that open voxels connect to an ocean voxel; above it each column goes
-  /// on upwards as far as it is outside the liquid and not ocean yet.
-  TileBits added(TileState const& tile) const {
+  /// all that connect to an ocean voxel through voxels not deeper than half a
+  /// voxel diagonal in the liquid; above it each column goes on upwards as far
+  /// as it is outside the liquid and not ocean yet.
+  TileBits added(FloodTile const& tile, TileBits ocean) const {
     int const rows = rowsUpToPlane(tile.origin.j);
-    TileBits low = 0;
+    if (rows == 0 || ocean == 0) return 0;
+    TileBits low = 0, all = 0;
     for (int y = 0; y < rows; ++y) low |= tileLayers[1][y];
-    TileBits flooded = tile.ocean & low & tile.open;
+    for (int y = 0; y < scene_->width; ++y) all |= tileLayers[1][y];
+    if ((all & ~ocean) == 0) return 0;
+    TileView const liquid(scene_->liquid.tileData<float>(tile.index), scene_->width);
+    TileBits const open = low & liquid.where([this](float l) { return !(l < deepest_); });
+    TileBits flooded = ocean & open;
     for (TileBits before = 0; before != flooded;) {
       before = flooded;
-      flooded = withNeighbours(flooded) & low & tile.open;
+      flooded = withNeighbours(flooded) & open;
     }
     TileBits result = flooded;
-    if (rows > 0) {
-      TileBits rising = flooded & tileLayers[1][rows - 1];
+    TileBits rising = flooded & tileLayers[1][rows - 1];
+    if (rows < scene_->width && rising != 0) {
+      TileBits const free = liquid.where([](float l) { return l > 0.f; }) & ~ocean;
       for (int y = rows; y < scene_->width; ++y) {
-        rising = (rising << tileStride(1)) & tile.positive & ~tile.ocean;
+        rising = (rising << tileStride(1)) & free;
         result |= rising;
       }
     }
-    return result & ~tile.ocean;
+    return result & ~ocean;
   }
 
-  /// The voxels of the neighbour across a face that the tile adds to the mask.
+  /// The leaf tile across a face, if the flood may enter it at all.
+  API::TreeIndex neighbour(API::TileAccessor const& accessor, API::TileCoord const& origin,
+                           Face face) const {
+    int const width = scene_->width;
+    int const below = face.axis != 1 ? 0 : (face.upper ? width : -width);
+    if (!(static_cast<float>(origin.j + below) <= heightVox_)) return {};
+    int const step = face.upper ? width : -1;
+    auto const index = accessor.index(
+        {origin.i + (face.axis == 0 ? step : 0), origin.j + (face.axis == 1 ? step : 0),
+         origin.k + (face.axis == 2 ? step : 0)},
+        scene_->maxDepth);
+    return index.depth == scene_->maxDepth ? index : API::TreeIndex();
+  }
+
+  /// The voxels of the neighbour across a face that a tile adds to the mask.
   /// A stricter test than inside a tile: nothing in the liquid is entered.
-  TileBits addedAcross(Face face, TileState const& tile, TileState const& neighbour) const {
-    if (!(static_cast<float>(neighbour.origin.j) <= heightVox_)) return 0;
+  TileBits addedAcross(Face face, TileBits ocean, API::TreeIndex const& neighbour) const {
     int const last = scene_->width - 1;
     int const shift = tileStride(face.axis) * last;
-    TileBits const touching = tile.ocean & faceBits(face);
-    return (face.upper ? touching >> shift : touching << shift) & neighbour.dry & neighbour.outside;
+    TileBits touching = ocean & faceBits(face);
+    touching = face.upper ? touching >> shift : touching << shift;
+    int const at = face.upper ? 0 : last;
+    auto const mask = scene_->mask.tileData<float>(neighbour);
+    touching &= layerWhere(mask, face.axis, at, [](float m) { return m == 0.f; });
+    if (touching == 0) return 0;
+    auto const liquid = scene_->liquid.tileData<float>(neighbour);
+    return touching & layerWhere(liquid, face.axis, at, [](float l) { return l >= 0.f; });
   }
 
   TileBits faceBits(Face face) const {
     return tileLayers[face.axis][face.upper ? scene_->width - 1 : 0];
   }
 
-  API::Tile neighbour(API::TileAccessor const& accessor, API::TileCoord const& origin,
-                      Face face) const {
-    int const step = face.upper ? scene_->width : -1;
-    auto const tile = accessor.tile(origin.i + (face.axis == 0 ? step : 0),
-                                    origin.j + (face.axis == 1 ? step : 0),
-                                    origin.k + (face.axis == 2 ? step : 0), scene_->maxDepth);
-    return tile.index().depth == scene_->maxDepth ? tile : API::Tile();
-  }
-
   /// Whether there is anything to do at a tile, as things stand.
-  bool hasWork(API::TileAccessor const& accessor, API::TreeIndex const& index,
-               TileState const& tile) const {
-    if (tile.ocean == 0) return false;
-    if (added(tile) != 0) return true;
+  bool hasWork(API::TileAccessor const& accessor, FloodTile const& tile) const {
+    auto const marked = ocean(tile.index);
+    if (marked == 0) return false;
+    if (added(tile, marked) != 0) return true;
     for (Face const face : faces) {
-      if ((tile.ocean & faceBits(face)) == 0) continue;
+      if ((marked & faceBits(face)) == 0) continue;
       auto const next = neighbour(accessor, tile.origin, face);
-      if (!next.valid() || next.index() == index) continue;
-      if (addedAcross(face, tile, read(next.coord(), next.index())) != 0) return true;
+      if (next.valid() && addedAcross(face, marked, next) != 0) return true;
     }
     return false;
   }
@@ -123,16 +128,29 @@ class Flooding {
     return rows;
   }
 
+  // The voxels at place `at` along an axis for whose value `test` holds.
+  template <class Test>
+  TileBits layerWhere(API::TileData<float> const& data, int axis, int at, Test test) const {
+    if (data.data == nullptr) return 0;
+    int const u = axis == 0 ? 1 : 0, v = axis == 2 ? 1 : 2;
+    auto const* const first =
+        data.data + data.offset(axis == 0 ? at : 0, axis == 1 ? at : 0, axis == 2 ? at : 0);
+    TileBits bits = 0;
+    for (int b = 0; b < scene_->width; ++b) {
+      unsigned row = 0;
+      for (int a = 0; a < scene_->width; ++a) {
+        auto const* const value =
+            first + std::ptrdiff_t{a} * data.strides[u] + std::ptrdiff_t{b} * data.strides[v];
+        row |= (test(*value) ? 1u : 0u) << (a * tileStride(u));
+      }
+      bits |= TileBits{row} << (b * tileStride(v));
+    }
+    return bits << (at * tileStride(axis));
+  }
+
   OceanScene const* scene_;
   float heightVox_;
   float deepest_;
-};
-
-struct FloodTile {
-  API::TreeIndex index;
-  API::TileCoord origin;
-  bool work;    // has something to do, as far as known
-  bool queued;  // is in the queue
 };
 
 /// Collects the leaf tiles. Nothing is written before the traversal is over:
@@ -142,9 +160,9 @@ class FloodVisitor final : public API::Visitor {
   explicit FloodVisitor(Flooding const& flooding) : flooding_(&flooding) {}
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
-    auto const origin = accessor.tile(index).coord();
-    bool const work = flooding_->hasWork(accessor, index, flooding_->read(origin, index));
-    tiles_.push_back({index, origin, work, true});
+    FloodTile tile{index, accessor.tile(index).coord(), false, true};
+    tile.work = flooding_->hasWork(accessor, tile);
+    tiles_.push_back(tile);
   }
 
   API::Visitor* copy() const override { return new FloodVisitor(*flooding_); }
@@ -190,19 +208,18 @@ class WorkList {
     tile.queued = false;
     if (!tile.work) return;
     tile.work = false;
-    auto state = flooding_.read(tile.origin, tile.index);
-    auto const inside = flooding_.added(state);
+    auto ocean = flooding_.ocean(tile.index);
+    auto const inside = flooding_.added(tile, ocean);
     flooding_.mark(tile.index, inside);
-    state.ocean |= inside;
+    ocean |= inside;
     for (Face const face : faces) {
-      if ((state.ocean & flooding_.faceBits(face)) == 0) continue;
+      if ((ocean & flooding_.faceBits(face)) == 0) continue;
       auto const next = flooding_.neighbour(accessor_, tile.origin, face);
       if (!next.valid()) continue;
-      auto const across =
-          flooding_.addedAcross(face, state, flooding_.read(next.coord(), next.index()));
+      auto const across = flooding_.addedAcross(face, ocean, next);
       if (across == 0) continue;
-      flooding_.mark(next.index(), across);
-      enter(next.index());
+      flooding_.mark(next, across);
+      enter(next);
     }
   }
 

@@ -4,10 +4,10 @@
 #include <tbb/task_group.h>
 
 #include <cmath>
-#include <cstdint>
 
 #include "core/to_int.h"
 #include "filters/ocean_mask.h"
+#include "filters/tile_bits.h"
 
 namespace Velmor::Processing {
 
@@ -48,14 +48,14 @@ class Seeding {
     int y = 0;
     while (tile.valid() && tile.coord().j <= level_) {
       if (tile.index().depth == scene_.maxDepth) {
-        seedColumns(accessor, tile, std::uint32_t{1} << (ix * columnsPerAxis + iz));
+        seedColumns(accessor, tile, tileBit(ix, 0, iz));
         return;
       }
       auto const child = tile.child(ix, y, iz);
       if (child.valid()) {
         if (child.index().depth == scene_.maxDepth) {
           // The columns of a leaf are too short to be tasks of their own.
-          if (child.coord().j <= level_) seedColumns(accessor, child, allColumns);
+          if (child.coord().j <= level_) seedColumns(accessor, child, tileLayers[1][0]);
         } else {
           seedColumnsOf(accessor, child, columnsPerAxis * columnsPerAxis);
         }
@@ -74,31 +74,23 @@ class Seeding {
     return above.index().depth == depth ? above : API::Tile();
   }
 
-  // `open` has a bit for each column of the leaf that is still going up.
-  void seedColumns(API::TileAccessor const& accessor, API::Tile leaf, std::uint32_t open) const {
-    int const width = scene_.width;
+  // `open` has the lowest voxel of each of the leaf's columns that is going up.
+  void seedColumns(API::TileAccessor const& accessor, API::Tile leaf, TileBits open) const {
     for (; leaf.valid() && open != 0; leaf = tileAbove(accessor, leaf)) {
-      auto const liquid = scene_.liquid.tileData<float>(leaf.index());
-      auto const mask = scene_.mask.tileData<float>(leaf.index());
-      if (liquid.data == nullptr || mask.data == nullptr) return;
-      for (int y = 0; y < width; ++y) {
-        if (leaf.coord().j + y > level_) return;
-        for (int x = 0; x < width; ++x) {
-          for (int z = 0; z < width; ++z) {
-            auto const column = std::uint32_t{1} << (x * columnsPerAxis + z);
-            if ((open & column) == 0) continue;
-            if (liquid.data[liquid.offset(x, y, z)] >= 0.f) {
-              mask.data[mask.offset(x, y, z)] = 1.f;
-            } else {
-              open &= ~column;
-            }
-          }
-        }
+      TileView const liquid(scene_.liquid.tileData<float>(leaf.index()), scene_.width);
+      TileView const mask(scene_.mask.tileData<float>(leaf.index()), scene_.width);
+      if (!liquid.valid() || !mask.valid()) return;
+      auto const outside = liquid.where([](float l) { return l >= 0.f; });
+      TileBits seeded = 0;
+      for (int y = 0; y < scene_.width && leaf.coord().j + y <= level_; ++y) {
+        auto const row = (open << (y * tileStride(1))) & outside;
+        seeded |= row;
+        open = row >> (y * tileStride(1));
       }
+      mask.set(seeded, 1.f);
+      if (leaf.coord().j + scene_.width > level_) return;
     }
   }
-
-  static constexpr std::uint32_t allColumns = (std::uint32_t{1} << 25) - 1;
 
   OceanScene const& scene_;
   int level_;  // the highest voxel that is seeded

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -27,6 +28,8 @@ constexpr TileBits tileBox(int x0, int x1, int y0, int y1, int z0, int z1) {
   }
   return bits;
 }
+
+inline constexpr TileBits wholeTile = tileBox(0, 4, 0, 4, 0, 4);
 
 /// Voxels `first` to `last` along an axis (0 to 2), the others in full.
 constexpr TileBits tileSlab(int axis, int first, int last) {
@@ -110,6 +113,10 @@ class TileView {
 
   /// Writes `value` to the given voxels of the tile.
   void set(TileBits bits, float value) const {
+    if (bits == wholeTile && values_ == data_.data) {
+      std::fill_n(data_.data, 125, value);
+      return;
+    }
     forEachBit(bits, [&](int place) {
       data_.data[data_.offset(place % 5, place / 5 % 5, place / 25)] = value;
     });
