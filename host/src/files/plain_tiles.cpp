@@ -1,0 +1,72 @@
+#include "files/plain_tiles.h"
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <vector>
+
+#include "core/channel_item.h"
+#include "files/source_field.h"
+#include "files/tree_shape.h"
+
+namespace Velmor::Host::Files {
+
+namespace {
+
+void append(std::string& text, std::uint64_t number) {
+  std::array<char, 20> digits{};
+  auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
+  text.append(digits.data(), end);
+}
+
+TreeShape shapeOf(API::LayoutItem const& layout) {
+  return {layout.leafDepth(), layout.centred() ? 1 : 0};
+}
+
+}  // namespace
+
+std::string packPlainTiles(API::Component const& component) {
+  std::vector<SourceField> fields;
+  for (auto const& channel : component.channels()) {
+    if (auto const* const item = API::itemAs<API::VoxelChannelItem>(channel)) {
+      fields.emplace_back(*item);
+    }
+  }
+  auto const* const layout = API::itemAs<API::LayoutItem>(component.layout());
+  if (layout == nullptr || fields.empty()) return {};
+  auto const shape = shapeOf(*layout);
+  std::string text;
+  append(text, static_cast<std::uint64_t>(shape.depth));
+  text += shape.centred != 0 ? ",1" : ",0";
+  bool any = false;
+  for (int d = 1; d <= shape.depth; ++d) {
+    auto const count = static_cast<std::size_t>(layout->count(d));
+    std::vector<std::uint64_t> plain(count, ~std::uint64_t{0});
+    tbb::parallel_for(std::size_t{0}, count, [&](std::size_t slot) {
+      auto const coord = layout->coord(d, static_cast<std::int32_t>(slot));
+      auto const box = SourceField::Box::cube(coord.i, coord.j, coord.k, shape.tileExtent(d));
+      bool const same = std::all_of(fields.begin(), fields.end(), [&](SourceField const& field) {
+        SourceField::Value value;
+        return field.uniform(box, value);
+      });
+      if (same) plain[slot] = shape.order(coord, d);
+    });
+    std::erase(plain, ~std::uint64_t{0});
+    if (plain.empty()) continue;
+    any = true;
+    std::sort(plain.begin(), plain.end());
+    text += ';';
+    append(text, static_cast<std::uint64_t>(d));
+    std::uint64_t previous = 0;
+    for (std::size_t t = 0; t < plain.size(); ++t) {
+      text += t == 0 ? ':' : ',';
+      append(text, plain[t] - previous);
+      previous = plain[t];
+    }
+  }
+  return any ? text : std::string();
+}
+
+}  // namespace Velmor::Host::Files

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "core/channel_item.h"
+#include "velmorhost/scene.h"
+
+namespace Velmor::Host::Files {
+
+/// A voxel channel as a function over all voxels, for regrouping its tiles into
+/// blocks of another width. Reads only; any number of threads.
+class SourceField {
+ public:
+  explicit SourceField(API::VoxelChannelItem const& channel);
+
+  /// Both corners included.
+  struct Box {
+    std::int64_t lo[3];
+    std::int64_t hi[3];
+    static Box cube(std::int64_t i, std::int64_t j, std::int64_t k, std::int64_t edge) {
+      return {{i, j, k}, {i + edge - 1, j + edge - 1, k + edge - 1}};
+    }
+  };
+  struct Block {
+    std::int64_t i, j, k;
+    bool operator==(Block const&) const = default;
+    auto operator<=>(Block const&) const = default;
+  };
+  struct Value {
+    std::byte const* bytes = nullptr;  ///< null: nothing known yet
+    bool active = false;
+  };
+
+  std::size_t size() const noexcept { return channel_.size(); }
+  std::byte const* background() const noexcept { return channel_.background(); }
+
+  /// The blocks of `edge` voxels, aligned to multiples of it, that may hold
+  /// anything but inactive background within `box`; sorted.
+  std::vector<Block> blocks(Box const& box, std::int64_t edge) const;
+
+  /// Whether a box holds one value and state throughout; `value` says which.
+  bool uniform(Box const& box, Value& value) const;
+
+  Box everything() const noexcept;
+
+  /// The cells of five voxels that a box of up to 128 voxels meets.
+  class Window {
+   public:
+    Window(SourceField const& field, Box const& box);
+
+    /// What covers a cube of eight voxels: true and the value if it is uniform
+    /// without a look at voxels; false if voxels have to be gathered.
+    bool uniform(std::int64_t i, std::int64_t j, std::int64_t k, Value& value) const;
+
+    struct Cell {
+      std::byte const* values = nullptr;  ///< 125 of a leaf tile, or the one of a coarse cell
+      CellMask mask;                      ///< of a leaf; a coarse cell has all or nothing
+      bool leaf = false;
+    };
+    /// The cell of a voxel of the box.
+    Cell const& at(std::int64_t i, std::int64_t j, std::int64_t k) const noexcept {
+      return cells_[static_cast<std::size_t>(
+          (cellAlong(2, k) * count_[1] + cellAlong(1, j)) * count_[0] + cellAlong(0, i))];
+    }
+    /// Position of voxel `v` within its cell along an axis.
+    int within(std::int64_t v) const noexcept { return static_cast<int>((v - origin_) % 5); }
+
+   private:
+    std::int64_t cellAlong(int axis, std::int64_t v) const noexcept {
+      return (v - origin_) / 5 - first_[axis];
+    }
+    void fill(SourceField const& field, int depth, std::int32_t slot, API::TileCoord const& coord);
+    void cover(Box const& box, Cell const& cell);
+
+    std::int64_t origin_;    // below every voxel, and where a cell starts
+    std::int64_t first_[3];  // cell numbers, counted from the origin
+    std::int64_t count_[3];
+    Box box_;
+    std::size_t size_;
+    std::vector<Cell> cells_;
+  };
+
+ private:
+  friend class Window;
+  CellMask maskOf(int depth, std::int32_t slot) const;
+  bool isBackground(std::byte const* value) const noexcept;
+  bool add(Value& value, std::byte const* bytes, bool active) const noexcept;
+  void collect(int depth, std::int32_t slot, API::TileCoord const& coord, Box const& box,
+               std::int64_t edge, std::vector<Block>& out) const;
+  bool uniformIn(int depth, std::int32_t slot, API::TileCoord const& coord, Box const& box,
+                 Value& value) const;
+  Box cellBox(int depth, API::TileCoord const& coord, int cell) const noexcept;
+
+  API::VoxelChannelItem const& channel_;
+  API::LayoutItem const& layout_;
+  API::VoxelChannel handle_;
+};
+
+}  // namespace Velmor::Host::Files

@@ -1,0 +1,378 @@
+#include "files/vdb_decode.h"
+
+#include <tbb/global_control.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+
+#include "files/keys.h"
+#include "files/tile_list.h"
+#include "files/vdb_archive.h"
+#include "files/vdb_distance.h"
+#include "files/vdb_log.h"
+#include "files/vdb_metadata.h"
+#include "files/vdb_plan.h"
+#include "files/vdb_points.h"
+#include "files/vdb_voxels.h"
+#include "velmorhost/scene.h"
+#include "velmorhost/settings.h"
+
+namespace Velmor::Host::Files {
+
+namespace {
+
+struct Failure {
+  std::string text;
+};
+
+/// A grid that will be read, with the place it goes to.
+struct Wanted {
+  VdbEntry* entry;
+  std::size_t component;
+  std::string channel;  // of a voxel grid
+  bool points;
+};
+
+FieldClass fieldClassOf(openvdb::GridBase const& grid) {
+  switch (grid.getGridClass()) {
+    case openvdb::GRID_LEVEL_SET:
+      return FieldClass::LevelSet;
+    case openvdb::GRID_FOG_VOLUME:
+      return FieldClass::FogVolume;
+    case openvdb::GRID_STAGGERED:
+      return FieldClass::Staggered;
+    default:
+      return FieldClass::Unknown;
+  }
+}
+
+std::string textOf(openvdb::GridBase const& grid, char const* key) {
+  auto const value = grid.getMetadata<openvdb::StringMetadata>(key);
+  return value ? value->value() : std::string();
+}
+
+bool isVoxelGrid(openvdb::GridBase const& grid) {
+  return grid.isType<openvdb::FloatGrid>() || grid.isType<openvdb::DoubleGrid>() ||
+         grid.isType<openvdb::Int32Grid>() || grid.isType<openvdb::Vec3SGrid>() ||
+         grid.isType<openvdb::Vec3DGrid>() || grid.isType<openvdb::Vec3IGrid>();
+}
+
+class Decoder {
+ public:
+  Decoder(ReadRequest const& request, ImageBuilder& image) : request_(request), image_(image) {}
+
+  ImageHeader run() {
+    VdbArchive archive(request_.path);
+    std::vector<MetadataRecord> metadata;
+    readMetadata(archive.metadata(), image_, metadata);
+    auto const wanted = plan(archive);
+    plan_.objectOrigin(origin_);
+    for (auto const& grid : wanted) read(archive, grid);
+    if (channels_.empty() && !firstLoss_.empty()) throw Failure{firstLoss_};
+
+    ImageHeader header;
+    header.metadata = image_.records(metadata);
+    header.components = components();
+    header.channels = image_.records(channels_);
+    return header;
+  }
+
+  void warn(std::string const& text) { messages_.push_back({Severity::Warning, text}); }
+
+  Span messages() {
+    std::vector<MessageRecord> records;
+    for (auto const& [severity, text] : messages_) {
+      records.push_back({image_.text(text), static_cast<std::uint32_t>(severity), 0});
+    }
+    return image_.records(records);
+  }
+
+ private:
+  void skip(std::string const& grid, std::string const& reason) {
+    auto const text = "Grid '" + grid + "' of '" + request_.path + "' is skipped: " + reason;
+    warn(text);
+    if (firstLoss_.empty()) firstLoss_ = text;
+  }
+
+  bool wantsChannel(std::string const& name) const {
+    return request_.channels.empty() ||
+           std::find(request_.channels.begin(), request_.channels.end(), name) !=
+               request_.channels.end();
+  }
+
+  /// Decides from heads alone what goes where, so that names and origin do not
+  /// depend on which part of a file is loaded.
+  std::vector<Wanted> plan(VdbArchive& archive) {
+    struct Fitting {
+      VdbEntry* entry;
+      Placement placement;
+      std::string stated;
+    };
+    std::vector<Fitting> fitting;
+    for (auto& entry : archive.entries()) {
+      VdbLog log;
+      std::string reason;
+      if (!entry.grid) {
+        skip(entry.name, "values of type '" + entry.type + "' are not supported");
+        continue;
+      }
+      if (!isVoxelGrid(*entry.grid) && !isPointGrid(*entry.grid)) {
+        skip(entry.name, "values of type '" + entry.grid->valueType() + "' are not supported");
+        continue;
+      }
+      try {
+        archive.readHead(entry);
+        if (auto const placement = placementOf(entry.grid->transform(), reason)) {
+          fitting.push_back({&entry, *placement, textOf(*entry.grid, Keys::component)});
+        }
+      } catch (std::exception const& error) {
+        reason = error.what();
+      }
+      if (!reason.empty()) skip(entry.name, reason);
+      passOn(log, entry.name);
+    }
+    if (archive.entries().empty()) throw Failure{"'" + request_.path + "' holds no grids"};
+    if (fitting.empty()) throw Failure{firstLoss_};
+
+    for (auto const& grid : fitting) {
+      if (usableName(grid.stated)) plan_.reserve(grid.stated);
+    }
+    std::vector<Wanted> wanted;
+    for (auto const& [entry, placement, stated] : fitting) {
+      Wanted grid{entry, 0, {}, isPointGrid(*entry->grid)};
+      if (grid.points) {
+        grid.component = plan_.points(placement, stated, entry->name);
+      } else {
+        grid.component = plan_.voxels(placement, stated);
+        grid.channel = plan_.channelName(grid.component, entry->name);
+        auto& tiles = plan_.components[grid.component].tiles;
+        if (tiles.empty()) tiles = textOf(*entry->grid, Keys::tiles);
+      }
+      if (grid.points ? request_.points : request_.voxels && wantsChannel(grid.channel)) {
+        wanted.push_back(grid);
+      }
+    }
+    return wanted;
+  }
+
+  void passOn(VdbLog& log, std::string const& grid) {
+    for (auto const& line : log.take()) {
+      warn("Grid '" + grid + "' of '" + request_.path + "': " + line);
+    }
+  }
+
+  void read(VdbArchive& archive, Wanted const& grid) {
+    VdbLog log;
+    auto const mark = image_.mark();
+    auto const known = channels_.size();
+    try {
+      archive.readAll(*grid.entry);
+      if (grid.points) {
+        readPoints(grid);
+      } else {
+        readVoxels(grid);
+      }
+    } catch (ImageFull const&) {
+      throw;
+    } catch (std::exception const& error) {
+      channels_.resize(known);
+      image_.rewind(mark);
+      skip(grid.entry->name, error.what());
+    }
+    grid.entry->grid.reset();
+    passOn(log, grid.entry->name);
+  }
+
+  void readPoints(Wanted const& grid) {
+    auto const& place = plan_.components[grid.component].placement;
+    PointsJob job{image_};
+    job.voxelSize = static_cast<float>(place.voxelSize);
+    for (int a = 0; a < 3; ++a) {
+      job.offset[a] = (place.translation[a] - origin_[a]) / place.voxelSize;
+    }
+    if (request_.clip) {
+      job.clipMin = request_.clipMin;
+      job.clipMax = request_.clipMax;
+    }
+    job.wanted = [&](std::string const& name) { return wantsChannel(name); };
+    job.rename = [&](std::string const& attribute) {
+      auto const name = attribute == "P" ? "position" : attribute == "v" ? "velocity" : attribute;
+      return plan_.channelName(grid.component, name);
+    };
+    job.warn = [&](std::string const& text) {
+      warn("Point grid '" + grid.entry->name + "' of '" + request_.path + "': " + text);
+    };
+    auto const first = channels_.size();
+    decodePoints(*grid.entry->grid, job, channels_);
+    for (auto c = first; c < channels_.size(); ++c) {
+      channels_[c].component = static_cast<std::uint32_t>(grid.component);
+    }
+  }
+
+  void readVoxels(Wanted const& wanted) {
+    auto& grid = wanted.entry->grid;
+    auto const voxelSize = plan_.components[wanted.component].placement.voxelSize;
+    ChannelRecord record;
+    record.component = static_cast<std::uint32_t>(wanted.component);
+    record.name = image_.text(wanted.channel);
+    record.fieldClass = static_cast<std::uint32_t>(fieldClassOf(*grid));
+    std::vector<MetadataRecord> metadata;
+    readMetadata(*grid, image_, metadata);
+    if (wanted.channel != wanted.entry->name) {
+      addText(image_, metadata, Keys::gridName, wanted.entry->name);
+    }
+    record.metadata = image_.records(metadata);
+
+    if (grid->isType<openvdb::DoubleGrid>()) {
+      auto const& precise = static_cast<openvdb::DoubleGrid const&>(*grid);
+      grid = std::make_shared<openvdb::FloatGrid>(precise);
+    }
+    if (grid->isType<openvdb::FloatGrid>()) prepareDistance(wanted, grid, voxelSize, record);
+
+    VoxelBox clip{};
+    VoxelJob job{image_, request_.shape};
+    job.levelSet = record.fieldClass == static_cast<std::uint32_t>(FieldClass::LevelSet);
+    if (request_.clip) {
+      for (int a = 0; a < 3; ++a) {
+        clip.lo[a] = voxelAt(request_.clipMin[a], voxelSize);
+        clip.hi[a] = voxelAt(request_.clipMax[a], voxelSize);
+      }
+      job.clip = &clip;
+    }
+    decodeGrid(*grid, job, record);
+    if (job.cut) {
+      warn("Grid '" + wanted.entry->name + "' of '" + request_.path +
+           "' reaches beyond the voxels that a layout can hold; what lies there is left out");
+    }
+    channels_.push_back(record);
+  }
+
+  static std::int64_t voxelAt(float world, double voxelSize) {
+    constexpr double far = 1e15;
+    return static_cast<std::int64_t>(
+        std::floor(std::clamp(static_cast<double>(world) / voxelSize, -far, far)));
+  }
+
+  void prepareDistance(Wanted const& wanted, openvdb::GridBase::Ptr& grid, double voxelSize,
+                       ChannelRecord& record) {
+    bool const levelSet = record.fieldClass == static_cast<std::uint32_t>(FieldClass::LevelSet);
+    bool const chosen =
+        request_.distanceChannel.empty() ? levelSet : request_.distanceChannel == wanted.channel;
+    if (!levelSet && !chosen) return;
+    auto distance = openvdb::gridPtrCast<openvdb::FloatGrid>(grid);
+    auto const before = distance->background();
+    bool mended = false;
+    auto const outcome =
+        treatDistance(distance, voxelSize, chosen ? request_.distance : DistanceMode::Keep, mended);
+    grid = distance;
+    if (mended) {
+      warn("Level set '" + wanted.entry->name + "' of '" + request_.path + "' has background " +
+           std::to_string(before) + "; +5 voxels is taken outside");
+    }
+    if (!chosen) return;
+    record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);
+    record.distanceFactor = outcome.factor;
+    record.distanceReason = image_.text(outcome.reason);
+  }
+
+  static void decodeGrid(openvdb::GridBase const& grid, VoxelJob& job, ChannelRecord& record) {
+    auto const set = [&](API::DataType type) { record.type = static_cast<std::int32_t>(type); };
+    auto const pair = textOf(grid, Keys::type);
+    if (grid.isType<openvdb::FloatGrid>()) {
+      set(API::DataType::Float);
+      decodeFloat(static_cast<openvdb::FloatGrid const&>(grid), job, record);
+    } else if (grid.isType<openvdb::Int32Grid>()) {
+      set(API::DataType::Int);
+      decodeInt(static_cast<openvdb::Int32Grid const&>(grid), job, record);
+    } else if (grid.isType<openvdb::Vec3DGrid>()) {
+      set(API::DataType::Float3);
+      decodeDouble3(static_cast<openvdb::Vec3DGrid const&>(grid), job, record);
+    } else if (grid.isType<openvdb::Vec3SGrid>()) {
+      auto const& vectors = static_cast<openvdb::Vec3SGrid const&>(grid);
+      set(pair == Keys::float2 ? API::DataType::Float2 : API::DataType::Float3);
+      pair == Keys::float2 ? decodeFloat2(vectors, job, record)
+                           : decodeFloat3(vectors, job, record);
+    } else {
+      auto const& vectors = static_cast<openvdb::Vec3IGrid const&>(grid);
+      set(pair == Keys::int2 ? API::DataType::Int2 : API::DataType::Int3);
+      pair == Keys::int2 ? decodeInt2(vectors, job, record) : decodeInt3(vectors, job, record);
+    }
+  }
+
+  Span components() {
+    std::vector<ComponentRecord> records;
+    for (auto const& plan : plan_.components) {
+      ComponentRecord record;
+      record.kind = plan.kind;
+      record.name = image_.text(plan.name);
+      record.gridName = image_.text(plan.gridName);
+      record.voxelSize = plan.placement.voxelSize;
+      for (int a = 0; a < 3; ++a) {
+        auto const own = plan.placement.translation[a] - 0.5 * plan.placement.voxelSize;
+        record.translation[a] = plan.placement.translation[a];
+        record.origin[a] =
+            static_cast<float>(plan.kind == ComponentKind::Points ? origin_[a] : own);
+      }
+      if (!plan.tiles.empty()) addTiles(plan.tiles, record);
+      records.push_back(record);
+    }
+    return image_.records(records);
+  }
+
+  void addTiles(std::string const& text, ComponentRecord& record) {
+    TileLists lists;
+    if (!unpackTiles(text, request_.shape, lists)) return;
+    for (int d = 0; d < TreeShape::levels; ++d) {
+      auto const& list = lists[static_cast<std::size_t>(d)];
+      std::copy(list.begin(), list.end(),
+                image_.allocate<API::TileCoord>(list.size(), record.tiles[d]));
+    }
+  }
+
+  ReadRequest const& request_;
+  ImageBuilder& image_;
+  Plan plan_;
+  double origin_[3] = {0, 0, 0};
+  std::vector<ChannelRecord> channels_;
+  std::vector<std::pair<Severity, std::string>> messages_;
+  std::string firstLoss_;  // the first thing that could not be read
+};
+
+}  // namespace
+
+void decode(ReadRequest const& request, ImageBuilder& image) {
+  startVdb();
+  tbb::global_control const workers(tbb::global_control::max_allowed_parallelism,
+                                    static_cast<std::size_t>(std::max(1, request.threads)));
+  auto const start = image.mark();
+  ImageHeader header;
+  std::string failure;
+  Decoder decoder(request, image);
+  try {
+    VdbLog const log;
+    header = decoder.run();
+  } catch (Failure const& known) {
+    failure = known.text;
+  } catch (ImageFull const&) {
+    failure = "'" + request.path + "' needs more memory than the limit of " +
+              std::to_string(request.memoryLimit) + " bytes";
+  } catch (std::bad_alloc const&) {
+    failure = "'" + request.path + "' needs more memory than the limit of " +
+              std::to_string(request.memoryLimit) + " bytes";
+  } catch (std::exception const& error) {
+    failure = "Could not read '" + request.path + "': " + error.what();
+  }
+  if (!failure.empty()) {
+    image.rewind(start);
+    header = {};
+    header.failed = 1;
+    header.failure = image.text(failure);
+  }
+  header.messages = decoder.messages();
+  header.shape = request.shape;
+  image.finish(header);
+}
+
+}  // namespace Velmor::Host::Files

@@ -1,0 +1,154 @@
+#include "files/vdb_distance.h"
+
+#include <openvdb/tools/LevelSetRebuild.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+#include "files/vdb_gradient.h"
+
+namespace Velmor::Host::Files {
+
+namespace {
+
+constexpr float bandVoxels = 5;  // what the rest of the system expects around a surface
+
+using Tree = openvdb::FloatTree;
+
+template <class Function>
+void changeValues(Tree& tree, Function const& change) {
+  for (auto leaf = tree.beginLeaf(); leaf; ++leaf) {
+    for (auto it = leaf->beginValueAll(); it; ++it) it.setValue(change(*it, it.isValueOn()));
+  }
+  auto it = tree.beginValueAll();
+  it.setMaxDepth(Tree::ValueAllIter::LEAF_DEPTH - 1);
+  for (; it; ++it) it.setValue(change(*it, it.isValueOn()));
+}
+
+std::string number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.4g", value);
+  return text;
+}
+
+std::string describe(SurfaceGradients const& g) {
+  return "gradient length " + number(g.median) + " along the surface, at most " +
+         number(g.steepest) + ", " + std::to_string(g.jumps) + " jumps at " +
+         std::to_string(g.samples) + " voxels";
+}
+
+/// Steeper than this, cells with surface hold values beyond one voxel size, and
+/// whoever looks for the surface by value misses them.
+bool closes(SurfaceGradients const& g) {
+  return g.jumps == 0 && g.median >= 0.85 && g.median <= 1.15 && g.steep <= 1.15 &&
+         g.steepest <= 1.2;
+}
+
+void scaleBy(openvdb::FloatGrid& grid, float factor, bool mended) {
+  auto const outside = grid.background();
+  changeValues(grid.tree(), [&](float v, bool on) {
+    return mended && !on && v == outside ? outside : v * factor;
+  });
+  if (!mended) grid.tree().root().setBackground(outside * factor, /*updateChildNodes=*/false);
+}
+
+/// Gives every leaf that holds inside voxels, and every inside tile, leaves all
+/// around it, so that each sign change lies between leaf voxels.
+void surround(Tree& tree) {
+  std::vector<openvdb::CoordBBox> boxes;
+  for (auto leaf = tree.cbeginLeaf(); leaf; ++leaf) {
+    auto const* const values = leaf->buffer().data();
+    if (std::any_of(values, values + Tree::LeafNodeType::SIZE, [](float v) { return !(v > 0); })) {
+      boxes.push_back(leaf->getNodeBoundingBox());
+    }
+  }
+  auto it = tree.cbeginValueAll();
+  it.setMaxDepth(Tree::ValueAllCIter::LEAF_DEPTH - 1);
+  for (; it; ++it) {
+    openvdb::CoordBBox box;
+    if (!(*it > 0) && it.getBoundingBox(box)) boxes.push_back(box);
+  }
+  openvdb::tree::ValueAccessor<Tree> accessor(tree);
+  for (auto const& box : boxes) {
+    auto const lo = box.min().offsetBy(-8), hi = box.max().offsetBy(8);
+    for (auto x = lo.x(); x <= hi.x(); x += 8) {
+      for (auto y = lo.y(); y <= hi.y(); y += 8) {
+        for (auto z = lo.z(); z <= hi.z(); z += 8) {
+          openvdb::Coord const at(x, y, z);
+          if (!box.isInside(at) && accessor.getValue(at) > 0) {
+            accessor.touchLeaf(at);
+          }
+        }
+      }
+    }
+  }
+}
+
+/// A narrow band around the zero crossing; null if there is no surface.
+openvdb::FloatGrid::Ptr rebuilt(openvdb::FloatGrid const& grid, double voxelSize) {
+  auto const size = static_cast<float>(voxelSize);
+  auto const perVoxel = valuePerVoxel(grid);
+  auto const scale = perVoxel > 0 ? static_cast<float>(voxelSize / perVoxel) : 1.f;
+  auto work = grid.deepCopy();
+  // Where the field jumps, the place of the surface is not in the data; cut off
+  // at a voxel it comes to lie between the two voxels.
+  changeValues(work->tree(), [&](float v, bool) {
+    return std::isnan(v) ? size : std::clamp(v * scale, -size, size);
+  });
+  work->tree().root().setBackground(size, /*updateChildNodes=*/false);
+  surround(work->tree());
+  auto result = openvdb::tools::levelSetRebuild(*work, 0.f, bandVoxels);
+  if (!result || result->empty()) return nullptr;
+  result->insertMeta(grid);
+  result->setGridClass(openvdb::GRID_LEVEL_SET);
+  result->setTransform(grid.transform().copy());
+  return result;
+}
+
+bool mend(openvdb::FloatGrid& grid, double voxelSize) {
+  if (grid.background() > 0) return false;
+  grid.tree().root().setBackground(static_cast<float>(bandVoxels * voxelSize),
+                                   /*updateChildNodes=*/true);
+  return true;
+}
+
+/// The factor to world units: exactly the voxel size for values in cells.
+double factorFor(openvdb::FloatGrid const& grid, double voxelSize) {
+  auto const perVoxel = valuePerVoxel(grid);
+  if (!(perVoxel > 0)) return 1;
+  auto const lengths = surfaceGradients(grid, voxelSize, perVoxel);
+  auto const inCells = lengths.median * voxelSize;
+  if (!(inCells > 0)) return voxelSize / perVoxel;
+  return inCells >= 0.85 && inCells <= 1.15 ? voxelSize : 1 / lengths.median;
+}
+
+}  // namespace
+
+DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
+                              bool& mended) {
+  mended = mend(*grid, voxelSize);
+  if (mode == DistanceMode::Keep) return {DistanceMode::Keep, 1, "as asked for"};
+  auto const before = surfaceGradients(*grid, voxelSize, voxelSize);
+  if (before.samples == 0) return {DistanceMode::Keep, 1, "there is no surface"};
+  auto const found = describe(before);
+  if (mode == DistanceMode::Auto && closes(before)) return {DistanceMode::Keep, 1, found};
+
+  if (mode != DistanceMode::Rebuild) {
+    auto const factor = static_cast<float>(factorFor(*grid, voxelSize));
+    auto scaled = mode == DistanceMode::Scale ? grid : grid->deepCopy();
+    scaleBy(*scaled, factor, mended);
+    auto const after = surfaceGradients(*scaled, voxelSize, voxelSize);
+    if (mode == DistanceMode::Scale || closes(after)) {
+      grid = scaled;
+      return {DistanceMode::Scale, factor, found + "; scaled: " + describe(after)};
+    }
+  }
+  auto result = rebuilt(*grid, voxelSize);
+  if (!result) return {DistanceMode::Keep, 1, found + "; a rebuild finds no surface"};
+  grid = result;
+  return {DistanceMode::Rebuild, 1, found};
+}
+
+}  // namespace Velmor::Host::Files

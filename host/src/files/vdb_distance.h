@@ -1,0 +1,30 @@
+#pragma once
+
+#include <openvdb/openvdb.h>
+
+#include <string>
+
+#include "velmorhost/files.h"
+
+namespace Velmor::Host::Files {
+
+/// What became of a distance field.
+struct DistanceOutcome {
+  DistanceMode mode = DistanceMode::Keep;
+  float factor = 1;
+  std::string reason;
+};
+
+/// Brings a level set to a positive background and its distances to world units
+/// as `mode` says; the grid is changed in place or replaced.
+///
+/// A background that is not positive becomes five voxel sizes, outside and in
+/// all inactive values that equal it (`mended` says that it was so).
+/// `Scale` takes the factor that makes the median gradient length along the zero
+/// crossing 1, or exactly the voxel size where values are in cells. `Rebuild`
+/// makes a narrow band of five voxels to each side anew. `Auto` takes the first
+/// of keep, scale and rebuild with gradients of 0.85 to 1.15 and no jumps.
+DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
+                              bool& mended);
+
+}  // namespace Velmor::Host::Files

@@ -1,0 +1,193 @@
+#include <openvdb/points/PointAttribute.h>
+#include <openvdb/points/PointDataGrid.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numeric>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "files/keys.h"
+#include "files/vdb_encode.h"
+#include "velmorhost/scene.h"
+
+namespace Velmor::Host::Files {
+
+namespace {
+
+namespace vp = openvdb::points;
+using PointLeaf = vp::PointDataTree::LeafNodeType;
+using orlen::Math::vec;
+
+/// Where a point goes: its leaf, the voxel in it, and the place it came from.
+struct Placed {
+  openvdb::Coord leaf;
+  openvdb::Index voxel;
+  std::uint32_t from;
+  openvdb::Vec3s inVoxel;
+};
+
+std::vector<Placed> place(vec<3, float> const* positions, std::size_t count,
+                          double const (&offset)[3]) {
+  std::vector<Placed> placed(count);
+  tbb::parallel_for(std::size_t{0}, count, [&](std::size_t n) {
+    openvdb::Coord voxel;
+    auto& point = placed[n];
+    point.from = static_cast<std::uint32_t>(n);
+    for (int a = 0; a < 3; ++a) {
+      auto const at = static_cast<double>(positions[n][a]) + offset[a];
+      auto const nearest = std::floor(at + 0.5);
+      voxel[a] = static_cast<int>(nearest);
+      point.inVoxel[a] = static_cast<float>(at - nearest);
+    }
+    point.leaf = voxel & ~static_cast<int>(PointLeaf::DIM - 1);
+    point.voxel = PointLeaf::coordToOffset(voxel);
+  });
+  std::sort(placed.begin(), placed.end(), [](Placed const& a, Placed const& b) {
+    return std::tie(a.leaf, a.voxel, a.from) < std::tie(b.leaf, b.voxel, b.from);
+  });
+  return placed;
+}
+
+/// Whether a reader, which keeps the order of the file within each tile, would
+/// get the points back in the order of the state.
+bool keepsOrder(std::vector<Placed> const& placed, API::PointChannel const& position) {
+  auto const& ranges = API::itemAs<API::PointChannelItem>(position)->ranges();
+  std::vector<std::uint32_t> tile(placed.size());
+  for (std::size_t t = 0; t + 1 < ranges.starts.size(); ++t) {
+    std::fill(tile.begin() + static_cast<std::ptrdiff_t>(ranges.starts[t]),
+              tile.begin() + static_cast<std::ptrdiff_t>(ranges.starts[t + 1]),
+              static_cast<std::uint32_t>(t));
+  }
+  std::vector<std::int64_t> last(ranges.starts.size(), -1);
+  return std::all_of(placed.begin(), placed.end(), [&](Placed const& point) {
+    return std::exchange(last[tile[point.from]], std::int64_t{point.from}) < point.from;
+  });
+}
+
+std::string attributeName(API::Channel const& channel) {
+  auto const kept = channel.dictionary().value<API::String>(Keys::attributeName).str();
+  if (!kept.empty() && kept != "P") return kept;
+  return channel.name() == "velocity" ? "v" : channel.name().str();
+}
+
+template <class To, class From>
+void setValues(vp::AttributeArray& array, Placed const* points, std::size_t count,
+               From const* values) {
+  constexpr auto stride = static_cast<openvdb::Index>(sizeof(From) / sizeof(To));
+  vp::AttributeWriteHandle<To> handle(array);
+  for (std::size_t n = 0; n < count; ++n) {
+    To parts[stride];
+    std::memcpy(static_cast<void*>(parts), &values[points[n].from], sizeof(From));
+    for (openvdb::Index s = 0; s < stride; ++s) {
+      handle.set(static_cast<openvdb::Index>(n), s, parts[s]);
+    }
+  }
+}
+
+/// How a channel type is kept as an attribute; pairs as two numbers per point.
+struct Kind {
+  openvdb::NamePair type;
+  openvdb::Index stride;
+  void (*set)(vp::AttributeArray&, Placed const*, std::size_t, void const*);
+};
+
+template <class To, class From>
+void setFrom(vp::AttributeArray& array, Placed const* points, std::size_t count,
+             void const* values) {
+  setValues<To>(array, points, count, static_cast<From const*>(values));
+}
+
+Kind kindOf(API::DataType type) {
+  using vp::TypedAttributeArray;
+  switch (type) {
+    case API::DataType::Float:
+      return {TypedAttributeArray<float>::attributeType(), 1, &setFrom<float, float>};
+    case API::DataType::Float2:
+      return {TypedAttributeArray<float>::attributeType(), 2, &setFrom<float, vec<2, float>>};
+    case API::DataType::Int:
+      return {TypedAttributeArray<std::int32_t>::attributeType(), 1,
+              &setFrom<std::int32_t, std::int32_t>};
+    case API::DataType::Int2:
+      return {TypedAttributeArray<std::int32_t>::attributeType(), 2,
+              &setFrom<std::int32_t, vec<2, int>>};
+    case API::DataType::Int3:
+      return {TypedAttributeArray<openvdb::Vec3i>::attributeType(), 1,
+              &setFrom<openvdb::Vec3i, vec<3, int>>};
+    default:
+      return {TypedAttributeArray<openvdb::Vec3s>::attributeType(), 1,
+              &setFrom<openvdb::Vec3s, vec<3, float>>};
+  }
+}
+
+}  // namespace
+
+openvdb::GridBase::Ptr encodePoints(API::PointComponent const& points, double const (&offset)[3]) {
+  API::PointChannel const position(points.findChannel("position"));
+  auto const* const positions = pointData<vec<3, float>>(position);
+  auto grid = vp::PointDataGrid::create();
+  grid->setName("points");
+  if (positions == nullptr || points.elementCount() == 0) return grid;
+  auto const placed = place(positions, points.elementCount(), offset);
+
+  using Position = vp::TypedAttributeArray<openvdb::Vec3s>;
+  auto const descriptor = vp::AttributeSet::Descriptor::create(Position::attributeType());
+  std::vector<std::pair<PointLeaf*, std::size_t>> leaves;
+  for (std::size_t first = 0; first < placed.size();) {
+    std::vector<PointLeaf::ValueType> offsets(PointLeaf::SIZE, 0);
+    auto end = first;
+    for (; end < placed.size() && placed[end].leaf == placed[first].leaf; ++end) {
+      offsets[placed[end].voxel] = offsets[placed[end].voxel] + 1;
+    }
+    for (std::size_t v = 1; v < offsets.size(); ++v) offsets[v] = offsets[v] + offsets[v - 1];
+    auto* const leaf = grid->tree().touchLeaf(placed[first].leaf);
+    leaf->initializeAttributes(descriptor, static_cast<openvdb::Index>(end - first));
+    leaf->setOffsets(offsets);
+    leaves.emplace_back(leaf, first);
+    first = end;
+  }
+  auto const sizeOf = [&](std::size_t l) {
+    return (l + 1 < leaves.size() ? leaves[l + 1].second : placed.size()) - leaves[l].second;
+  };
+  tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t l) {
+    vp::AttributeWriteHandle<openvdb::Vec3s> handle(leaves[l].first->attributeArray("P"));
+    for (std::size_t n = 0; n < sizeOf(l); ++n) {
+      handle.set(static_cast<openvdb::Index>(n), placed[leaves[l].second + n].inVoxel);
+    }
+  });
+
+  if (!keepsOrder(placed, position)) {
+    std::vector<std::int32_t> places(placed.size());
+    std::iota(places.begin(), places.end(), 0);
+    auto const kind = kindOf(API::DataType::Int);
+    vp::appendAttribute(grid->tree(), Keys::order, kind.type);
+    tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t l) {
+      kind.set(leaves[l].first->attributeArray(Keys::order), placed.data() + leaves[l].second,
+               sizeOf(l), places.data());
+    });
+  }
+
+  std::vector<std::string> taken{"P", Keys::order};
+  for (auto const& channel : points.channels()) {
+    if (channel == position) continue;
+    auto const base = attributeName(channel);
+    auto name = base;
+    for (int n = 2; std::find(taken.begin(), taken.end(), name) != taken.end(); ++n) {
+      name = base + "-" + std::to_string(n);
+    }
+    taken.push_back(name);
+    auto const kind = kindOf(channel.dataType());
+    auto const* const values = pointStorage(channel, channel.dataType());
+    vp::appendAttribute(grid->tree(), name, kind.type, kind.stride);
+    tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t l) {
+      kind.set(leaves[l].first->attributeArray(name), placed.data() + leaves[l].second, sizeOf(l),
+               values);
+    });
+  }
+  return grid;
+}
+
+}  // namespace Velmor::Host::Files

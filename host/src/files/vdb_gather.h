@@ -1,0 +1,418 @@
+#pragma once
+
+#include <openvdb/tree/ValueAccessor.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <vector>
+
+#include "files/vdb_voxels.h"
+#include "velmorhost/scene.h"
+
+namespace Velmor::Host::Files {
+
+/// Regroups one tree. `Out` is the channel's element, and `Convert{}(value)`
+/// makes one out of the tree's value.
+template <class Tree, class Out, class Convert>
+class VoxelDecoder {
+ public:
+  VoxelDecoder(Tree const& tree, VoxelJob& job, ChannelRecord& channel)
+      : tree_(tree), job_(job), channel_(channel), background_(tree.background()) {}
+
+  void run() {
+    auto const background = Convert{}(background_);
+    static_assert(sizeof background <= sizeof channel_.background);
+    std::memcpy(channel_.background, &background, sizeof background);
+    listRoot();
+    auto const origin = job_.shape.rootOrigin();
+    std::vector<API::TileCoord> tiles{{origin, origin, origin}};
+    for (int level = 0; level + 1 < job_.shape.depth && !tiles.empty(); ++level) {
+      tiles = coarseLevel(level, tiles);
+    }
+    if (!tiles.empty()) leafLevels(tiles);
+  }
+
+ private:
+  using Value = typename Tree::ValueType;
+  using Leaf = typename Tree::LeafNodeType;
+  using Upper = typename Tree::RootNodeType::ChildNodeType;
+  using Accessor = openvdb::tree::ValueAccessor<Tree const>;
+
+  static constexpr int width = TreeShape::width;
+  static constexpr int cells = TreeShape::cells;
+  static constexpr int centre = 62;
+  static constexpr int leafEdge = static_cast<int>(Leaf::DIM);
+  static_assert(leafEdge == 8);
+
+  /// What is known of a box so far: nothing, or one value and state.
+  struct Uniform {
+    Value value{};
+    bool active = false;
+    bool known = false;
+    bool add(Value const& v, bool on) {
+      if (!known) {
+        value = v, active = on, known = true;
+        return true;
+      }
+      return active == on && std::memcmp(&value, &v, sizeof v) == 0;
+    }
+  };
+  struct RootEntry {
+    openvdb::Coord origin;
+    Upper const* child;  // null for a tile
+    Value value;
+    bool active;
+  };
+  struct Block {
+    Out values[cells];
+  };
+
+  void listRoot() {
+    auto const& root = tree_.root();
+    for (auto it = root.cbeginChildOn(); it; ++it) {
+      entries_.push_back({it.getCoord(), &*it, background_, false});
+    }
+    for (auto it = root.cbeginValueAll(); it; ++it) {
+      entries_.push_back({it.getCoord(), nullptr, *it, it.isValueOn()});
+    }
+    for (auto const& e : entries_) {
+      bool const matters =
+          e.child != nullptr ? !e.child->isEmpty() || e.child->onTileCount() > 0 : e.active;
+      if (matters && !rootHolds(e)) job_.cut = true;
+    }
+  }
+
+  bool rootHolds(RootEntry const& e) const {
+    auto const reach = openvdb::CoordBBox::createCube(e.origin, Upper::DIM);
+    if (inRoot(reach)) return true;
+    openvdb::CoordBBox box;
+    if (e.child != nullptr) {
+      e.child->evalActiveBoundingBox(box, /*visitVoxels=*/true);
+    } else {
+      box = reach;
+    }
+    return box.empty() || inRoot(box);
+  }
+  bool inRoot(openvdb::CoordBBox const& box) const {
+    return job_.shape.inRoot(box.min().x(), box.min().y(), box.min().z()) &&
+           job_.shape.inRoot(box.max().x(), box.max().y(), box.max().z());
+  }
+
+  static bool touches(openvdb::CoordBBox const& box, openvdb::Coord const& origin,
+                      std::int64_t extent) {
+    for (int a = 0; a < 3; ++a) {
+      if (box.min()[a] > origin[a] + (extent - 1) || box.max()[a] < origin[a]) return false;
+    }
+    return true;
+  }
+
+  /// Whether a box holds one value and state throughout; `out` says which.
+  bool uniform(openvdb::CoordBBox const& box, Uniform& out) const {
+    std::int64_t covered = 0;
+    for (auto const& e : entries_) {
+      if (!touches(box, e.origin, Upper::DIM)) continue;
+      ++covered;
+      if (e.child != nullptr ? !uniformIn(*e.child, box, out) : !out.add(e.value, e.active)) {
+        return false;
+      }
+    }
+    std::int64_t keys = 1;
+    for (int a = 0; a < 3; ++a) {
+      keys *= (box.max()[a] >> Upper::TOTAL) - (box.min()[a] >> Upper::TOTAL) + 1;
+    }
+    return covered == keys || out.add(background_, false);
+  }
+
+  template <class Node>
+  static bool uniformIn(Node const& node, openvdb::CoordBBox const& box, Uniform& out) {
+    using Child = typename Node::ChildNodeType;
+    auto const reach = openvdb::CoordBBox::createCube(node.origin(), Node::DIM);
+    auto part = box;
+    part.intersect(reach);
+    auto const from = (part.min() - node.origin()) >> Child::TOTAL;
+    auto const to = (part.max() - node.origin()) >> Child::TOTAL;
+    auto const& children = node.getChildMask();
+    for (auto x = from.x(); x <= to.x(); ++x) {
+      for (auto y = from.y(); y <= to.y(); ++y) {
+        for (auto z = from.z(); z <= to.z(); ++z) {
+          auto const n =
+              static_cast<openvdb::Index>((((x << Node::LOG2DIM) + y) << Node::LOG2DIM) + z);
+          if (children.isOn(n)) {
+            if constexpr (Child::LEVEL == 0) {
+              return false;
+            } else if (!uniformIn(*node.getTable()[n].getChild(), part, out)) {
+              return false;
+            }
+          } else if (!out.add(node.getTable()[n].getValue(), node.isValueMaskOn(n))) {
+            return false;
+          }
+        }
+      }
+    }
+    return true;
+  }
+
+  static openvdb::CoordBBox cellBox(API::TileCoord const& tile, int cell, std::int32_t extent) {
+    openvdb::Coord const lo(tile.i + cell % width * extent, tile.j + cell / width % width * extent,
+                            tile.k + cell / (width * width) * extent);
+    return openvdb::CoordBBox::createCube(lo, static_cast<openvdb::Coord::ValueType>(extent));
+  }
+  bool clipped(openvdb::CoordBBox const& box) const {
+    if (job_.clip == nullptr) return false;
+    for (int a = 0; a < 3; ++a) {
+      if (box.max()[a] < job_.clip->lo[a] || box.min()[a] > job_.clip->hi[a]) return true;
+    }
+    return false;
+  }
+  /// What stands for a cell that is left out: nothing active, and of a level
+  /// set the value in its middle, so that the inside stays inside.
+  Out leftOut(Accessor& accessor, openvdb::CoordBBox const& box) const {
+    if (!job_.levelSet) return Convert{}(background_);
+    auto const half = (box.max() - box.min()) >> 1;
+    return Convert{}(accessor.getValue(box.min() + half));
+  }
+
+  template <class T>
+  T* allocateLevel(int level, std::uint64_t tiles, std::uint64_t slots, std::uint64_t*& masks) {
+    auto& record = channel_.levels[level];
+    auto* const values = job_.image.template allocate<T>(slots, record.values);
+    masks = reinterpret_cast<std::uint64_t*>(job_.image.allocateBytes(slots, 16, record.masks));
+    job_.image.template allocate<API::TileCoord>(tiles, record.coords);
+    job_.image.template allocate<std::uint32_t>(tiles, record.slots);
+    return values;
+  }
+  API::TileCoord* coordsOf(int level) const {
+    return reinterpret_cast<API::TileCoord*>(job_.image.at(channel_.levels[level].coords));
+  }
+  std::uint32_t* slotsOf(int level) const {
+    return reinterpret_cast<std::uint32_t*>(job_.image.at(channel_.levels[level].slots));
+  }
+
+  /// Fills the blocks of a level above the two finest; returns the tiles below it.
+  std::vector<API::TileCoord> coarseLevel(int level, std::vector<API::TileCoord> const& tiles) {
+    std::uint64_t* masks = nullptr;
+    auto* const blocks = allocateLevel<Block>(level, tiles.size(), tiles.size(), masks);
+    auto const extent = job_.shape.cellExtent(level);
+    std::vector<CellMask> mixed(tiles.size());
+    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+      Accessor accessor(tree_);
+      CellMask active;
+      for (int c = 0; c < cells; ++c) {
+        auto const box = cellBox(tiles[t], c, extent);
+        auto& value = blocks[t].values[c];
+        if (clipped(box)) {
+          value = leftOut(accessor, box);
+          continue;
+        }
+        Uniform found;
+        if (uniform(box, found)) {
+          value = Convert{}(found.value);
+          if (found.active) active.set(c);
+        } else {
+          mixed[t].set(c);
+        }
+      }
+      std::copy(active.words.begin(), active.words.end(), masks + 2 * t);
+    });
+    std::copy(tiles.begin(), tiles.end(), coordsOf(level));
+    std::uint64_t count = 0;
+    for (std::size_t t = 0; t < tiles.size(); ++t) {
+      slotsOf(level)[t] = static_cast<std::uint32_t>(t);
+      count += population(mixed[t]);
+    }
+    if (count > job_.image.room() / sizeof(Block)) throw ImageFull{};
+    std::vector<API::TileCoord> below;
+    below.reserve(count);
+    for (std::size_t t = 0; t < tiles.size(); ++t) {
+      for (int c = 0; c < cells; ++c) {
+        if (!mixed[t].test(c)) continue;
+        auto const lo = cellBox(tiles[t], c, extent).min();
+        below.push_back({lo.x(), lo.y(), lo.z()});
+      }
+    }
+    return below;
+  }
+
+  static unsigned population(CellMask const& mask) {
+    return static_cast<unsigned>(std::popcount(mask.words[0]) + std::popcount(mask.words[1]));
+  }
+
+  /// The leaves and tiles of the tree around one tile of 25 voxels.
+  struct Neighbourhood {
+    static constexpr int edge = 4;  // 25 voxels meet at most four leaves
+    struct Region {
+      Leaf const* leaf = nullptr;
+      Value value{};
+      bool active = false;
+    };
+    openvdb::Coord origin;
+    std::array<Region, edge * edge * edge> regions;
+
+    Neighbourhood(Accessor& accessor, API::TileCoord const& tile)
+        : origin(tile.i & ~(leafEdge - 1), tile.j & ~(leafEdge - 1), tile.k & ~(leafEdge - 1)) {
+      int const last[3] = {(tile.i + 24 - origin.x()) / leafEdge,
+                           (tile.j + 24 - origin.y()) / leafEdge,
+                           (tile.k + 24 - origin.z()) / leafEdge};
+      for (int x = 0; x <= last[0]; ++x) {
+        for (int y = 0; y <= last[1]; ++y) {
+          for (int z = 0; z <= last[2]; ++z) {
+            auto& region = regions[static_cast<std::size_t>((x * edge + y) * edge + z)];
+            auto const at = origin.offsetBy(x * leafEdge, y * leafEdge, z * leafEdge);
+            region.leaf = accessor.probeConstLeaf(at);
+            if (region.leaf == nullptr) region.active = accessor.probeValue(at, region.value);
+          }
+        }
+      }
+    }
+    Region const& at(int x, int y, int z) const {
+      return regions[static_cast<std::size_t>((x * edge + y) * edge + z)];
+    }
+  };
+
+  /// Whether a box of five voxels needs a look at its voxels; else `out` is its value.
+  static bool unclear(Neighbourhood const& around, openvdb::CoordBBox const& box, Uniform& out) {
+    auto const from = (box.min() - around.origin) >> 3;
+    auto const to = (box.max() - around.origin) >> 3;
+    for (auto x = from.x(); x <= to.x(); ++x) {
+      for (auto y = from.y(); y <= to.y(); ++y) {
+        for (auto z = from.z(); z <= to.z(); ++z) {
+          auto const& region = around.at(x, y, z);
+          if (region.leaf != nullptr || !out.add(region.value, region.active)) return true;
+        }
+      }
+    }
+    return false;
+  }
+
+  static void gather(Neighbourhood const& around, openvdb::Coord const& lo, Out* values,
+                     std::uint64_t* mask) {
+    auto const from = lo - around.origin;
+    std::uint32_t planes[width] = {};
+    for (int i = 0; i < width; ++i) {
+      auto const x = from.x() + i;
+      for (int j = 0; j < width; ++j) {
+        auto const y = from.y() + j;
+        auto const column = j * width + i;
+        for (int k = 0; k < width;) {
+          auto const z = from.z() + k;
+          auto const run = std::min(width - k, leafEdge - (z & 7));
+          auto const& region = around.at(x >> 3, y >> 3, z >> 3);
+          if (region.leaf != nullptr) {
+            auto const row = ((y & 7) << 3) | (z & 7);
+            auto const* const source = region.leaf->buffer().data() + (((x & 7) << 6) | row);
+            auto const bits = region.leaf->getValueMask().template getWord<std::uint64_t>(
+                                  static_cast<openvdb::Index>(x & 7)) >>
+                              row;
+            for (int n = 0; n < run; ++n) {
+              values[(k + n) * 25 + column] = Convert{}(source[n]);
+              planes[k + n] |= static_cast<std::uint32_t>((bits >> n) & 1u) << column;
+            }
+          } else {
+            auto const value = Convert{}(region.value);
+            for (int n = 0; n < run; ++n) {
+              values[(k + n) * 25 + column] = value;
+              planes[k + n] |= (region.active ? 1u : 0u) << column;
+            }
+          }
+          k += run;
+        }
+      }
+    }
+    auto const plane = [&](int k) { return std::uint64_t{planes[k]}; };
+    mask[0] = plane(0) | plane(1) << 25 | plane(2) << 50;
+    mask[1] = plane(2) >> 14 | plane(3) << 11 | plane(4) << 36;
+  }
+
+  static bool allEqual(Out const* values, std::uint64_t const* mask) {
+    constexpr auto upper = (std::uint64_t{1} << (cells - 64)) - 1;
+    bool const none = mask[0] == 0 && mask[1] == 0;
+    bool const all = mask[0] == ~std::uint64_t{0} && mask[1] == upper;
+    return (none || all) && std::memcmp(values, values + 1, (cells - 1) * sizeof(Out)) == 0;
+  }
+
+  /// Fills the last level of coarse cells and the leaves below them.
+  void leafLevels(std::vector<API::TileCoord> const& tiles) {
+    auto const level = job_.shape.depth - 1;
+    std::uint64_t* masks = nullptr;
+    auto* const blocks = allocateLevel<Block>(level, tiles.size(), tiles.size(), masks);
+    std::vector<CellMask> open(tiles.size());
+    std::vector<std::uint64_t> first(tiles.size() + 1, 0);
+    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+      Accessor accessor(tree_);
+      Neighbourhood const around(accessor, tiles[t]);
+      CellMask active;
+      for (int c = 0; c < cells; ++c) {
+        auto const box = cellBox(tiles[t], c, width);
+        auto& value = blocks[t].values[c];
+        Uniform found;
+        if (clipped(box)) {
+          value = leftOut(accessor, box);
+        } else if (unclear(around, box, found)) {
+          open[t].set(c);
+        } else {
+          value = Convert{}(found.value);
+          if (found.active) active.set(c);
+        }
+      }
+      std::copy(active.words.begin(), active.words.end(), masks + 2 * t);
+      first[t + 1] = population(open[t]);
+    });
+    for (std::size_t t = 0; t < tiles.size(); ++t) first[t + 1] += first[t];
+    std::copy(tiles.begin(), tiles.end(), coordsOf(level));
+    for (std::size_t t = 0; t < tiles.size(); ++t)
+      slotsOf(level)[t] = static_cast<std::uint32_t>(t);
+
+    // Slots for all that may become leaves; a run of them per tile is filled
+    // from its start, so that what stays unused is mostly whole pages.
+    auto const leafLevel = job_.shape.depth;
+    auto& record = channel_.levels[leafLevel];
+    auto* const leaves = job_.image.template allocate<Block>(first.back(), record.values);
+    auto* const leafMasks =
+        reinterpret_cast<std::uint64_t*>(job_.image.allocateBytes(first.back(), 16, record.masks));
+    std::vector<std::uint64_t> kept(tiles.size() + 1, 0);
+    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+      Accessor accessor(tree_);
+      Neighbourhood const around(accessor, tiles[t]);
+      auto slot = first[t];
+      for (int c = 0; c < cells; ++c) {
+        if (!open[t].test(c)) continue;
+        auto* const values = leaves[slot].values;
+        auto* const mask = leafMasks + 2 * slot;
+        gather(around, cellBox(tiles[t], c, width).min(), values, mask);
+        blocks[t].values[c] = values[centre];
+        if (allEqual(values, mask)) {
+          open[t].words[static_cast<std::size_t>(c >> 6)] &= ~(std::uint64_t{1} << (c & 63));
+          if (mask[0] != 0)
+            masks[2 * t + static_cast<std::size_t>(c >> 6)] |= std::uint64_t{1} << (c & 63);
+        } else {
+          ++slot;
+        }
+      }
+      kept[t + 1] = slot - first[t];
+    });
+    for (std::size_t t = 0; t < tiles.size(); ++t) kept[t + 1] += kept[t];
+    auto* const coords = job_.image.template allocate<API::TileCoord>(kept.back(), record.coords);
+    auto* const slots = job_.image.template allocate<std::uint32_t>(kept.back(), record.slots);
+    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+      auto at = kept[t];
+      auto slot = first[t];
+      for (int c = 0; c < cells; ++c) {
+        if (!open[t].test(c)) continue;
+        auto const lo = cellBox(tiles[t], c, width).min();
+        coords[at] = {lo.x(), lo.y(), lo.z()};
+        slots[at++] = static_cast<std::uint32_t>(slot++);
+      }
+    });
+  }
+
+  Tree const& tree_;
+  VoxelJob& job_;
+  ChannelRecord& channel_;
+  Value background_;
+  std::vector<RootEntry> entries_;
+};
+
+}  // namespace Velmor::Host::Files
