@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 #include "core/channel_item.h"
 #include "core/neighbourhood.h"
@@ -11,9 +12,6 @@
 namespace Velmor::API {
 
 namespace {
-
-/// The tile (13) and its 26 neighbours, x fastest.
-using Sources = std::array<CellSource, 27>;
 
 /// The rows of a block that come from one source along an axis.
 struct Part {
@@ -23,43 +21,52 @@ struct Part {
 constexpr Part parts[3] = {{0, 1, tileWidth - 1}, {1, tileWidth, 0}, {tileWidth + 1, 1, 0}};
 constexpr int edge = tileWidth + 2;
 
+/// Copies a column of cells at `x` of their source to one place of each row.
+template <class T, Part py, Part pz>
+void fillColumn(CellSource const& source, int x, T* __restrict to) {
+  // Of a single value all steps are 0.
+  auto const masked = [&source](int cell) {
+    return static_cast<std::size_t>(static_cast<std::uint32_t>(cell) & source.mask);
+  };
+  auto const* plane = reinterpret_cast<T const*>(source.data) + masked(cellOf(x, py.cell, pz.cell));
+  auto const stepY = masked(cellOf(0, 1, 0)), stepZ = masked(cellOf(0, 0, 1));
+  for (int z = 0; z < pz.count; ++z, plane += stepZ) {
+    auto const* from = plane;
+    for (int y = 0; y < py.count; ++y, from += stepY) to[edge * (y + edge * z)] = *from;
+  }
+}
+
 /// Fills the rows of one part along y and one along z from the sources of their
 /// left end, their middle and their right end.
-template <class T, class CopyMiddle>
-void fillRows(CellSource const* three, Part const& py, Part const& pz, T* block,
-              CopyMiddle const& copyMiddle) {
-  auto const* const low = reinterpret_cast<T const*>(three[0].data);
-  auto const* const high = reinterpret_cast<T const*>(three[2].data);
-  auto const lowMask = three[0].mask, highMask = three[2].mask;
-  for (int z = 0; z < pz.count; ++z) {
-    auto row = static_cast<std::uint32_t>(cellOf(0, py.cell, pz.cell + z));
-    T* to = block + edge * (py.begin + edge * (pz.begin + z));
-    for (int y = 0; y < py.count; ++y, row += tileWidth, to += edge) {
-      to[0] = low[(row + tileWidth - 1) & lowMask];
-      copyMiddle(row, to + 1);
-      to[edge - 1] = high[row & highMask];
+template <class T, Part py, Part pz>
+void fillRows(CellSource const* three, T* __restrict block) {
+  T* const rows = block + edge * (py.begin + edge * pz.begin);
+  fillColumn<T, py, pz>(three[0], tileWidth - 1, rows);
+  auto const* const middle = reinterpret_cast<T const*>(three[1].data);
+  if (three[1].mask != 0) {
+    for (int z = 0; z < pz.count; ++z) {
+      for (int y = 0; y < py.count; ++y) {
+        std::memcpy(rows + 1 + edge * (y + edge * z), middle + cellOf(0, py.cell + y, pz.cell + z),
+                    tileWidth * sizeof(T));
+      }
+    }
+  } else {
+    for (int z = 0; z < pz.count; ++z) {
+      for (int y = 0; y < py.count; ++y) {
+        std::fill_n(rows + 1 + edge * (y + edge * z), tileWidth, *middle);
+      }
     }
   }
+  fillColumn<T, py, pz>(three[2], 0, rows + edge - 1);
 }
 
 /// Copies a tile and its border of one cell, 7 x 7 x 7 in all.
 template <class T>
-void fillBlock(Sources const& sources, T* block) {
-  auto const* three = sources.data();
-  for (auto const& pz : parts) {
-    for (auto const& py : parts) {
-      auto const* const middle = reinterpret_cast<T const*>(three[1].data);
-      if (three[1].mask != 0) {
-        fillRows(three, py, pz, block, [middle](std::uint32_t row, T* to) {
-          std::memcpy(to, middle + row, tileWidth * sizeof(T));
-        });
-      } else {
-        fillRows(three, py, pz, block,
-                 [middle](std::uint32_t, T* to) { std::fill_n(to, tileWidth, *middle); });
-      }
-      three += 3;
-    }
+void fillBlock(Neighbourhood::Sources const& sources, T* block) {
+  [&]<std::size_t... I>(std::index_sequence<I...>) {
+    (fillRows<T, parts[I % 3], parts[I / 3]>(&sources[3 * I], block), ...);
   }
+  (std::make_index_sequence<9>());
 }
 
 }  // namespace
@@ -70,19 +77,18 @@ struct HaloedCacheBase::State {
 
   VoxelChannel channel;
   Neighbourhood near;
+  Neighbourhood::Sources rootSources;
 
-  Sources sources(TreeIndex const& index) {
+  Neighbourhood::Sources const& sources(TreeIndex const& index) {
     auto const& item = near.channel();
-    Sources sources;
     if (index.depth == 0) {  // the root has no neighbours
-      sources.fill({item.background(), 0});
-      sources[13] = {item.values(0, index.slot), ~std::uint32_t{0}};
-      return sources;
+      rootSources.fill({item.background(), 0});
+      rootSources[13] = {item.values(0, index.slot), ~std::uint32_t{0}};
+      return rootSources;
     }
     auto const& record = item.layout().record(index.depth, index.slot);
     near.centre(index.depth - 1, item.layout().branch(index.depth - 1, record.parent).coord);
-    near.sources(cellPositions[static_cast<std::size_t>(record.cell)], sources);
-    return sources;
+    return near.sources(record.cell);
   }
 };
 
@@ -107,7 +113,7 @@ Status HaloedCacheBase::gather(TreeIndex const& index, void* block) {
   if (state_ == nullptr) return Status::failure("the haloed cache has no channel");
   auto const& channel = state_->near.channel();
   if (!channel.layout().exists(index)) return Status::failure("no such tile");
-  auto const sources = state_->sources(index);
+  auto const& sources = state_->sources(index);
   withBits(channel.size(),
            [&]<class Bits>(Bits*) { fillBlock(sources, static_cast<Bits*>(block)); });
   return {};

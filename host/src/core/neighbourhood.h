@@ -33,6 +33,9 @@ inline constexpr auto cellsAlong = [] {
 /// Serves one thread.
 class Neighbourhood {
  public:
+  /// A child and the 26 around it, x fastest.
+  using Sources = std::array<CellSource, 27>;
+
   /// `channel` must outlive the neighbourhood.
   explicit Neighbourhood(VoxelChannelItem const& channel) noexcept : channel_(&channel) {}
 
@@ -46,7 +49,8 @@ class Neighbourhood {
     depth_ = depth;
     origin_ = origin;
     stamp_ = now;
-    for (auto& parent : parents_) parent.known = false;
+    known_ = 0;
+    sourcesCell_ = -1;
     childPool_ = &channel_->pool(depth + 1);
   }
 
@@ -54,42 +58,30 @@ class Neighbourhood {
   /// from -5 to 9: beside it are its neighbours' children.
   CellSource source(int x, int y, int z) noexcept {
     auto const ax = along(x), ay = along(y), az = along(z);
-    return source(ax.tile + 3 * (ay.tile + 3 * az.tile), cellOf(ax.cell, ay.cell, az.cell));
+    int const tile = ax.tile + 3 * (ay.tile + 3 * az.tile);
+    if ((known_ >> tile & 1u) == 0) find(tile);
+    return source(tile, cellOf(ax.cell, ay.cell, az.cell));
   }
-  /// The same for the child in a cell (13) and the 26 around it, x fastest.
-  void sources(CellPosition const& at, std::array<CellSource, 27>& found) noexcept {
-    auto* next = found.data();
-    for (int z = at.z - 1; z <= at.z + 1; ++z) {
-      auto const az = along(z);
-      for (int y = at.y - 1; y <= at.y + 1; ++y) {
-        auto const ay = along(y);
-        int const tile = 3 * (ay.tile + 3 * az.tile), cell = cellOf(0, ay.cell, az.cell);
-        for (int x = at.x - 1; x <= at.x + 1; ++x) {
-          auto const ax = along(x);
-          *next++ = source(tile + ax.tile, cell + ax.cell);
-        }
-      }
-    }
-  }
+  /// The same for the child in a cell (13) and the 26 around it. Good until the next call.
+  Sources const& sources(int cell) noexcept;
 
  private:
   struct Parent {
-    Branch const* branch;     // null if there is no tile of that depth
+    Branch const* branch;     // an empty one if there is no tile of that depth
     std::byte const* values;  // of the tile, or of the one coarser cell there
-    bool known;
+    std::size_t step;         // from one cell's value to the next one's
   };
   static constexpr std::size_t index(int i) noexcept { return static_cast<std::size_t>(i); }
   static constexpr CellAlong along(int cell) noexcept {
     return cellsAlong[index(cell + tileWidth)];
   }
 
-  CellSource source(int tile, int cell) noexcept {
+  /// Of a known parent.
+  CellSource source(int tile, int cell) const noexcept {
     auto const& parent = parents_[index(tile)];
-    if (!parent.known) find(tile);
-    if (parent.branch == nullptr) return {parent.values, 0};
     auto const child = LayoutItem::settled(parent.branch->children[index(cell)]) - 1;
     if (child >= 0) return {childPool_->at(child), ~std::uint32_t{0}};
-    return {parent.values + index(cell) * channel_->size(), 0};
+    return {parent.values + index(cell) * parent.step, 0};
   }
   void find(int tile) noexcept;
 
@@ -97,8 +89,11 @@ class Neighbourhood {
   int depth_ = -1;
   TileCoord origin_;
   std::uint64_t stamp_ = 0;
+  std::uint32_t known_ = 0;  // a bit per parent
   std::array<Parent, 27> parents_{};
   Host::Pool const* childPool_ = nullptr;
+  int sourcesCell_ = -1;  // whose sources these are
+  Sources sources_;
   // The last path through the tree.
   std::array<std::int32_t, maxLeafDepth + 1> slots_{};
   int pathDepth_ = -1;
