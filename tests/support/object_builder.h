@@ -17,6 +17,7 @@ class ObjectBuilder {
       : server_(Host::createStateServer(name + "-state")),
         object_(Host::createObject(server_, name)) {}
 
+  API::StateServer const& server() const { return server_; }
   API::Object const& object() const { return object_; }
 
   /// A component without tiles.

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "levelset/field.h"
+
+namespace Velmor::Host {
+
+/// The bits of a row of five cells of a mask; rows are numbered y + 5 z.
+inline unsigned rowOf(CellMask const& mask, int row) noexcept {
+  int const bit = row * API::tileWidth;
+  auto const low = bit < 64 ? mask.words[0] >> bit : mask.words[1] >> (bit - 64);
+  auto const high = bit < 64 && bit + API::tileWidth > 64 ? mask.words[1] << (64 - bit) : 0;
+  return static_cast<unsigned>((low | high) & 31u);
+}
+
+/// Adds bits to row (y, z) of a mask; of `bits` only the lowest five count.
+inline void setRow(CellMask& mask, int y, int z, unsigned bits) noexcept {
+  int const bit = API::cellOf(0, y, z);
+  auto const row = std::uint64_t{bits & 31u};
+  if (bit < 64) mask.words[0] |= row << bit;
+  if (bit >= 64) mask.words[1] |= row << (bit - 64);
+  if (bit < 64 && bit + API::tileWidth > 64) mask.words[1] |= row >> (64 - bit);
+}
+
+/// A mask of a tile and of the voxels beside it, as rows of seven bits from cell -1 to 5.
+class BitRows {
+ public:
+  /// `maskOf(tile)` is the mask; where there is no tile, `uniform(n)` is the value
+  /// everywhere in number n of the 27.
+  template <class MaskOf, class Uniform>
+  BitRows(std::array<FieldTile*, 27> const& around, MaskOf const& maskOf, Uniform const& uniform) {
+    std::array<CellMask, 27> masks;
+    for (std::size_t n = 0; n < 27; ++n) {
+      if (around[n] != nullptr) {
+        masks[n] = maskOf(*around[n]);
+      } else if (uniform(static_cast<int>(n))) {
+        masks[n].words = {~std::uint64_t{0}, ~std::uint64_t{0}};
+      }
+    }
+    for (int z = -1; z <= 5; ++z) {
+      int const tz = (z + 5) / 5;
+      for (int y = -1; y <= 5; ++y) {
+        int const ty = (y + 5) / 5;
+        int const row = y + 5 - 5 * ty + 5 * (z + 5 - 5 * tz);
+        auto const first = static_cast<std::size_t>(3 * (ty + 3 * tz));
+        rows_[static_cast<std::size_t>(y + 1 + 7 * (z + 1))] = static_cast<std::uint8_t>(
+            rowOf(masks[first], row) >> 4 | rowOf(masks[first + 1], row) << 1 |
+            (rowOf(masks[first + 2], row) & 1u) << 6);
+      }
+    }
+  }
+
+  /// Cell x is bit x + 1.
+  unsigned row(int y, int z) const noexcept {
+    return rows_[static_cast<std::size_t>(y + 1 + 7 * (z + 1))];
+  }
+  bool isEmpty() const noexcept {
+    unsigned any = 0;
+    for (auto const row : rows_) any |= row;
+    return any == 0;
+  }
+
+ private:
+  std::array<std::uint8_t, 49> rows_;
+};
+
+}  // namespace Velmor::Host

@@ -1,0 +1,139 @@
+#include "levelset/construction.h"
+
+#include <tbb/enumerable_thread_specific.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "levelset/parallel.h"
+#include "levelset/redistance.h"
+
+namespace Velmor::Host {
+
+namespace {
+
+using API::cellPositions;
+using API::tileCells;
+using API::tileWidth;
+
+std::int32_t floorOf(double a) { return static_cast<std::int32_t>(std::floor(a)); }
+
+/// Calls `function(place)` for the places of leaf tiles that a box of voxels touches.
+template <class Function>
+void forPlaces(TileGrid const& grid, double const (&low)[3], double const (&high)[3],
+               Function const& function) {
+  auto const place = [&](double const(&v)[3]) {
+    return grid.place(API::TileCoord{floorOf(v[0]), floorOf(v[1]), floorOf(v[2])});
+  };
+  auto const from = place(low), to = place(high);
+  for (auto z = from.z; z <= to.z; ++z) {
+    for (auto y = from.y; y <= to.y; ++y) {
+      for (auto x = from.x; x <= to.x; ++x) function(TilePlace{x, y, z});
+    }
+  }
+}
+
+}  // namespace
+
+Construction::Construction(Particles& particles, TileGrid const& output,
+                           API::LevelSetOptions const& options)
+    : particles_(&particles), blend_(particles), field_(output) {
+  if (options.surfaceRadius > 0.f) addBulkTiles();
+  auto const droplets = addDropletTiles();
+  sortParticlesAround();
+
+  tbb::enumerable_thread_specific<Blend> blends([this] { return Blend(*particles_); });
+  forEach(field_.count(), [&](std::size_t t) {
+    static std::vector<std::uint32_t> const none;
+    auto& tile = field_.tile(t);
+    blends.local().evaluate(tile, output.voxel(tile.place),
+                            t < droplets.size() ? droplets[t] : none);
+  });
+  redistance(field_, [this](TilePlace const& place) { return insideAt(place); });
+}
+
+// The tiles of the output near particles, but for those deep inside.
+void Construction::addBulkTiles() {
+  auto const& scale = particles_->scale();
+  for (auto const& tile : particles_->tiles()) {
+    if (tile.bulk == 0) continue;
+    int least[3] = {tileWidth, tileWidth, tileWidth}, most[3] = {-1, -1, -1};
+    for (int c = 0; c < tileCells; ++c) {
+      if (!tile.occupied.test(c)) continue;
+      auto const p = cellPositions[static_cast<std::size_t>(c)];
+      int const at[3] = {p.x, p.y, p.z};
+      for (int a = 0; a < 3; ++a) {
+        least[a] = std::min(least[a], at[a]);
+        most[a] = std::max(most[a], at[a]);
+      }
+    }
+    auto const corner = particles_->grid().voxel(tile.place);
+    std::int32_t const origin[3] = {corner.i, corner.j, corner.k};
+    double const reach = double{tile.radius} + scale.margin;
+    double low[3], high[3];
+    for (int a = 0; a < 3; ++a) {
+      low[a] = (origin[a] + least[a]) * scale.factor - reach;
+      high[a] = (origin[a] + most[a] + 1) * scale.factor + reach;
+    }
+    forPlaces(field_.grid(), low, high, [this](TilePlace const& place) {
+      if (field_.find(place) == nullptr && !blend_.isDeep(field_.grid().voxel(place))) {
+        field_.add(place);
+      }
+    });
+  }
+}
+
+// The droplets that reach into each tile of the field.
+Construction::DropletLists Construction::addDropletTiles() {
+  auto const& droplets = particles_->droplets();
+  DropletLists lists(droplets.empty() ? 0 : field_.count());
+  for (std::size_t d = 0; d < droplets.size(); ++d) {
+    if (!(droplets[d].radius > 0.f)) continue;
+    double const reach = double{droplets[d].radius} + particles_->scale().margin;
+    auto const& c = droplets[d].centre;
+    double const low[3] = {c.x - reach, c.y - reach, c.z - reach};
+    double const high[3] = {c.x + reach, c.y + reach, c.z + reach};
+    forPlaces(field_.grid(), low, high, [&](TilePlace const& place) {
+      // Deep tiles stay out: a droplet changes nothing there.
+      if (field_.find(place) == nullptr && blend_.isDeep(field_.grid().voxel(place))) return;
+      field_.add(place);
+      auto const t = field_.number(place);
+      if (t < 0) return;
+      lists.resize(field_.count());
+      lists[static_cast<std::size_t>(t)].push_back(static_cast<std::uint32_t>(d));
+    });
+  }
+  return lists;
+}
+
+// Those that sums in the field's tiles run over.
+void Construction::sortParticlesAround() {
+  auto const& scale = particles_->scale();
+  std::vector<std::uint8_t> wanted(particles_->tiles().size());
+  double const reach = Region::reachOf(particles_->largestRadius(), scale.margin);
+  for (std::size_t t = 0; t < field_.count(); ++t) {
+    auto const corner = field_.grid().voxel(field_.tile(t).place);
+    std::int32_t const origin[3] = {corner.i, corner.j, corner.k};
+    double low[3], high[3];
+    for (int a = 0; a < 3; ++a) {
+      low[a] = (origin[a] - reach) / scale.factor - 2.0;
+      high[a] = (origin[a] + tileWidth + reach) / scale.factor + 2.0;
+    }
+    forPlaces(particles_->grid(), low, high, [&](TilePlace const& place) {
+      if (auto const n = particles_->number(place); n >= 0) wanted[static_cast<std::size_t>(n)] = 1;
+    });
+  }
+  particles_->sort(wanted);
+}
+
+bool Construction::insideAt(TilePlace const& place) const noexcept {
+  if (!(particles_->scale().surfaceRadius > 0.f)) return false;
+  auto const voxel = field_.grid().voxel(place);
+  auto const centre = [this](std::int32_t a) {
+    return floorOf((a + 0.5 * tileWidth) / particles_->scale().factor);
+  };
+  // Places that are near particles and not deep have tiles.
+  return particles_->occupied({centre(voxel.i), centre(voxel.j), centre(voxel.k)});
+}
+
+}  // namespace Velmor::Host

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "levelset/particles.h"
+
+namespace Velmor::Host {
+
+/// The particles of the bulk around one tile of the output, gathered so that the
+/// particles of a row of point voxels follow each other. Serves one thread; its
+/// memory is used again.
+class Region {
+ public:
+  explicit Region(Particles const& particles) noexcept : particles_(&particles) {}
+
+  /// How far from a voxel a particle of that radius is needed: its kernel is twice
+  /// as wide, and the surface needs known voxels on both sides.
+  static float reachOf(float radius, float margin) noexcept {
+    return std::max(2.f * radius, radius + margin);
+  }
+
+  /// Gathers around the tile of output voxels from `origin` on. Everything within
+  /// `least` of it is gathered in any case.
+  void gather(API::TileCoord const& origin, float least);
+
+  float reach() const noexcept { return reach_; }
+  std::size_t count() const noexcept { return count_; }
+  /// Whether all point voxels within `extent` output voxels along each axis hold particles.
+  bool full(float px, float py, float pz, float extent) const noexcept;
+
+  /// Calls `function(begin, end)` for runs of particles that hold all within `reach`
+  /// of a point, relative to the tile like the positions.
+  template <class Function>
+  void forRuns(float px, float py, float pz, float reach, Function const& function) const {
+    float const reach2 = reach * reach;
+    int const z0 = clampedCell(pz - reach, 2), z1 = clampedCell(pz + reach, 2);
+    int const y0 = clampedCell(py - reach, 1), y1 = clampedCell(py + reach, 1);
+    for (int cz = z0; cz <= z1; ++cz) {
+      float const dz = gap(pz, cz, 2);
+      for (int cy = y0; cy <= y1; ++cy) {
+        float const dy = gap(py, cy, 1);
+        float const rest = reach2 - dz * dz - dy * dy;
+        if (!(rest > 0.f)) continue;
+        float const half = std::sqrt(rest);
+        auto const row =
+            static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz);
+        auto const begin = starts_[row + static_cast<std::size_t>(clampedCell(px - half, 0))];
+        auto const end = starts_[row + static_cast<std::size_t>(clampedCell(px + half, 0)) + 1];
+        if (begin != end) function(begin, end);
+      }
+    }
+  }
+
+  // Positions and radii in output voxels, relative to the tile. Behind `count()` of
+  // them are more, far away, so that four may be loaded anywhere.
+  static constexpr std::size_t padding = 4;
+  std::vector<float> x, y, z, radius;
+  std::vector<std::uint32_t> index;
+
+ private:
+  int clampedCell(float a, int axis) const noexcept {
+    return std::clamp(floorOf((a - low_[axis]) * inverse_), 0, cells_[axis] - 1);
+  }
+  float gap(float a, int cell, int axis) const noexcept {
+    float const from = low_[axis] + static_cast<float>(cell) * edge_;
+    return std::max({from - a, a - from - edge_, 0.f});
+  }
+
+  Particles const* particles_;
+  std::size_t count_ = 0;
+  float reach_ = 0.f;
+  float edge_ = 1.f, inverse_ = 1.f;  // of a point voxel, in output voxels
+  float low_[3] = {};
+  int cells_[3] = {};
+  std::vector<std::uint32_t> starts_;
+  std::vector<Particles::Tile const*> tiles_;
+};
+
+}  // namespace Velmor::Host
