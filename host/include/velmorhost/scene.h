@@ -71,6 +71,18 @@ VELMOR_EXPORT void setActiveMask(API::Channel const& channel, API::TreeIndex con
 /// Gives `to` the stored active masks of `from`; both on one layout.
 VELMOR_EXPORT void copyActiveMasks(API::Channel const& from, API::Channel const& to);
 
+/// A new channel beside an existing one that holds the same: values of all
+/// depths, background, active voxels, kind of field and dictionary. One of that
+/// name is detached. Invalid if no channel can be made.
+VELMOR_EXPORT API::VoxelChannel copyChannel(API::VoxelChannel const& from,
+                                            API::String const& name);
+
+/// Moves the plateau of a narrow band outwards: values of `channel` at or beyond
+/// plus or minus its background, in leaf tiles and coarse cells, become plus or
+/// minus `background`, which becomes the channel's. False, and nothing done,
+/// unless the channel holds floats and 0 < old background < `background`.
+VELMOR_EXPORT bool movePlateau(API::VoxelChannel const& channel, float background);
+
 /// Bytes of memory that a layout's tree and a channel's values occupy.
 VELMOR_EXPORT std::size_t memoryUse(API::Layout const& layout);
 VELMOR_EXPORT std::size_t memoryUse(API::Channel const& channel);
