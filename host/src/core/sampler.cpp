@@ -99,7 +99,7 @@ Factors slopesAt(FloatLanes r) { return {r - 0.5f, -2.f * r, 0.5f + r}; }
 /// Taps reach from two voxels before a block to two behind it; `first` is the
 /// lowest tap's voxel, counted from there. Which of three blocks holds a voxel:
 constexpr int reach = 2;
-constexpr std::array<int, tileWidth + 2 * reach> blockAlong{0, 0, 1, 1, 1, 1, 1, 2, 2};
+constexpr std::array<std::size_t, tileWidth + 2 * reach> blockAlong{0, 0, 1, 1, 1, 1, 1, 2, 2};
 
 /// The blocks that two or three taps from a voxel on need, one bit each, spread
 /// out so that products of an x, a y and a z set are sets of the 27.
@@ -109,8 +109,7 @@ constexpr auto tapSets = [] {
     for (std::size_t three = 0; three < 2; ++three) {
       for (std::size_t first = 0; first < 8 - three; ++first) {
         for (std::size_t tap = first; tap < first + 2 + three; ++tap) {
-          sets[axis][three][first] |= std::uint32_t{1}
-                                      << (step * static_cast<std::size_t>(blockAlong[tap]));
+          sets[axis][three][first] |= std::uint32_t{1} << (step * blockAlong[tap]);
         }
       }
     }
@@ -142,16 +141,16 @@ template <class T, class X, class Y, class Z>
     }
   };
   if (tiles && bx[0] == bx[nx - 1]) {
-    read([&](int block, int from) {
+    read([&](std::size_t block, int from) {
       return loadRow(sampler.tileValues<T>(block + bx[0], from), nx);
     });
   } else if (tiles) {
-    read([&](int block, int from) {
+    read([&](std::size_t block, int from) {
       auto const tap = [&](int i) { return *sampler.tileValues<T>(block + bx[i], from + i); };
       return makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
     });
   } else {
-    read([&](int block, int from) {
+    read([&](std::size_t block, int from) {
       auto const tap = [&](int i) { return *sampler.values<T>(block + bx[i], from + i); };
       return makeRow(tap(0), tap(1), nx == 3 ? tap(2) : T());
     });

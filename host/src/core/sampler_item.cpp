@@ -37,7 +37,8 @@ void SamplerItem::find(std::uint32_t blocks) noexcept {
     int const block = std::countr_zero(blocks);
     int const x = block % 3 - 1, y = block / 3 % 3 - 1, z = block / 9 - 1;
     auto const source = near_.source(cell_.x + x, cell_.y + y, cell_.z + z);
-    auto& [base, mask] = blocks_[static_cast<std::size_t>(block)];
+    auto& base = bases_[static_cast<std::size_t>(block)];
+    auto& mask = masks_[static_cast<std::size_t>(block)];
     base = reinterpret_cast<std::uintptr_t>(source.data);
     mask = 0;
     if (source.mask == 0) continue;

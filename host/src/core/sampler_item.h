@@ -42,26 +42,19 @@ class SamplerItem final : public Item {
     if ((blocks & ~known_) != 0) find(blocks & ~known_);
     return (blocks & ~tiles_) == 0;
   }
-  /// The value of a cell that lies in a prepared block that is a tile. Cells of
-  /// all blocks are counted on from those of the current one, which is 0 to 124.
+  /// A cell that lies in a prepared block that is a tile. Cells of all blocks are
+  /// counted on from those of the current one, which are 0 to 124.
   template <class T>
-  T const* tileValues(int block, int cell) const noexcept {
-    return address<T>(blocks_[static_cast<std::size_t>(block)].base + offset<T>(cell));
+  T const* tileValues(std::size_t block, int cell) const noexcept {
+    return address<T>(bases_[block] + offset<T>(cell));
   }
   /// The same for any prepared block.
   template <class T>
-  T const* values(int block, int cell) const noexcept {
-    auto const& at = blocks_[static_cast<std::size_t>(block)];
-    return address<T>(at.base + (offset<T>(cell) & at.mask));
+  T const* values(std::size_t block, int cell) const noexcept {
+    return address<T>(bases_[block] + (offset<T>(cell) & masks_[block]));
   }
 
  private:
-  struct Block {
-    // Of a tile: where the current block's first cell would be if the tile's
-    // grid reached that far. Of others: where their one value is.
-    std::uintptr_t base;
-    std::uintptr_t mask;  // of offsets: none for a single value
-  };
   template <class T>
   static std::uintptr_t offset(int cell) noexcept {
     return static_cast<std::uintptr_t>(std::intptr_t{cell}) * sizeof(T);
@@ -78,9 +71,12 @@ class SamplerItem final : public Item {
   std::uint32_t known_ = 0, tiles_ = 0;
   DataType type_;
   SamplerSpace space_;
-  std::array<Block, 27> blocks_{};
-  CellPosition cell_{};  // of the block in its parent
-  Neighbourhood near_;   // of the parent channel, which lives as long as the sampler has handles
+  // Of a tile: where the current block's first cell would be if the tile's grid
+  // reached that far. Of others: where their one value is.
+  std::array<std::uintptr_t, 27> bases_{};
+  std::array<std::uintptr_t, 27> masks_{};  // of offsets: none for a single value
+  CellPosition cell_{};                     // of the block in its parent
+  Neighbourhood near_;  // of the parent channel, which lives as long as the sampler has handles
 };
 
 }  // namespace Velmor::API
