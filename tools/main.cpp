@@ -4,6 +4,7 @@
 int main(int argc, char** argv) {
   Velmor::Tool::Command command;
   Velmor::Tool::addInfo(command);
+  Velmor::Tool::addImport(command);
   Velmor::Tool::addMesh(command);
   Velmor::Tool::addSample(command);
   Velmor::Tool::addRender(command);

@@ -6,7 +6,7 @@
 
 namespace Velmor::Tool {
 
-/// A line on standard error that says how far a work is, where that is a
+/// A bar on standard error that says how far a work is, where that is a
 /// terminal and --quiet was not given. It is wiped when the work ends. One
 /// thread at a time.
 class Progress {
@@ -18,6 +18,8 @@ class Progress {
 
   /// `done` is a share from 0 to 1.
   void show(double done);
+  /// Wipes the bar, to make room for a message; the next `show` draws it again.
+  void clear();
 
  private:
   std::string label_;

@@ -66,7 +66,11 @@ void Session::warn(std::string const& text) {
 
 void Session::error(Failure const& failure) {
   print(failure);
-  if (code_ == ExitCode::Success) code_ = failure.code();
+  fail(failure.code());
+}
+
+void Session::fail(ExitCode code) noexcept {
+  if (code_ == ExitCode::Success) code_ = code;
 }
 
 void Session::check(Processing::Status const& status, std::string const& subject, ExitCode code) {

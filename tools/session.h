@@ -44,6 +44,8 @@ class Session {
   /// Prints an error without ending the verb; `run` of the command then returns
   /// its code unless something worse comes.
   void error(Failure const& failure);
+  /// The same for an error that has been printed already.
+  void fail(ExitCode code) noexcept;
   /// Passes a status on: warnings as warnings, an error as a `Failure` with its
   /// text word for word. Warnings and the error are about `subject`.
   void check(Processing::Status const& status, std::string const& subject,

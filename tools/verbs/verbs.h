@@ -5,6 +5,7 @@ namespace Velmor::Tool {
 class Command;
 
 /// One function per verb, each in the file of its name.
+void addImport(Command& command);
 void addInfo(Command& command);
 void addMesh(Command& command);
 void addRender(Command& command);

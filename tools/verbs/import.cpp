@@ -1,0 +1,208 @@
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <iomanip>
+#include <locale>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sstream>
+
+#include "command.h"
+#include "frame_runner.h"
+#include "frames.h"
+#include "names.h"
+#include "output.h"
+#include "point_cache.h"
+#include "stopwatch.h"
+#include "verbs.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+struct ImportOptions {
+  std::string input, cache, frames;
+  PointObject object;
+  int frame = 1;
+  std::optional<double> voxelSize;
+  SequenceOptions sequence;
+};
+
+// Queries and file names could not say such a name again.
+void checkName(std::string const& name) {
+  auto const bad = [&name](char const* part) { return name.find(part) != std::string::npos; };
+  bool const control =
+      std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c == 127; });
+  if (name.empty() || name.front() == '.' || name.front() == ' ' || name.back() == ' ' || control ||
+      bad("/") || bad("\\") || bad("\"") || bad(",") || bad("..") || bad("name=") ||
+      bad("Filters")) {
+    throw Failure(ExitCode::Usage, "",
+                  "--object: '" + name +
+                      "' is no name for an object; it may not be empty, begin with '.', or hold "
+                      "'/', '\\', '\"', ',', '..', 'name=' or 'Filters'");
+  }
+}
+
+// The files to import by their frames.
+std::map<int, std::string> filesOf(ImportOptions const& options) {
+  FramePattern const pattern(options.input);
+  std::map<int, std::string> files;
+  if (!pattern.numbered()) {
+    files[options.frame] = options.input;
+    return files;
+  }
+  if (options.frames.empty()) {
+    for (auto const& [frame, path] : pattern.find()) files[frame] = path;
+    if (files.empty()) {
+      throw Failure(ExitCode::Input, options.input, "no file fits this pattern");
+    }
+    return files;
+  }
+  for (int const frame : parseFrames(options.frames)) files[frame] = pattern.path(frame);
+  return files;
+}
+
+// The grid of the first frame that has particles holds for all.
+PointGrid gridOf(ImportOptions const& options, std::map<int, std::string> const& files) {
+  for (auto const& [frame, path] : files) {
+    try {
+      if (auto const grid = measureGrid(readParticles(path), options.voxelSize)) return *grid;
+    } catch (Failure const&) {
+      // Said when its turn comes.
+    }
+  }
+  PointGrid grid;
+  grid.voxelSize = static_cast<double>(static_cast<float>(options.voxelSize.value_or(1.)));
+  return grid;
+}
+
+std::string fileOf(ImportOptions const& options, int frame) {
+  auto const& name = options.object.name;
+  return options.cache + "/" + name + "/" + FramePattern(name + ".####.vdb").path(frame);
+}
+
+void importFrame(Session& session, ImportOptions const& options, PointGrid const& grid,
+                 std::string const& path, FrameOutcome& outcome) {
+  auto const particles = readParticles(path);
+  auto const stored = writePoints(particles, grid, options.object, fileOf(options, outcome.frame));
+  auto const ofAll = " of " + std::to_string(particles.count()) + " particles left out: ";
+  if (stored.notFinite > 0) {
+    session.warn(path + ": " + std::to_string(stored.notFinite) + ofAll +
+                 "their positions are no numbers");
+  }
+  if (stored.outside > 0) {
+    session.warn(path + ": " + std::to_string(stored.outside) + ofAll +
+                 "they lie more than 195312 voxels from the origin");
+  }
+  for (auto const& what : particles.skipped) session.note(path + ": left out: " + what);
+  outcome.line = std::to_string(stored.count) + " particles";
+  outcome.report["input"] = path;
+  outcome.report["output"] = fileOf(options, outcome.frame);
+  outcome.report["particles"] = stored.count;
+  outcome.report["not_finite"] = stored.notFinite;
+  outcome.report["outside"] = stored.outside;
+  outcome.report["channels"] = stored.channels;
+}
+
+void run(Session& session, ImportOptions const& options) {
+  checkName(options.object.name);
+  auto const files = filesOf(options);
+  auto const folder = options.cache + "/" + options.object.name;
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw Failure(ExitCode::Output, folder, "cannot be made: " + error.message());
+  Stopwatch watch;
+  auto const grid = gridOf(options, files);
+  double const measureSeconds = watch.lap();
+
+  std::vector<int> frames;
+  for (auto const& [frame, path] : files) frames.push_back(frame);
+  auto const outcomes = runFrames(
+      session, "importing", frames, options.sequence, options.input,
+      [&](int frame) { return std::filesystem::is_regular_file(fileOf(options, frame)); },
+      [&](FrameOutcome& outcome) {
+        importFrame(session, options, grid, files.at(outcome.frame), outcome);
+      });
+  double const importSeconds = watch.lap();
+
+  std::size_t particles = 0;
+  for (auto const& outcome : outcomes) {
+    if (outcome.report.contains("particles"))
+      particles += outcome.report["particles"].get<std::size_t>();
+  }
+  Json report;
+  report["input"] = options.input;
+  report["object"] = options.object.name;
+  report["cache"] = options.cache;
+  report["voxel_size"] = grid.voxelSize;
+  report["voxel_size_measured"] = !options.voxelSize;
+  report["origin"] = grid.origin;
+  report["particles"] = particles;
+  reportFrames(outcomes, report);
+  report["seconds"] = {{"measure", measureSeconds},
+                       {"import", importSeconds},
+                       {"total", measureSeconds + importSeconds}};
+
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << "object      " << options.object.name << '\n'
+       << "voxel size  " << std::setprecision(6) << grid.voxelSize
+       << (options.voxelSize ? " (as given)\n"
+                             : " (measured: eight particles in a filled voxel)\n");
+  if (grid.origin != std::array<double, 3>{}) {
+    text << "origin      " << std::setprecision(9) << grid.origin[0] << ", " << grid.origin[1]
+         << ", " << grid.origin[2] << '\n';
+  }
+  text << "particles   " << particles << '\n'
+       << "frames      " << summaryOf(outcomes) << '\n'
+       << std::fixed << std::setprecision(2) << "seconds     " << measureSeconds + importSeconds
+       << " (measure " << measureSeconds << ", import " << importSeconds << ")\n"
+       << "output      " << folder << '\n';
+  session.report(std::move(report), text.str());
+  // A single file that cannot be read is an unreadable input, no gap in a sequence.
+  if (outcomes.size() == 1 && !outcomes.front().error.empty()) {
+    session.fail(FramePattern(options.input).numbered() ? ExitCode::Frames : ExitCode::Input);
+  } else {
+    finishSequence(session, outcomes, options.input);
+  }
+}
+
+}  // namespace
+
+void addImport(Command& command) {
+  auto const options = std::make_shared<ImportOptions>();
+  auto& verb = command.verb("import", "Makes a cache of particle files",
+                            [options](Session& session) { run(session, *options); });
+  verb.add_option("input", options->input,
+                  "A file, or a pattern for one per frame such as particles.####.ply or "
+                  "particles.%04d.ply: .ply, .vtk, .vtu, .vtp, .bgeo (classic), .csv, .xyz or .vdb "
+                  "(points)")
+      ->required()
+      ->type_name("FILES");
+  verb.add_option("--object", options->object.name, "The name of the object in the cache")
+      ->required()
+      ->type_name("NAME");
+  verb.add_option("--cache", options->cache, "The cache folder; made if need be")
+      ->required()
+      ->type_name("FOLDER");
+  verb.add_option("--frames", options->frames,
+                  "The frames to import, such as 1-48, 1-48x2 or 1,5,9-12; if left out all that "
+                  "there are")
+      ->type_name("LIST");
+  verb.add_option("--frame", options->frame, "The frame that a single file becomes; 1 if left out")
+      ->type_name("N");
+  verb.add_option("--voxel-size", options->voxelSize,
+                  "The voxel size, of which radii are multiples; if left out the size at which a "
+                  "filled voxel of the first frame holds eight particles")
+      ->check(CLI::PositiveNumber)
+      ->type_name("SIZE");
+  verb.add_option("--droplet-threshold", options->object.dropletThreshold,
+                  "Particles whose 'droplet' is at least this are droplets; 1 if left out")
+      ->type_name("T");
+  verb.add_flag("--spatial-adaptivity", options->object.spatialAdaptivity,
+                "Let surfaces enlarge the radii of particles where there are few");
+  addSequence(verb, options->sequence);
+}
+
+}  // namespace Velmor::Tool
