@@ -8,5 +8,6 @@ int main(int argc, char** argv) {
   Velmor::Tool::addMesh(command);
   Velmor::Tool::addSample(command);
   Velmor::Tool::addRender(command);
+  Velmor::Tool::addSurface(command);
   return command.run(argc, argv);
 }

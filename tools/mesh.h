@@ -2,11 +2,22 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 #include "velmorapi/array.h"
 #include "velmorapi/math.h"
 
 namespace Velmor::Tool {
+
+/// Values of 1 to 3 components at each vertex of a mesh.
+struct VertexValues {
+  std::string name;
+  int components = 1;
+  bool integer = false;
+  std::vector<std::uint32_t> words;  ///< the bits of floats or of integers
+};
 
 /// A triangle mesh on its way into a file. Vertices lie `origin` further in the
 /// world than their numbers say.
@@ -15,6 +26,8 @@ struct Mesh {
   API::Array<orlen::Math::vec<3, int>> triangles;
   std::array<double, 3> origin{0, 0, 0};
   float voxelSize = 1;
+  std::vector<orlen::Math::vec<3, float>> normals;  ///< of length 1; empty, or one per vertex
+  std::vector<VertexValues> attributes;
 
   /// Coordinate `axis` of a vertex in the world.
   double world(std::size_t vertex, int axis) const {

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -23,18 +25,40 @@ namespace {
 constexpr std::size_t bufferSize = std::size_t{1} << 20;
 constexpr char const* temporarySuffix = ".velmor-tmp";
 
-// What the signal handler removes; a handler may not touch a string that moves.
-char interrupted[PATH_MAX] = "";
+// What the signal handler removes, one place for each file that is being
+// written; a handler may not touch a string that moves.
+struct Temporary {
+  std::atomic<bool> taken{false}, whole{false};
+  char path[PATH_MAX] = "";
+};
+std::array<Temporary, 64> temporaries;
 
 void removeAndEnd(int signal) {
-  if (interrupted[0] != '\0') unlink(interrupted);
+  for (auto const& temporary : temporaries) {
+    if (temporary.whole.load(std::memory_order_acquire)) unlink(temporary.path);
+  }
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
 
-void rememberTemporary(std::string const& path) {
-  interrupted[0] = '\0';
-  if (path.size() < sizeof interrupted) std::memcpy(interrupted, path.c_str(), path.size() + 1);
+// The place that remembers the path; none where all are taken, which leaves the
+// file to the next sweep.
+int rememberTemporary(std::string const& path) {
+  if (path.size() >= PATH_MAX) return -1;
+  for (std::size_t t = 0; t < temporaries.size(); ++t) {
+    if (temporaries[t].taken.exchange(true)) continue;
+    std::memcpy(temporaries[t].path, path.c_str(), path.size() + 1);
+    temporaries[t].whole.store(true, std::memory_order_release);
+    return static_cast<int>(t);
+  }
+  return -1;
+}
+
+void forgetTemporary(int place) {
+  if (place < 0) return;
+  auto& temporary = temporaries[static_cast<std::size_t>(place)];
+  temporary.whole.store(false);
+  temporary.taken.store(false, std::memory_order_release);
 }
 
 std::string folderOf(std::string const& path) {
@@ -163,7 +187,7 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
     file_ = file;
     temporary_ = name;
   }
-  rememberTemporary(temporary_);
+  remembered_ = rememberTemporary(temporary_);
   struct stat there {};
   if (stat(target_.c_str(), &there) == 0) fchmod(file_, there.st_mode & 07777);
 }
@@ -172,7 +196,7 @@ OutputFile::~OutputFile() {
   if (file_ >= 0) close(file_);
   if (!temporary_.empty()) {
     unlink(temporary_.c_str());
-    rememberTemporary("");
+    forgetTemporary(remembered_);
   }
 }
 
@@ -209,7 +233,7 @@ void OutputFile::commit() {
   if (lock >= 0) close(lock);
   if (error != 0) fail(error);
   temporary_.clear();
-  rememberTemporary("");
+  forgetTemporary(std::exchange(remembered_, -1));
 }
 
 void OutputFile::fail(int error) const { failOutput(path_, error); }

@@ -40,6 +40,7 @@ class OutputFile {
   std::string target_;     // where the rename goes: links are followed
   std::string temporary_;  // empty: written directly
   int file_ = -1;
+  int remembered_ = -1;  // where the signal handler finds the temporary file
   std::vector<char> buffer_;
 };
 

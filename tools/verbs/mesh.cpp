@@ -1,5 +1,3 @@
-#include "mesh.h"
-
 #include <iomanip>
 #include <locale>
 #include <memory>
@@ -7,9 +5,9 @@
 
 #include "command.h"
 #include "output.h"
-#include "processing/mesher.h"
 #include "stopwatch.h"
 #include "surface_input.h"
+#include "surface_mesh.h"
 #include "verbs.h"
 #include "writers/mesh_writer.h"
 
@@ -20,7 +18,7 @@ namespace {
 struct MeshOptions {
   InputOptions input;
   std::string channel;
-  unsigned int subdivisions = 0;
+  MeshContent content;
   Host::DistanceMode distance = Host::DistanceMode::Auto;
   bool allowOpen = false;
   std::string output;
@@ -35,30 +33,19 @@ void run(Session& session, MeshOptions const& options) {
   auto const selection = input.select(options.input);
   checkOutput(options.output);
 
+  Processing::SurfaceParameters parameters;
+  parameters.fps = 1.f;  // velocities on vertices as the cache holds them
   auto const [surface, channel, origin] =
-      loadSurface(session, input, selection, options.channel, options.distance);
+      loadSurface(session, input, selection, options.channel, options.distance, parameters);
   double const loadSeconds = watch.lap();
 
-  Mesh mesh;
-  mesh.voxelSize = API::Layout(surface->voxels().layout()).voxelScale();
-  mesh.origin = origin;
-  Processing::MarchingCubes(options.subdivisions)
-      .mesh(surface->distance(), mesh.vertices, mesh.triangles);
-  auto const degenerate = dropDegenerate(mesh);
-  auto const open = openEdges(mesh);
+  auto const [mesh, degenerate, open] = meshOf(*surface, origin, options.content, input.path());
   double const meshSeconds = watch.lap();
 
   if (mesh.triangles.empty()) {
     session.warn(input.path() + ": no surface: '" + channel.channel + "' crosses zero nowhere");
   }
-  if (needsDoubles(mesh) && !format.doubles) {
-    session.warn(options.output + ": " + format.name +
-                 " holds floats only; this far from the origin they are coarser than a "
-                 "thousandth of a voxel");
-  }
-  OutputFile out(options.output);
-  format.write(mesh, out);
-  out.commit();
+  writeMesh(session, mesh, options.output);
   double const writeSeconds = watch.lap();
   double const totalSeconds = total.lap();
 
@@ -75,7 +62,7 @@ void run(Session& session, MeshOptions const& options) {
       {"mode", mode},
       {"factor", how.hasValue("distance_factor") ? how.value<float>("distance_factor") : 1.f},
       {"reason", reason}};
-  report["subdivisions"] = options.subdivisions;
+  report["subdivisions"] = options.content.subdivisions;
   report["output"] = options.output;
   report["format"] = format.name;
   report["vertices"] = mesh.vertices.count();
@@ -123,10 +110,7 @@ void addMesh(Command& command) {
                   "The distance channel, or component/channel; if left out 'distance', else the "
                   "only level set")
       ->type_name("NAME");
-  verb.add_option("--subdivisions", options->subdivisions,
-                  "Cuts each voxel into N + 1 cells per axis")
-      ->check(CLI::Range(0, 63))
-      ->type_name("N");
+  addMeshContent(verb, options->content);
   addDistanceMode(verb, options->distance);
   verb.add_flag("--allow-open", options->allowOpen,
                 "Open edges are no error: for surfaces that end at a border");

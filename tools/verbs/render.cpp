@@ -14,9 +14,9 @@
 #include "progress.h"
 #include "stopwatch.h"
 #include "surface_input.h"
-#include "vectors.h"
 #include "velmorhost/scene.h"
 #include "verbs.h"
+#include "view.h"
 #include "writers/image_writer.h"
 
 namespace Velmor::Tool {
@@ -28,11 +28,8 @@ using Render::Vec3d;
 struct RenderOptions {
   InputOptions input;
   std::string channel;
-  std::string eye, target;
-  double fov = 40.;
-  std::string size = "1280x720";
+  ViewOptions view;
   Host::DistanceMode distance = Host::DistanceMode::Auto;
-  Render::Settings settings;
   std::string output;
 };
 
@@ -82,7 +79,7 @@ Subject load(Session& session, Input const& input, Selection const& selection,
   {
     // Only a loaded object tells what its channels are; a shape then loads its own.
     auto const object = input.load(selection);
-    bool const asked = options.settings.shading == Render::Shading::Density;
+    bool const asked = options.view.settings.shading == Render::Shading::Density;
     bool fog = false;
     if (options.channel.empty()) {
       fog = asked || !hasDistance(object);
@@ -106,58 +103,6 @@ Subject load(Session& session, Input const& input, Selection const& selection,
   return fogOf(session, input, selection, channel);
 }
 
-Vec3d place(std::string const& text, char const* option) {
-  auto const values = parseVector<3>(text);
-  if (!values) {
-    throw Failure(ExitCode::Usage, "",
-                  std::string(option) + ": '" + text + "' is no place; write X,Y,Z");
-  }
-  return {(*values)[0], (*values)[1], (*values)[2]};
-}
-
-void parseSize(std::string const& text, Render::Settings& settings) {
-  auto comma = text;
-  std::replace(comma.begin(), comma.end(), 'x', ',');
-  auto const size = parseVector<2>(comma);
-  constexpr double largest = 16384.;
-  if (!size || text.find(',') != std::string::npos || (*size)[0] < 1. || (*size)[1] < 1. ||
-      (*size)[0] > largest || (*size)[1] > largest) {
-    throw Failure(ExitCode::Usage, "",
-                  "--size: '" + text + "' is no size; write WIDTHxHEIGHT, each from 1 to 16384");
-  }
-  settings.width = static_cast<int>((*size)[0]);
-  settings.height = static_cast<int>((*size)[1]);
-}
-
-bool isEmpty(Render::Box const& box) {
-  return !(box.max.x > box.min.x && box.max.y > box.min.y && box.max.z > box.min.z);
-}
-
-Render::Camera cameraOf(RenderOptions const& options, Subject const& subject,
-                        Render::Box const& box) {
-  Vec3d const shift(subject.origin[0], subject.origin[1], subject.origin[2]);
-  if (!options.eye.empty()) {
-    Vec3d const eye = place(options.eye, "--eye"), target = place(options.target, "--target");
-    if (!(Render::length(eye - target) > 0.)) {
-      throw Failure(ExitCode::Usage, "", "--eye and --target are the same place");
-    }
-    return {eye - shift, target - shift, options.fov};
-  }
-  Render::Box const framed = isEmpty(box) ? Render::Box{{-1., -1., -1.}, {1., 1., 1.}} : box;
-  return Render::Camera::framing(
-      framed, options.fov, static_cast<double>(options.settings.width) / options.settings.height);
-}
-
-double coverage(Render::Image const& image) {
-  std::size_t hit = 0;
-  auto const pixels =
-      static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height);
-  for (std::size_t i = 0; i < pixels; ++i) {
-    if (image.rgba.empty() ? image.depth[i] > 0.f : image.rgba[4 * i + 3] > 0.f) ++hit;
-  }
-  return static_cast<double>(hit) / static_cast<double>(pixels);
-}
-
 char const* nameOf(Render::Shading shading) {
   switch (shading) {
     case Render::Shading::Matte:
@@ -174,10 +119,7 @@ char const* nameOf(Render::Shading shading) {
 
 void run(Session& session, RenderOptions options) {
   auto const& format = imageFormat(options.output);
-  parseSize(options.size, options.settings);
-  if (options.eye.empty() != options.target.empty()) {
-    throw Failure(ExitCode::Usage, "", "--eye and --target go together");
-  }
+  checkView(options.view);
   if (isStandardOutput(options.output)) session.reportToStandardError();
   Stopwatch total, watch;
   Input const input(options.input.path);
@@ -191,24 +133,25 @@ void run(Session& session, RenderOptions options) {
     session.warn(input.path() + ": nothing to be seen: '" + subject.channel.channel + "' " +
                  (fog ? "holds no voxels" : "crosses zero nowhere"));
   }
-  auto const camera = cameraOf(options, subject, box);
+  auto const camera = cameraOf(options.view, subject.origin, box);
   double const loadSeconds = watch.lap();
 
   Render::Image image;
   {
     Progress progress(session, "rendering");
     auto const show = [&progress](double done) { progress.show(done); };
-    image = fog ? Render::renderFog(subject.density, camera, options.settings, show)
+    image = fog ? Render::renderFog(subject.density, camera, options.view.settings, show)
                 : Render::renderSurface(subject.surface.surface->distance(),
-                                        subject.surface.surface->accel(), camera, options.settings,
-                                        show);
+                                        subject.surface.surface->accel(), camera,
+                                        options.view.settings, show);
   }
   double const renderSeconds = watch.lap();
   OutputFile out(options.output);
   format.write(image, out);
   out.commit();
 
-  double const rays = static_cast<double>(image.width) * image.height * options.settings.samples;
+  double const rays =
+      static_cast<double>(image.width) * image.height * options.view.settings.samples;
   Vec3d const eye = camera.eye() + Vec3d(subject.origin[0], subject.origin[1], subject.origin[2]);
   double const covered = coverage(image);
   double const totalSeconds = total.lap();
@@ -219,9 +162,9 @@ void run(Session& session, RenderOptions options) {
   report["component"] = subject.channel.component;
   report["channel"] = subject.channel.channel;
   report["as"] = fog ? "fog" : "surface";
-  report["shade"] = nameOf(options.settings.shading);
+  report["shade"] = nameOf(options.view.settings.shading);
   report["size"] = {image.width, image.height};
-  report["samples"] = options.settings.samples;
+  report["samples"] = options.view.settings.samples;
   report["eye"] = {eye.x, eye.y, eye.z};
   report["covered"] = covered;
   report["output"] = options.output;
@@ -235,8 +178,8 @@ void run(Session& session, RenderOptions options) {
   text << "object    " << selection.object << ", frame " << selection.frame << '\n'
        << "channel   " << subject.channel.component << '/' << subject.channel.channel << ", as "
        << (fog ? "fog" : "surface") << '\n'
-       << "size      " << image.width << " x " << image.height << ", " << options.settings.samples
-       << " rays per pixel\n"
+       << "size      " << image.width << " x " << image.height << ", "
+       << options.view.settings.samples << " rays per pixel\n"
        << std::fixed << std::setprecision(1) << "covered   " << covered * 100. << " %\n"
        << std::setprecision(2) << "seconds   " << totalSeconds << " (load " << loadSeconds
        << ", render " << renderSeconds << ")\n"
@@ -255,19 +198,8 @@ void addRender(Command& command) {
                   "The channel, or component/channel: a distance is shown as a surface, anything "
                   "else as fog. If left out: the distance, or else the density")
       ->type_name("NAME");
-  verb.add_option("--eye", options->eye,
-                  "Where the camera stands, in world units; if left out it frames everything")
-      ->type_name("X,Y,Z");
-  verb.add_option("--target", options->target, "Where the camera looks, in world units")
-      ->type_name("X,Y,Z");
-  verb.add_option("--fov", options->fov, "Vertical field of view")
-      ->check(CLI::Range(0.01, 179.))
-      ->type_name("DEGREES");
-  verb.add_option("--size", options->size, "Pixels of the picture")->type_name("WIDTHxHEIGHT");
-  verb.add_option("--samples", options->settings.samples, "Rays per pixel")
-      ->check(CLI::Range(1, 4096))
-      ->type_name("N");
-  verb.add_option("--shade", options->settings.shading,
+  addView(verb, options->view);
+  verb.add_option("--shade", options->view.settings.shading,
                   "matte: lit; normal: the normal as a colour; depth: the distance along the ray "
                   "(one float channel Z in .exr); density: fog")
       ->transform(CLI::CheckedTransformer(

@@ -10,5 +10,6 @@ void addInfo(Command& command);
 void addMesh(Command& command);
 void addRender(Command& command);
 void addSample(Command& command);
+void addSurface(Command& command);
 
 }  // namespace Velmor::Tool

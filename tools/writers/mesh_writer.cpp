@@ -4,10 +4,20 @@
 
 namespace Velmor::Tool {
 
+VertexValues const* textureOf(Mesh const& mesh) {
+  for (auto const& attribute : mesh.attributes) {
+    if (attribute.name == "uv" && attribute.components >= 2 && !attribute.integer) {
+      return &attribute;
+    }
+  }
+  return nullptr;
+}
+
 std::vector<MeshFormat> const& meshFormats() {
-  static std::vector<MeshFormat> const formats = {{"ply", "PLY", writePly, true},
-                                                  {"obj", "OBJ", writeObj, true},
-                                                  {"stl", "STL", writeStl, false}};
+  static std::vector<MeshFormat> const formats = {
+      {"ply", "PLY", writePly, true, true, true, true},
+      {"obj", "OBJ", writeObj, true, true, false, true},
+      {"stl", "STL", writeStl, false, false, false, false}};
   return formats;
 }
 

@@ -1,6 +1,8 @@
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstdint>
+#include <string>
 
 #include "mesh_writer.h"
 
@@ -8,40 +10,79 @@ namespace Velmor::Tool {
 
 namespace {
 
-// A line of a letter and three numbers, each in the fewest digits that read
-// back as the same number. No locale has a say.
-template <class T>
-void writeLine(char letter, std::array<T, 3> const& numbers, OutputFile& out) {
-  std::array<char, 128> line{letter};
-  char* at = line.data() + 1;
-  for (T const number : numbers) {
-    *at++ = ' ';
-    at = std::to_chars(at, line.data() + line.size(), number).ptr;
+// A line of a keyword and numbers, each in the fewest digits that read back as
+// the same number. No locale has a say.
+class Line {
+ public:
+  explicit Line(char const* keyword) : text_(keyword) {}
+
+  template <class T>
+  void number(T value) {
+    text_ += ' ';
+    append(value);
   }
-  *at++ = '\n';
-  out.write(line.data(), static_cast<std::size_t>(at - line.data()));
-}
+  // A corner of a face: the vertex, its texture coordinates and its normal have
+  // one number here.
+  void corner(std::int64_t vertex, bool texture, bool normal) {
+    number(vertex);
+    if (texture || normal) text_ += '/';
+    if (texture) append(vertex);
+    if (normal) {
+      text_ += '/';
+      append(vertex);
+    }
+  }
+  void write(OutputFile& out) {
+    text_ += '\n';
+    out.write(text_);
+  }
+
+ private:
+  template <class T>
+  void append(T value) {
+    std::array<char, 32> digits;
+    text_.append(digits.data(),
+                 std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
+  }
+
+  std::string text_;
+};
 
 }  // namespace
 
 void writeObj(Mesh const& mesh, OutputFile& out) {
   bool const doubles = needsDoubles(mesh);
   for (std::size_t v = 0; v < mesh.vertices.count(); ++v) {
-    std::array<double, 3> const p{mesh.world(v, 0), mesh.world(v, 1), mesh.world(v, 2)};
-    if (doubles) {
-      writeLine('v', p, out);
-    } else {
-      writeLine('v',
-                std::array<float, 3>{static_cast<float>(p[0]), static_cast<float>(p[1]),
-                                     static_cast<float>(p[2])},
-                out);
+    Line line("v");
+    for (int axis = 0; axis < 3; ++axis) {
+      if (doubles) {
+        line.number(mesh.world(v, axis));
+      } else {
+        line.number(static_cast<float>(mesh.world(v, axis)));
+      }
     }
+    line.write(out);
+  }
+  auto const* const texture = textureOf(mesh);
+  for (std::size_t v = 0; texture != nullptr && v < mesh.vertices.count(); ++v) {
+    Line line("vt");
+    auto const count = static_cast<std::size_t>(texture->components);
+    for (std::size_t c = 0; c < count; ++c) {
+      line.number(std::bit_cast<float>(texture->words[v * count + c]));
+    }
+    line.write(out);
+  }
+  for (auto const& normal : mesh.normals) {
+    Line line("vn");
+    for (int axis = 0; axis < 3; ++axis) line.number(normal[axis]);
+    line.write(out);
   }
   for (auto const& t : mesh.triangles) {
-    writeLine('f',
-              std::array<std::int64_t, 3>{std::int64_t{t[0]} + 1, std::int64_t{t[1]} + 1,
-                                          std::int64_t{t[2]} + 1},
-              out);
+    Line line("f");
+    for (int c = 0; c < 3; ++c) {
+      line.corner(std::int64_t{t[c]} + 1, texture != nullptr, !mesh.normals.empty());
+    }
+    line.write(out);
   }
 }
 

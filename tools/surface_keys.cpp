@@ -1,0 +1,261 @@
+#include "surface_keys.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <sstream>
+#include <vector>
+
+#include "failure.h"
+#include "names.h"
+#include "readers/table.h"
+#include "session.h"
+#include "vectors.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+using Parameters = Processing::SurfaceParameters;
+
+// Puts a text into a field; false if it does not fit.
+using Setter = std::function<bool(std::string const&, Parameters&)>;
+
+struct Key {
+  char const* name;
+  char const* kind;
+  char const* help;
+  Setter set;
+};
+
+bool fitsFloat(double x) {
+  return std::abs(x) <= static_cast<double>(std::numeric_limits<float>::max());
+}
+
+template <class Owner>
+Setter number(float Owner::*field) {
+  return [field](std::string const& text, Parameters& p) {
+    auto const value = parseVector<1>(text);
+    if (!value || !fitsFloat((*value)[0])) return false;
+    p.*field = static_cast<float>((*value)[0]);
+    return true;
+  };
+}
+
+Setter integer(int Parameters::*field) {
+  return [field](std::string const& text, Parameters& p) {
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), p.*field);
+    return error == std::errc() && end == text.data() + text.size();
+  };
+}
+
+template <class Owner>
+Setter flag(bool Owner::*field) {
+  return [field](std::string const& text, Parameters& p) {
+    bool const on = text == "true" || text == "1" || text == "on" || text == "yes";
+    p.*field = on;
+    return on || text == "false" || text == "0" || text == "off" || text == "no";
+  };
+}
+
+template <class Owner>
+Setter name(API::String Owner::*field) {
+  return [field](std::string const& text, Parameters& p) {
+    p.*field = text;
+    return true;
+  };
+}
+
+Setter pair(orlen::Math::vec<2, float> Parameters::*field) {
+  return [field](std::string const& text, Parameters& p) {
+    auto const value = parseVector<2>(text);
+    if (!value || !fitsFloat((*value)[0]) || !fitsFloat((*value)[1])) return false;
+    p.*field = {static_cast<float>((*value)[0]), static_cast<float>((*value)[1])};
+    return true;
+  };
+}
+
+bool setBox(std::string const& text, Parameters& p) {
+  auto const v = parseVector<6>(text);
+  if (!v || !std::all_of(v->begin(), v->end(), fitsFloat)) return false;
+  auto const at = [&v](std::size_t i) { return static_cast<float>((*v)[i]); };
+  p.clip_bbox = {{at(0), at(1), at(2)}, {at(3), at(4), at(5)}};
+  return true;
+}
+
+bool setChannels(std::string const& text, Parameters& p) {
+  p.channels.clear();
+  std::istringstream names(text);
+  for (std::string channel; std::getline(names, channel, ',');) {
+    if (!channel.empty()) p.channels.add(channel);
+  }
+  return true;
+}
+
+bool same(std::string const& text, char const* word) {
+  return text.size() == std::char_traits<char>::length(word) &&
+         std::equal(text.begin(), text.end(), word,
+                    [](char a, char b) { return (a | 0x20) == (b | 0x20); });
+}
+
+bool setRenderComponent(std::string const& text, Parameters& p) {
+  bool const particle = same(text, "Particle") || text == "1";
+  p.render_component = particle ? Parameters::Particle : Parameters::Volume;
+  return particle || same(text, "Volume") || text == "0";
+}
+
+bool setSmoothMode(std::string const& text, Parameters& p) {
+  bool const curvature = same(text, "Curvature") || text == "1";
+  p.smooth_mode = curvature ? Parameters::Curvature : Parameters::Laplacian;
+  return curvature || same(text, "Laplacian") || text == "0";
+}
+
+std::vector<Key> const& keys() {
+  using P = Parameters;
+  using S = Processing::ShapeParameters;
+  static std::vector<Key> const all{
+      {"point_component", "NAME", "Component of the points", name<S>(&S::point_component)},
+      {"voxel_component", "NAME", "Component of the voxels", name<S>(&S::voxel_component)},
+      {"channels", "NAMES", "Channel names, carried along only", setChannels},
+      {"velocity_channel", "NAME", "Velocities to be scaled", name<S>(&S::velocity_channel)},
+      {"uv_channel", "NAME", "Texture coordinates of the ocean", name<S>(&S::uv_channel)},
+      {"velocity_scale", "FACTOR", "Factor on velocities", number<S>(&S::velocity_scale)},
+      {"space_scale", "FACTOR", "Factor on the world size", number<S>(&S::space_scale)},
+      {"fps", "RATE", "Frames per second: velocities become units per frame", number<S>(&S::fps)},
+      {"clip", "true|false", "Load only what lies in clip-bbox", flag<S>(&S::clip)},
+      {"clip_bbox", "X,Y,Z,X,Y,Z", "The lowest and the highest corner", setBox},
+      {"render_component", "Volume|Particle", "Where the distance comes from", setRenderComponent},
+      {"distance_channel", "NAME", "Channel of the distance (Volume)",
+       name<P>(&P::distance_channel)},
+      {"levelset_resolution_factor", "FACTOR", "Voxels of the surface per voxel of the points",
+       number<P>(&P::levelset_resolution_factor)},
+      {"levelset_droplet_reveal_factor", "FACTOR",
+       "Droplet radii from the liquid at which droplets have their full size",
+       number<P>(&P::levelset_droplet_reveal_factor)},
+      {"levelset_surface_radius", "VOXELS", "Radius of particles",
+       number<P>(&P::levelset_surface_radius)},
+      {"levelset_droplet_radius", "VOXELS", "Radius of droplets",
+       number<P>(&P::levelset_droplet_radius)},
+      {"levelset_max_volume_of_holes_to_close", "VOLUME", "Enclosed holes up to this are filled",
+       number<P>(&P::levelset_max_volume_of_holes_to_close)},
+      {"dilate", "DISTANCE", "Moves the surface outwards first", number<P>(&P::dilate)},
+      {"smooth", "AMOUNT", "Step of the smoothing", number<P>(&P::smooth)},
+      {"smooth_mode", "Laplacian|Curvature", "Flow of the smoothing", setSmoothMode},
+      {"smooth_iterations", "N", "Passes of the smoothing", integer(&P::smooth_iterations)},
+      {"erode", "DISTANCE", "Moves the surface inwards at last", number<P>(&P::erode)},
+      {"enable_ocean_blending", "true|false", "Blend the liquid into an ocean",
+       flag<P>(&P::enable_ocean_blending)},
+      {"ocean_blending_height", "Y", "Height of the ocean", number<P>(&P::ocean_blending_height)},
+      {"ocean_blending_center", "X,Z", "Centre of the ocean", pair(&P::ocean_blending_center)},
+      {"ocean_blending_dimension", "X,Z", "Size of the ocean", pair(&P::ocean_blending_dimension)},
+      {"ocean_blending_radius", "DISTANCE", "Width of the transition",
+       number<P>(&P::ocean_blending_radius)},
+      {"ocean_blending_out_channel", "NAME", "Channel to keep the ocean's mask in",
+       name<P>(&P::ocean_blending_out_channel)},
+      {"enable_ocean_blending_uvs", "true|false", "Extend texture coordinates over the ocean",
+       flag<P>(&P::enable_ocean_blending_uvs)},
+      {"compute_laplacian", "true|false", "Make a channel 'laplacian'",
+       flag<P>(&P::compute_laplacian)},
+      {"compute_curvature", "true|false", "Make a channel 'curvature'",
+       flag<P>(&P::compute_curvature)}};
+  return all;
+}
+
+Key const* find(std::string const& key) {
+  for (auto const& known : keys()) {
+    if (key == known.name) return &known;
+  }
+  return nullptr;
+}
+
+std::string withDashes(std::string key) {
+  std::replace(key.begin(), key.end(), '_', '-');
+  return key;
+}
+
+// The text that an option would have for a JSON value; nothing for what no key takes.
+std::optional<std::string> textOf(Json const& value) {
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_number() || value.is_boolean()) return value.dump();
+  std::string text;
+  if (value.is_array()) {
+    for (auto const& part : value) {
+      auto const one = textOf(part);
+      if (!one) return std::nullopt;
+      text += (text.empty() ? "" : ",") + *one;
+    }
+    return text;
+  }
+  if (value.is_object() && value.size() == 2 && value.contains("min") && value.contains("max")) {
+    auto const min = textOf(value["min"]), max = textOf(value["max"]);
+    if (min && max) return *min + "," + *max;
+  }
+  return std::nullopt;
+}
+
+[[noreturn]] void refuse(std::string const& source, Key const& key, std::string const& text) {
+  throw Failure(ExitCode::Usage, source,
+                std::string(key.name) + ": '" + text + "' does not fit; write " + key.kind);
+}
+
+}  // namespace
+
+void addSurfaceKeys(CLI::App& verb, SurfaceValues& values) {
+  for (auto const& key : keys()) {
+    auto const dashed = "--" + withDashes(key.name), plain = std::string("--") + key.name;
+    verb.add_option_function<std::string>(
+            dashed == plain ? plain : dashed + "," + plain,
+            [&values, &key](std::string const& text) { values[key.name] = text; }, key.help)
+        ->type_name(key.kind)
+        ->group("Keys of the surface");
+  }
+}
+
+SurfaceValues readSurfaceValues(std::string const& path) {
+  auto const bytes = readFile(path);
+  Json document;
+  try {
+    document = Json::parse(bytes.begin(), bytes.end());
+  } catch (Json::exception const& e) {
+    throw Failure(ExitCode::Input, path, std::string("no JSON: ") + e.what());
+  }
+  if (!document.is_object()) throw Failure(ExitCode::Input, path, "no JSON object of keys");
+  SurfaceValues values;
+  for (auto const& [name, value] : document.items()) {
+    auto const* const key = find(name);
+    if (key == nullptr) {
+      if (name == "cache_folder" || name == "object") {
+        throw Failure(ExitCode::Usage, path,
+                      "key '" + name + "': the input and --object say that on the command line");
+      }
+      std::vector<std::string> names;
+      for (auto const& known : keys()) names.emplace_back(known.name);
+      auto nearest = nearestName(name, names);
+      // A key in the spelling of the options is one step away.
+      auto underscores = name;
+      std::replace(underscores.begin(), underscores.end(), '-', '_');
+      if (find(underscores) != nullptr) nearest = underscores;
+      throw Failure(ExitCode::Usage, path,
+                    "no key '" + name + "'" +
+                        (nearest.empty() ? "; velmor surface --help lists them"
+                                         : "; did you mean '" + nearest + "'?"));
+    }
+    auto const text = textOf(value);
+    if (!text) refuse(path, *key, value.dump());
+    values[name] = *text;
+  }
+  return values;
+}
+
+void setSurfaceValues(SurfaceValues const& values, std::string const& source,
+                      Processing::SurfaceParameters& parameters) {
+  for (auto const& [name, text] : values) {
+    auto const* const key = find(name);
+    if (key != nullptr && !key->set(text, parameters)) refuse(source, *key, text);
+  }
+}
+
+}  // namespace Velmor::Tool

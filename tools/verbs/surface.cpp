@@ -1,0 +1,364 @@
+#include "processing/surface.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iomanip>
+#include <limits>
+#include <locale>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+
+#include "command.h"
+#include "frame_runner.h"
+#include "frames.h"
+#include "names.h"
+#include "output.h"
+#include "stopwatch.h"
+#include "surface_input.h"
+#include "surface_keys.h"
+#include "surface_mesh.h"
+#include "velmorhost/scene.h"
+#include "verbs.h"
+#include "view.h"
+#include "writers/image_writer.h"
+#include "writers/mesh_writer.h"
+
+namespace Velmor::Tool {
+
+namespace {
+
+using Render::Box;
+using Render::Vec3d;
+
+struct SurfaceOptions {
+  std::string path, object, frames, params;
+  SurfaceValues values;
+  std::string mesh, picture, vdb;
+  MeshContent content;
+  ViewOptions view;
+  bool allowOpen = false;
+  Host::DistanceMode distance = Host::DistanceMode::Auto;
+  SequenceOptions sequence;
+};
+
+// Everything that the frames share, checked before the first.
+class SurfaceSequence {
+ public:
+  SurfaceSequence(Session& session, SurfaceOptions const& options)
+      : session_(session),
+        options_(options),
+        input_(options.path),
+        object_(input_.object(options.object)),
+        mesh_(options.mesh),
+        picture_(options.picture),
+        vdb_(options.vdb) {
+    chooseFrames();
+    checkOutputs();
+    if (!options.params.empty()) {
+      setSurfaceValues(readSurfaceValues(options.params), options.params, parameters_);
+    }
+    setSurfaceValues(options.values, "", parameters_);
+    parameters_.cache_folder = input_.cacheFolder();
+    auto const given = [&options](char const* key) { return options.values.count(key) > 0; };
+    // Where the points make the surface, voxels are not missed.
+    if (particles() && !given("voxel_component")) parameters_.voxel_component = "";
+    if (!particles() && !given("point_component")) parameters_.point_component = "";
+    auto read = Host::readOptions();
+    read.distance = options.distance;
+    read.distanceChannel = particles() ? "" : parameters_.distance_channel.str();
+    Host::setReadOptions(read);
+    if (!options.picture.empty() && options.view.eye.empty()) frameAll();
+  }
+
+  void run() {
+    Stopwatch watch;
+    auto const outcomes = runFrames(
+        session_, "surface", frames_, options_.sequence, input_.path(),
+        [this](int frame) { return exists(frame); },
+        [this](FrameOutcome& outcome) { makeFrame(outcome); });
+    report(outcomes, watch.lap());
+    finishSequence(session_, outcomes, input_.path());
+    if (!open_.empty()) reportOpen();
+  }
+
+ private:
+  bool particles() const {
+    return parameters_.render_component == Processing::SurfaceParameters::Particle;
+  }
+
+  void chooseFrames() {
+    if (!options_.frames.empty()) {
+      frames_ = parseFrames(options_.frames);
+    } else if (!object_.frames.empty()) {
+      frames_ = object_.frames;
+    } else {
+      frames_ = {0};
+    }
+  }
+
+  void checkOutputs() const {
+    if (options_.mesh.empty() && options_.picture.empty() && options_.vdb.empty()) {
+      throw Failure(ExitCode::Usage, "", "nothing to write: give --mesh, --render or --vdb");
+    }
+    if (!options_.mesh.empty()) meshFormat(options_.mesh);
+    if (!options_.picture.empty()) imageFormat(options_.picture);
+    if (!options_.vdb.empty() && !options_.vdb.ends_with(".vdb")) {
+      throw Failure(ExitCode::Usage, options_.vdb, "--vdb: the name must end in .vdb");
+    }
+    for (auto const* pattern : outputs()) {
+      if (frames_.size() > 1 && !pattern->numbered()) {
+        throw Failure(ExitCode::Usage, pattern->path(0),
+                      "several frames need a place for their number, such as out.####.ply");
+      }
+      checkOutput(pattern->path(frames_.front()));
+    }
+  }
+
+  std::vector<FramePattern const*> outputs() const {
+    std::vector<FramePattern const*> patterns;
+    if (!options_.mesh.empty()) patterns.push_back(&mesh_);
+    if (!options_.picture.empty()) patterns.push_back(&picture_);
+    if (!options_.vdb.empty()) patterns.push_back(&vdb_);
+    return patterns;
+  }
+
+  bool exists(int frame) const {
+    auto const patterns = outputs();
+    return std::all_of(patterns.begin(), patterns.end(), [frame](FramePattern const* pattern) {
+      return std::filesystem::is_regular_file(pattern->path(frame));
+    });
+  }
+
+  // One camera for all frames, or the picture would jump: it frames what the
+  // first, the last and some frames between hold.
+  void frameAll() {
+    constexpr std::size_t samples = 5;
+    auto const count = std::min(samples, frames_.size());
+    for (std::size_t s = 0; s < count; ++s) {
+      auto const f = count == 1 ? 0 : s * (frames_.size() - 1) / (count - 1);
+      try {
+        extend(input_.load({object_.name, frameOf(frames_[f])}));
+      } catch (Failure const&) {
+        // Said when its turn comes.
+      }
+    }
+  }
+
+  void extend(API::Object const& object) {
+    auto const shift = origin(object);
+    auto const scale = static_cast<double>(parameters_.space_scale);
+    for (auto const& component : object.components()) {
+      API::PointComponent const points{API::Ref(component)};
+      API::VoxelComponent const voxels{API::Ref(component)};
+      Box box{{1., 1., 1.}, {-1., -1., -1.}};
+      if (particles() && points.valid()) {
+        box = boxOf(points);
+      } else if (!particles() && voxels.valid()) {
+        box = Render::reachOf(API::Layout(voxels.layout()));
+      }
+      if (isEmpty(box)) continue;
+      for (int a = 0; a < 3; ++a) {
+        auto const by = shift[static_cast<std::size_t>(a)];
+        box.min[a] = (box.min[a] + by) * scale;
+        box.max[a] = (box.max[a] + by) * scale;
+        if (framed_) {
+          box.min[a] = std::min(box.min[a], framed_->min[a]);
+          box.max[a] = std::max(box.max[a], framed_->max[a]);
+        }
+      }
+      framed_ = box;
+    }
+  }
+
+  // The particles with their radii.
+  Box boxOf(API::PointComponent const& points) const {
+    constexpr double far = std::numeric_limits<double>::max();
+    Box box{{far, far, far}, {-far, -far, -far}};
+    auto const* const at = Host::pointData<orlen::Math::vec<3, float>>(
+        API::PointChannel(points.findChannel("position")));
+    if (at == nullptr) return box;
+    auto const size = static_cast<double>(API::Layout(points.layout()).voxelScale());
+    auto const reach = static_cast<double>(parameters_.levelset_surface_radius);
+    for (std::size_t p = 0; p < points.elementCount(); ++p) {
+      for (int a = 0; a < 3; ++a) {
+        box.min[a] = std::min(box.min[a], (static_cast<double>(at[p][a]) - reach) * size);
+        box.max[a] = std::max(box.max[a], (static_cast<double>(at[p][a]) + reach) * size);
+      }
+    }
+    return box;
+  }
+
+  int frameOf(int frame) const { return input_.frameOrFirst(object_, frame); }
+
+  void makeFrame(FrameOutcome& outcome) {
+    Stopwatch watch;
+    Selection const selection{object_.name, frameOf(outcome.frame)};
+    auto parameters = parameters_;
+    parameters.object = input_.query(selection);
+    Processing::Surface const surface(parameters);
+    session_.check(surface.status(), input_.path());
+    auto place = origin(surface.voxels());
+    for (auto& x : place) x *= static_cast<double>(parameters.space_scale);
+    Json seconds;
+    seconds["surface"] = watch.lap();
+
+    if (!options_.mesh.empty()) {
+      auto const made = meshOf(surface, place, options_.content, input_.path());
+      seconds["mesh"] = watch.lap();
+      writeMesh(session_, made.mesh, mesh_.path(outcome.frame));
+      seconds["write_mesh"] = watch.lap();
+      outcome.report["mesh"] = mesh_.path(outcome.frame);
+      outcome.report["vertices"] = made.mesh.vertices.count();
+      outcome.report["triangles"] = made.mesh.triangles.count();
+      outcome.report["open_edges"] = made.open;
+      outcome.line = std::to_string(made.mesh.triangles.count()) + " triangles";
+      if (made.open > 0) {
+        std::lock_guard const lock(mutex_);
+        open_.push_back(outcome.frame);
+      }
+    }
+    if (!options_.picture.empty()) {
+      auto const camera = cameraFor(surface, place);
+      auto const image = Render::renderSurface(surface.distance(), surface.accel(), camera,
+                                               options_.view.settings, [](double) {});
+      auto const path = picture_.path(outcome.frame);
+      OutputFile out(path);
+      imageFormat(path).write(image, out);
+      out.commit();
+      seconds["render"] = watch.lap();
+      outcome.report["picture"] = path;
+      outcome.report["covered"] = coverage(image);
+      if (outcome.line.empty()) outcome.line = "picture";
+    }
+    if (!options_.vdb.empty()) {
+      writeVdb(surface, place, vdb_.path(outcome.frame));
+      seconds["write_vdb"] = watch.lap();
+      outcome.report["vdb"] = vdb_.path(outcome.frame);
+      if (outcome.line.empty()) outcome.line = "level set";
+    }
+    outcome.report["tiles"] = Host::tileCount(surface.accel(), surface.accel().maxDepth());
+    outcome.report["parts"] = seconds;
+  }
+
+  Render::Camera cameraFor(Processing::Surface const& surface,
+                           std::array<double, 3> const& place) const {
+    auto box = Render::reachOf(surface.accel());
+    if (framed_) {
+      Vec3d const shift(place[0], place[1], place[2]);
+      box = {framed_->min - shift, framed_->max - shift};
+    }
+    return cameraOf(options_.view, place, box);
+  }
+
+  // The voxels by themselves: the points are in the cache already.
+  static void writeVdb(Processing::Surface const& surface, std::array<double, 3> const& place,
+                       std::string const& path) {
+    API::Object const object(surface.voxels().object());
+    for (auto const& component : object.components()) {
+      if (API::PointComponent{API::Ref(component)}.valid())
+        object.removeComponent(component.name());
+    }
+    if (place != std::array<double, 3>{}) {
+      object.dictionary().set("origin", orlen::Math::vec<3, float>(static_cast<float>(place[0]),
+                                                                   static_cast<float>(place[1]),
+                                                                   static_cast<float>(place[2])));
+    }
+    auto const status = Host::writeObject(object, path);
+    if (!status.succeeded()) throw Failure(ExitCode::Output, path, status.message().str());
+  }
+
+  void report(std::vector<FrameOutcome> const& outcomes, double seconds) {
+    std::size_t triangles = 0;
+    double work = 0.;
+    for (auto const& outcome : outcomes) {
+      work += outcome.seconds;
+      if (outcome.report.contains("triangles")) {
+        triangles += outcome.report["triangles"].get<std::size_t>();
+      }
+    }
+    Json report;
+    report["input"] = input_.path();
+    report["object"] = object_.name;
+    report["parameters"] = parameters_.str().str();
+    reportFrames(outcomes, report);
+    report["open_frames"] = open_;
+    report["seconds"] = {{"frames", work}, {"total", seconds}};
+
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << "object      " << object_.name << '\n' << "frames      " << summaryOf(outcomes) << '\n';
+    if (!options_.mesh.empty()) {
+      text << "triangles   " << triangles << '\n'
+           << "not closed  " << (open_.empty() ? "none" : std::to_string(open_.size()) + " frames")
+           << '\n';
+    }
+    text << std::fixed << std::setprecision(2) << "seconds     " << seconds << " ("
+         << work / static_cast<double>(std::max<std::size_t>(1, outcomes.size()))
+         << " per frame, several at a time)\n";
+    for (auto const& output : {options_.mesh, options_.picture, options_.vdb}) {
+      if (!output.empty()) text << "output      " << output << '\n';
+    }
+    session_.report(std::move(report), text.str());
+  }
+
+  void reportOpen() {
+    std::sort(open_.begin(), open_.end());
+    auto const words = "the mesh is not closed in frame " + frameList(open_);
+    if (options_.allowOpen) {
+      session_.note(input_.path() + ": " + words);
+    } else {
+      session_.error(Failure(ExitCode::Open, input_.path(), words));
+    }
+  }
+
+  Session& session_;
+  SurfaceOptions const& options_;
+  Input const input_;
+  CacheObject const& object_;
+  FramePattern const mesh_, picture_, vdb_;
+  std::vector<int> frames_;
+  Processing::SurfaceParameters parameters_;
+  std::optional<Box> framed_;  // in the world, the space scale included
+  std::mutex mutex_;
+  std::vector<int> open_;
+};
+
+}  // namespace
+
+void addSurface(Command& command) {
+  auto const options = std::make_shared<SurfaceOptions>();
+  auto& verb = command.verb(
+      "surface", "Makes the surfaces of a sequence of frames: meshes, pictures, level sets",
+      [options](Session& session) {
+        checkView(options->view);
+        SurfaceSequence(session, *options).run();
+      });
+  verb.add_option("input", options->path, "A cache folder, or one cache file (.vdb)")
+      ->required()
+      ->type_name("INPUT");
+  verb.add_option("--object", options->object, "The object; may be left out where there is one")
+      ->type_name("NAME");
+  verb.add_option("--frames", options->frames,
+                  "Frames such as 1-48, 1-48x2 or 1,5,9-12; if left out all that there are")
+      ->type_name("LIST");
+  verb.add_option("--mesh", options->mesh,
+                  "Meshes to write, '#' or %04d standing for the frame: out.####.ply, .obj, .stl")
+      ->type_name("FILES");
+  verb.add_option("--render", options->picture, "Pictures to write: out.####.png, .exr")
+      ->type_name("FILES");
+  verb.add_option("--vdb", options->vdb, "Level sets to write: out.####.vdb")->type_name("FILES");
+  verb.add_option("--params", options->params,
+                  "A JSON object of the keys below; options on the command line win")
+      ->type_name("FILE");
+  addMeshContent(verb, options->content);
+  verb.add_flag("--allow-open", options->allowOpen,
+                "Open edges are no error: for surfaces that end at a border");
+  addView(verb, options->view);
+  addDistanceMode(verb, options->distance);
+  addSequence(verb, options->sequence);
+  addSurfaceKeys(verb, options->values);
+}
+
+}  // namespace Velmor::Tool
