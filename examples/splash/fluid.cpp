@@ -54,24 +54,27 @@ float noise(std::uint32_t x) {
   return static_cast<float>(x >> 8) / 8388608.f - 1.f;
 }
 
-void keepInside(Vec& p) {
-  for (std::size_t a = 0; a < 3; ++a) p[a] = std::clamp(p[a], margin, tank[a] - margin);
-  float const out[4] = {p[0] - (pillarLow[0] - margin), pillarHigh[0] + margin - p[0],
-                        p[2] - (pillarLow[1] - margin), pillarHigh[1] + margin - p[2]};
+// Each particle keeps its own small distance: sheets of particles exactly in one
+// plane would hold each other up.
+void keepInside(Vec& p, std::size_t particle) {
+  float const away = margin * (1.f + 0.4f * noise(static_cast<std::uint32_t>(particle)));
+  for (std::size_t a = 0; a < 3; ++a) p[a] = std::clamp(p[a], away, tank[a] - away);
+  float const out[4] = {p[0] - (pillarLow[0] - away), pillarHigh[0] + away - p[0],
+                        p[2] - (pillarLow[1] - away), pillarHigh[1] + away - p[2]};
   auto const nearest = std::min_element(out, out + 4);
   if (*nearest <= 0.f) return;
   switch (nearest - out) {
     case 0:
-      p[0] = pillarLow[0] - margin;
+      p[0] = pillarLow[0] - away;
       break;
     case 1:
-      p[0] = pillarHigh[0] + margin;
+      p[0] = pillarHigh[0] + away;
       break;
     case 2:
-      p[2] = pillarLow[1] - margin;
+      p[2] = pillarLow[1] - away;
       break;
     default:
-      p[2] = pillarHigh[1] + margin;
+      p[2] = pillarHigh[1] + away;
   }
 }
 
@@ -88,7 +91,7 @@ Fluid::Fluid() {
           // A perfect lattice would fall in perfect rows.
           p[a] = spacing * (static_cast<float>(at[a]) + 0.5f + 0.05f * noise(seed));
         }
-        keepInside(p);
+        keepInside(p, positions_.size());
         positions_.push_back(p);
       }
     }
@@ -121,7 +124,7 @@ void Fluid::step(float dt) {
     for (std::size_t a = 0; a < 3; ++a) {
       predicted_[i][a] = positions_[i][a] + dt * velocities_[i][a];
     }
-    keepInside(predicted_[i]);
+    keepInside(predicted_[i], i);
   });
   findNeighbours();
   for (int n = 0; n < iterations; ++n) solve();
@@ -212,7 +215,7 @@ void Fluid::solve() {
     for (std::size_t a = 0; a < 3; ++a) {
       predicted_[i][a] += std::clamp(corrections_[i][a], -0.25f * spacing, 0.25f * spacing);
     }
-    keepInside(predicted_[i]);
+    keepInside(predicted_[i], i);
   });
 }
 

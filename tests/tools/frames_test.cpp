@@ -41,11 +41,11 @@ TEST(FramePattern, PutsTheNumberIntoItsPlace) {
 }
 
 TEST(FramePattern, FindsTheFilesItWouldWrite) {
-  Test::CacheFolder const folder;
+  Velmor::Test::CacheFolder const folder;
   auto const path = folder.path().str();
   for (auto const* name : {"a.0001.ply", "a.0010.ply", "a.2.ply", "a.-0003.ply", "b.0001.ply",
                            "a.0001.ply.bak", "a.12345.ply", "a.00012.ply"}) {
-    Test::writeFile(path + "/" + name, "");
+    Velmor::Test::writeFile(path + "/" + name, "");
   }
   Frames found;
   for (auto const& [frame, file] : FramePattern(path + "/a.####.ply").find()) {
