@@ -1,0 +1,374 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "support/cache_folder.h"
+#include "support/object_builder.h"
+#include "tools/run.h"
+
+namespace Velmor::Test {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr uid_t nobody = 65534;
+
+// A cache of two objects: "ball" with frames 1, 2, 3, 7, and "drop" with one file.
+class CommandTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    cache_ = new CacheFolder;
+    ObjectBuilder const ball("ball");
+    auto const volume = ball.voxels();
+    ball.sphere(volume, 8.f);
+    ball.sphere(volume, 6.f, "smaller");
+    ball.channel<Float3>(volume, "velocity", {1.f, 2.f, 3.f});
+    ball.points({{0.5f, 0.5f, 0.5f}, {3.f, 4.f, 5.f}});
+    for (int const frame : {1, 2, 3, 7}) cache_->write(ball.object(), frame);
+    one_ = new CacheFolder;
+    one_->write(ball.object(), 1);
+    file_ = new std::string(one_->fileOf("ball", 1).string());
+    ObjectBuilder const drop("drop");
+    drop.sphere(drop.voxels(), 4.f);
+    cache_->write(drop.object(), 5);
+  }
+  static void TearDownTestSuite() {
+    delete cache_;
+    delete one_;
+    delete file_;
+  }
+
+  static std::string cache() { return cache_->path().str(); }
+  static std::string one() { return one_->path().str(); }
+  static std::string const& file() { return *file_; }
+  std::string out(std::string const& name) const { return outputs_.path().str() + "/" + name; }
+  std::vector<std::string> outputs() const { return namesIn(outputs_.path().str()); }
+
+ private:
+  static inline CacheFolder* cache_ = nullptr;
+  static inline CacheFolder* one_ = nullptr;
+  static inline std::string* file_ = nullptr;
+  CacheFolder outputs_;
+};
+
+void expectFailure(Run const& run, int code, std::string const& text) {
+  EXPECT_EQ(run.exit, code) << run.err;
+  EXPECT_NE(run.err.find(text), std::string::npos) << run.err;
+  EXPECT_EQ(run.out, "");
+}
+
+TEST_F(CommandTest, HelpListsVerbsAndExitCodes) {
+  auto const run = runCommand({"--help"});
+  EXPECT_EQ(run.exit, 0);
+  for (auto const* text :
+       {"info", "mesh", "  0  success", "  1  any other", "  2  wrong usage",
+        "  3  input unreadable", "  4  mesh not closed", "  5  output not writable"}) {
+    EXPECT_NE(run.out.find(text), std::string::npos) << text;
+  }
+  EXPECT_NE(runCommand({"mesh", "--help"}).out.find("5  output not writable"), std::string::npos);
+}
+
+TEST_F(CommandTest, WrongUsageIsCodeTwo) {
+  expectFailure(runCommand({}), 2, "no verb given");
+  expectFailure(runCommand({"mehs"}), 2, "did you mean 'mesh'?");
+  expectFailure(runCommand({"mesh", "--chanel", "x", file(), "-o", "a.ply"}), 2,
+                "did you mean '--channel'?");
+  expectFailure(runCommand({"mesh", file()}), 2, "--output is required");
+  expectFailure(runCommand({"mesh", file(), "-o", out("a.fbx")}), 2,
+                "unknown extension '.fbx'; known are .ply, .obj, .stl");
+  expectFailure(runCommand({"mesh", file(), "-o", out("a")}), 2, "no extension");
+  expectFailure(runCommand({"mesh", file(), "--distance", "guess", "-o", out("a.ply")}), 2,
+                "auto,keep,scale,rebuild");
+  expectFailure(runCommand({"mesh", file(), "--subdivisions", "-1", "-o", out("a.ply")}), 2, "-1");
+  expectFailure(runCommand({"info", file(), "--threads", "0"}), 2, "--threads");
+  expectFailure(runCommand({"info", file(), "--frame", "one"}), 2, "--frame");
+  EXPECT_TRUE(outputs().empty());
+}
+
+TEST_F(CommandTest, MissingInputIsCodeThree) {
+  expectFailure(runCommand({"info", out("none.vdb")}), 3,
+                "velmor: " + out("none.vdb") + ": No such file or directory");
+  expectFailure(runCommand({"mesh", out(""), "-o", out("a.ply")}), 3,
+                "no cache files (.vdb) in this folder");
+  writeFile(out("text.txt"), "text");
+  expectFailure(runCommand({"info", out("text.txt")}), 3, "its name does not end in .vdb");
+  writeFile(out("text.vdb"), "text");
+  expectFailure(runCommand({"info", out("text.vdb")}), 3, "text.vdb");
+  writeFile(out("empty.vdb"), "");
+  expectFailure(runCommand({"mesh", out("empty.vdb"), "-o", out("a.ply")}), 3,
+                "Failed to load frame '0'.");
+  EXPECT_FALSE(std::filesystem::exists(out("a.ply")));
+}
+
+TEST_F(CommandTest, AnObjectMustBeNamedWhereThereAreSeveral) {
+  expectFailure(runCommand({"mesh", cache(), "-o", out("a.ply")}), 3,
+                "holds several objects; choose one with --object: 'ball', 'drop'");
+  expectFailure(runCommand({"mesh", cache(), "--object", "bal", "-o", out("a.ply")}), 3,
+                "no object 'bal'; there is 'ball', 'drop'; did you mean 'ball'?");
+  EXPECT_EQ(runCommand({"mesh", cache(), "--object", "drop", "-o", out("a.ply")}).exit, 0);
+}
+
+TEST_F(CommandTest, AFrameMustBeNamedWhereThereAreSeveral) {
+  expectFailure(runCommand({"mesh", cache(), "--object", "ball", "-o", out("a.ply")}), 3,
+                "object 'ball' has several frames; choose one with --frame: 1..3, 7");
+  expectFailure(
+      runCommand({"mesh", cache(), "--object", "ball", "--frame", "4", "-o", out("a.ply")}), 3,
+      "object 'ball' has no frame 4; it has 1..3, 7");
+  EXPECT_EQ(
+      runCommand({"mesh", cache(), "--object", "ball", "--frame", "7", "-o", out("a.ply")}).exit,
+      0);
+}
+
+TEST_F(CommandTest, AWrongChannelIsAnsweredWithTheNearestName) {
+  auto const run = runCommand({"mesh", file(), "--channel", "distnce", "-o", out("a.ply")});
+  expectFailure(run, 3,
+                "velmor: " + file() +
+                    ": Invalid distance channel 'distnce'. Available channels are:\n"
+                    "    distance\n    smaller\n");
+  EXPECT_NE(run.err.find("Did you mean 'distance'?"), std::string::npos) << run.err;
+}
+
+TEST_F(CommandTest, AChannelOfAnotherTypeIsRefused) {
+  expectFailure(runCommand({"mesh", file(), "--channel", "velocity", "-o", out("a.ply")}), 3,
+                "'velocity' holds float3 values, not float.");
+}
+
+TEST_F(CommandTest, TheOnlyLevelSetIsTakenWithoutADistance) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("only");
+  auto const volume = builder.voxels();
+  Host::setFieldClass(builder.sphere(volume, 5.f, "phi"), Host::FieldClass::LevelSet);
+  builder.channel<float>(volume, "density", 1.f);
+  folder.write(builder.object(), 1);
+  auto const run = runCommand({"mesh", folder.path().str(), "--json", "-o", out("a.ply")});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_EQ(Json::parse(run.out)["channel"], "phi");
+}
+
+TEST_F(CommandTest, SeveralLevelSetsWithoutADistanceAreListed) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("two");
+  auto const volume = builder.voxels();
+  for (auto const* name : {"inner", "outer"}) {
+    Host::setFieldClass(builder.sphere(volume, 5.f, name), Host::FieldClass::LevelSet);
+  }
+  folder.write(builder.object(), 1);
+  expectFailure(runCommand({"mesh", folder.path().str(), "-o", out("a.ply")}), 3,
+                "several level sets; choose one with --channel: 'inner', 'outer'");
+}
+
+TEST_F(CommandTest, UnwritableOutputsAreCodeFive) {
+  expectFailure(runCommand({"mesh", file(), "-o", out("no/a.ply")}), 5, "No such file");
+  std::filesystem::create_directory(out("folder.ply"));
+  expectFailure(runCommand({"mesh", file(), "-o", out("folder.ply")}), 5, "Is a directory");
+  expectFailure(runCommand({"mesh", file(), "-o", "/dev/full"}), 5, "No space left on device");
+  EXPECT_EQ(runCommand({"info", file()}, {.standardOutput = "/dev/full"}).exit, 5);
+}
+
+TEST_F(CommandTest, AFullDiskLeavesNothingBehind) {
+  writeFile(out("old.ply"), "old");
+  // The reader's shared memory counts as a file as well, the mesh is larger.
+  auto const size =
+      runCommand({"mesh", file(), "--subdivisions", "7", "-o", out("a.ply")}).exit == 0
+          ? std::filesystem::file_size(out("a.ply"))
+          : 0;
+  ASSERT_GT(size, 100000u);
+  std::filesystem::remove(out("a.ply"));
+  auto const run = runCommand({"mesh", file(), "--subdivisions", "7", "-o", "/dev/full"});
+  EXPECT_EQ(run.exit, 5) << run.err;
+  EXPECT_EQ(outputs(), std::vector<std::string>{"old.ply"});
+}
+
+TEST_F(CommandTest, AFileSizeLimitIsAnErrorAndNoSignal) {
+  auto const run = runCommand({"mesh", file(), "--subdivisions", "20", "-o", out("a.ply")},
+                              {.fileSizeLimit = std::size_t{4} << 20});
+  EXPECT_EQ(run.signal, 0);
+  EXPECT_TRUE(run.exit == 5 || run.exit == 3) << run.exit << run.err;
+  EXPECT_TRUE(outputs().empty());
+}
+
+TEST_F(CommandTest, PermissionsCountForOtherUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  RunOptions const asNobody{.user = nobody};
+  // The command itself must be reachable for that user.
+  if (runCommand({"--version"}, asNobody).exit != 0) {
+    GTEST_SKIP() << "another user cannot run the command from this folder";
+  }
+  std::filesystem::copy(one(), out("cache"), std::filesystem::copy_options::recursive);
+  chmod(out("").c_str(), 0755);
+  chmod(out("cache").c_str(), 0700);
+  expectFailure(runCommand({"info", out("cache")}, asNobody), 3, "Permission denied");
+  chmod(out("cache").c_str(), 0755);
+  chmod(out("cache/ball").c_str(), 0755);
+  chmod(out("cache/ball/ball.0001.vdb").c_str(), 0600);
+  auto const closed = runCommand({"info", out("cache/ball/ball.0001.vdb")}, asNobody);
+  expectFailure(closed, 3, "Permission denied");
+  chmod(out("cache/ball/ball.0001.vdb").c_str(), 0644);
+  EXPECT_EQ(runCommand({"info", out("cache")}, asNobody).exit, 0);
+  expectFailure(runCommand({"mesh", out("cache"), "-o", out("a.ply")}, asNobody), 5,
+                "Permission denied");
+}
+
+TEST_F(CommandTest, AnEmptyMeshIsNoError) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("air");
+  auto const volume = builder.voxels();
+  Host::addLeafTiles(volume.layout(), {{0, 0, 0}});
+  builder.channel<float>(volume, "distance", 0.4f);
+  folder.write(builder.object(), 1);
+  auto const run = runCommand({"mesh", folder.path().str(), "--json", "-o", out("a.ply")});
+  EXPECT_EQ(run.exit, 0) << run.err;
+  EXPECT_NE(run.err.find("velmor: warning: "), std::string::npos) << run.err;
+  auto const report = Json::parse(run.out);
+  EXPECT_EQ(report["triangles"], 0);
+  EXPECT_FALSE(report["warnings"].empty());
+  EXPECT_NE(readFile(out("a.ply")).find("element vertex 0\n"), std::string::npos);
+}
+
+TEST_F(CommandTest, AnOpenMeshIsWrittenAndCodeFourUnlessAllowed) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("plane");
+  auto const volume = builder.voxels();
+  Host::addLeafTiles(volume.layout(), {{0, 0, 0}, {5, 0, 0}, {0, 0, 5}, {5, 0, 5}});
+  auto const distance = builder.channel<float>(volume, "distance", 0.f);
+  distance.setBackgroundValue(0.5f);
+  setLeafValues<float>(distance, [](Float3 const& p) { return 0.1f * (p.y - 0.6f); });
+  folder.write(builder.object(), 1);
+  std::vector<std::string> arguments{"mesh", folder.path().str(), "--distance", "keep", "--json",
+                                     "-o",   out("a.ply")};
+  auto const run = runCommand(arguments);
+  EXPECT_EQ(run.exit, 4) << run.err;
+  EXPECT_GT(Json::parse(run.out)["open_edges"], 0);
+  EXPECT_NE(run.err.find("the mesh is not closed"), std::string::npos);
+  EXPECT_TRUE(std::filesystem::exists(out("a.ply")));
+  arguments.push_back("--allow-open");
+  auto const allowed = runCommand(arguments);
+  EXPECT_EQ(allowed.exit, 0);
+  EXPECT_NE(allowed.err.find("velmor: note: "), std::string::npos) << allowed.err;
+}
+
+TEST_F(CommandTest, TheMeshReportHoldsWhatProgramsNeed) {
+  auto const run = runCommand({"mesh", file(), "--json", "-o", out("a.ply")});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const report = Json::parse(run.out);
+  EXPECT_EQ(report["object"], "ball");
+  EXPECT_EQ(report["frame"], 1);
+  EXPECT_EQ(report["channel"], "distance");
+  EXPECT_EQ(report["distance"]["mode"], "keep");
+  EXPECT_EQ(report["open_edges"], 0);
+  EXPECT_GT(report["vertices"], 500);
+  EXPECT_EQ(report["triangles"].get<int>(), 2 * report["vertices"].get<int>() - 4);
+  EXPECT_GE(report["seconds"]["total"], 0.0);
+}
+
+TEST_F(CommandTest, TheInfoReportHoldsWhatProgramsNeed) {
+  auto const run = runCommand({"info", cache(), "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const report = Json::parse(run.out);
+  ASSERT_EQ(report["objects"].size(), 2u);
+  auto const& ball = report["objects"][0];
+  EXPECT_EQ(ball["name"], "ball");
+  EXPECT_EQ(ball["frames"], (Json{1, 2, 3, 7}));
+  ASSERT_EQ(ball["components"].size(), 2u);
+  for (auto const& component : ball["components"]) {
+    for (auto const* key : {"name", "type", "voxel_size", "origin", "tiles", "channels"}) {
+      EXPECT_TRUE(component.contains(key)) << key;
+    }
+  }
+  auto const& volume = ball["components"][0];
+  EXPECT_EQ(volume["type"], "voxels");
+  EXPECT_NEAR(volume["voxel_size"].get<double>(), 0.1, 1e-6);
+  EXPECT_EQ(volume["origin"], (Json{0.0, 0.0, 0.0}));
+  EXPECT_EQ(volume["tiles"].size(), 8u);
+  ASSERT_EQ(volume["channels"].size(), 3u);
+  for (auto const& channel : volume["channels"]) {
+    for (auto const* key :
+         {"name", "type", "class", "active_voxels", "stored_voxels", "range", "bounds"}) {
+      EXPECT_TRUE(channel.contains(key)) << key;
+    }
+    EXPECT_EQ(channel["stored_voxels"], 125 * volume["tiles"][7].get<int>());
+    EXPECT_LE(channel["active_voxels"], channel["stored_voxels"]);
+  }
+  auto const& particle = ball["components"][1];
+  EXPECT_EQ(particle["type"], "points");
+  EXPECT_EQ(particle["channels"][0]["count"], 2);
+  EXPECT_NEAR(particle["channels"][0]["bounds"]["max"][2].get<double>(), 0.5, 1e-6);
+}
+
+TEST_F(CommandTest, InfoBoundsAreThoseOfActiveCells) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("one");
+  auto const volume = builder.voxels();
+  Host::addLeafTiles(volume.layout(), {{0, 0, 0}});
+  auto const density = builder.channel<float>(volume, "density", 0.f);
+  setLeafValues<float>(density, [](Float3 const& p) {
+    return p == Float3{0.5f, 1.5f, -0.5f} || p == Float3{1.5f, 1.5f, -0.5f} ? p.x : 0.f;
+  });
+  folder.write(builder.object(), 1);
+  auto const run = runCommand({"info", folder.path().str(), "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const channel = Json::parse(run.out)["objects"][0]["components"][0]["channels"][0];
+  EXPECT_EQ(channel["active_voxels"], 2);
+  EXPECT_EQ(channel["range"], (Json{{"min", 0.5}, {"max", 1.5}}));
+  std::array<double, 6> const box{0, 0.1, -0.1, 0.2, 0.2, 0};
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    EXPECT_NEAR(channel["bounds"]["min"][axis].get<double>(), box[axis], 1e-6);
+    EXPECT_NEAR(channel["bounds"]["max"][axis].get<double>(), box[axis + 3], 1e-6);
+  }
+}
+
+TEST_F(CommandTest, QuietPrintsNothingOnSuccess) {
+  auto const run = runCommand({"mesh", file(), "--quiet", "-o", out("a.ply")});
+  EXPECT_EQ(run.exit, 0);
+  EXPECT_EQ(run.out + run.err, "");
+}
+
+TEST_F(CommandTest, TheReportGivesWayToDataOnStandardOutput) {
+  ASSERT_EQ(runCommand({"mesh", file(), "-o", out("a.ply")}).exit, 0);
+  auto const bytes = readFile(out("a.ply"));
+  for (auto const* name : {"-", "/dev/stdout"}) {
+    auto const run = runCommand({"mesh", file(), "-o", name});
+    EXPECT_EQ(run.exit, 0) << run.err;
+    EXPECT_TRUE(run.out == bytes) << name;
+    EXPECT_NE(run.err.find("open edges"), std::string::npos);
+  }
+}
+
+TEST_F(CommandTest, MeshBytesDoNotDependOnThreads) {
+  for (auto const* extension : {"ply", "obj", "stl"}) {
+    std::string first;
+    for (auto const* threads : {"1", "2", "3", "8", "64"}) {
+      auto const path = out(std::string("a.") + extension);
+      ASSERT_EQ(
+          runCommand({"mesh", file(), "--subdivisions", "1", "--threads", threads, "-o", path})
+              .exit,
+          0);
+      auto const bytes = readFile(path);
+      if (first.empty()) first = bytes;
+      EXPECT_TRUE(bytes == first) << extension << ", threads " << threads;
+    }
+    EXPECT_FALSE(first.empty());
+  }
+}
+
+TEST_F(CommandTest, AKillInTheMiddleOfWritingLeavesNoOutputAndTheNextRunSweeps) {
+  writeFile(out("old.ply"), "old");
+  bool killed = false;
+  for (int attempt = 0; attempt < 20 && !killed; ++attempt) {
+    killed = killCommandWhen({"mesh", file(), "--subdivisions", "31", "-o", out("old.ply")},
+                             [this] { return outputs().size() > 1; }) &&
+             outputs().size() > 1;
+  }
+  ASSERT_TRUE(killed) << "never met the command while it wrote";
+  EXPECT_EQ(readFile(out("old.ply")), "old");
+  ASSERT_EQ(outputs().size(), 2u);
+  ASSERT_EQ(runCommand({"mesh", file(), "-o", out("new.ply")}).exit, 0);
+  EXPECT_EQ(outputs(), (std::vector<std::string>{"new.ply", "old.ply"}));
+}
+
+}  // namespace
+}  // namespace Velmor::Test

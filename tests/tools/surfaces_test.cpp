@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "support/cache_folder.h"
+#include "support/object_builder.h"
+#include "tools/level_sets.h"
+#include "tools/run.h"
+
+namespace Velmor::Test {
+namespace {
+
+class RealFile : public testing::TestWithParam<std::string> {};
+
+TEST_P(RealFile, EveryLevelSetGivesAClosedSurfaceOrNone) {
+  auto const results = meshLevelSets(std::string(VELMOR_SHARED_DATA) + "/" + GetParam());
+  if (results.empty()) GTEST_SKIP() << "no level set in this file";
+  for (auto const& result : results) {
+    SCOPED_TRACE(result.channel + ": " + result.mode + ": " + result.reason);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.openEdges, 0u);
+    EXPECT_EQ(result.duplicates, 0u);
+    EXPECT_EQ(result.notFinite, 0u);
+    if (result.mode != "rebuild") EXPECT_LE(result.farthest, 0.1);
+  }
+}
+
+std::string testName(testing::TestParamInfo<std::string> const& info) {
+  std::string name = info.param;
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedData, RealFile, testing::ValuesIn(vdbFiles(VELMOR_SHARED_DATA)),
+                         testName);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RealFile);
+
+struct SphereCase {
+  Float3 centre;
+  float radius;
+};
+
+class AnalyticSphere : public testing::TestWithParam<SphereCase> {};
+
+// Through the whole command: written, read back, meshed.
+TEST_P(AnalyticSphere, IsClosedAndLiesWhereItShouldAtEverySubdivision) {
+  auto const [centre, radius] = GetParam();
+  CacheFolder const folder;
+  ObjectBuilder const builder("ball");
+  builder.sphere(builder.voxels("volume", 1.f), radius, "distance", centre);
+  folder.write(builder.object(), 1);
+  auto const out = folder.path().str() + "/ball.ply";
+  for (auto const* subdivisions : {"0", "1", "3"}) {
+    auto const run = runCommand({"mesh", folder.fileOf("ball", 1).string(), "--subdivisions",
+                                 subdivisions, "--json", "-o", out});
+    ASSERT_EQ(run.exit, 0) << run.err;
+    auto const report = nlohmann::json::parse(run.out);
+    EXPECT_EQ(report["open_edges"], 0);
+    // One closed surface without a handle.
+    EXPECT_EQ(report["triangles"].get<int>(), 2 * report["vertices"].get<int>() - 4);
+    auto const bytes = readFile(out);
+    auto const data = bytes.find("end_header\n") + 11;
+    double worst = 0;
+    for (std::size_t v = 0; v < report["vertices"].get<std::size_t>(); ++v) {
+      float p[3];
+      std::memcpy(p, bytes.data() + data + v * sizeof p, sizeof p);
+      worst = std::max(worst, std::abs(std::hypot(static_cast<double>(p[0] - centre.x),
+                                                  static_cast<double>(p[1] - centre.y),
+                                                  static_cast<double>(p[2] - centre.z)) -
+                                       static_cast<double>(radius)));
+    }
+    // Interpolation of a distance moves it inwards by about a quarter over the radius.
+    EXPECT_LT(worst, 0.1 + 0.3 / static_cast<double>(radius)) << subdivisions;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Places, AnalyticSphere,
+    testing::Values(SphereCase{{0.f, 0.f, 0.f}, 8.f},         // across the origin
+                    SphereCase{{0.37f, -0.21f, 0.13f}, 6.f},  //
+                    SphereCase{{-40.f, -31.f, -22.f}, 9.5f},  // through negative coordinates
+                    SphereCase{{3.f, 3.f, 3.f}, 10.f},        // poles on tile borders
+                    SphereCase{{-62.f, 63.f, -2.f}, 7.25f},   // borders of coarse tiles
+                    SphereCase{{312.f, -313.f, 1562.f}, 5.f}));
+
+}  // namespace
+}  // namespace Velmor::Test
