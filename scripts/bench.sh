@@ -1,7 +1,6 @@
 #!/bin/bash
 # Runs every benchmark program (those whose name holds the argument, if one is
-# given) and writes the medians of five runs into docs/performance.md, between
-# its markers.
+# given) and writes the medians of five runs into docs/performance.md.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 bin=build/release/bin
@@ -17,5 +16,10 @@ for program in "$bin"/*_bench; do
     --benchmark_out="$results/$name.json"
 done
 
-"$bin/velmor-bench-table" docs/performance.md "$results"/*.json
+{
+  echo "$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors," \
+    "$(c++ --version | head -n 1), $(date +%F)."
+  echo
+  "$bin/velmor-bench-table" "$results"/*.json
+} | scripts/insert_table.sh docs/performance.md
 echo "docs/performance.md is up to date"

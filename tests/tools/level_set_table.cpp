@@ -1,11 +1,10 @@
-// Writes the table of real level sets into a document, between its markers.
+// Prints a table of what became of every level set below a folder.
 #include <cstdio>
 #include <iomanip>
 #include <locale>
 #include <sstream>
 
 #include "tools/level_sets.h"
-#include "tools/run.h"
 
 namespace {
 
@@ -34,8 +33,8 @@ std::string rowOf(std::string const& file, Velmor::Test::LevelSetResult const& r
 
 int main(int argc, char** argv) {
   using namespace Velmor::Test;
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: velmor-level-set-table DATA DOCUMENT\n");
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: velmor-level-set-table DATA\n");
     return 2;
   }
   auto const files = vdbFiles(argv[1]);
@@ -49,15 +48,6 @@ int main(int argc, char** argv) {
       table += rowOf(file, result);
     }
   }
-  auto text = readFile(argv[2]);
-  std::string const begin = "<!-- table -->\n", end = "<!-- end of table -->\n";
-  auto const from = text.find(begin), to = text.find(end);
-  if (from == text.npos || to == text.npos || to < from) {
-    std::fprintf(stderr, "velmor-level-set-table: %s: no place for the table\n", argv[2]);
-    return 1;
-  }
-  text.replace(from + begin.size(), to - from - begin.size(), table);
-  writeFile(argv[2], text);
   std::fputs(table.c_str(), stdout);
   return 0;
 }
