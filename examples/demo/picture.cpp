@@ -99,7 +99,10 @@ std::vector<Vec> vertexNormals(Mesh const& mesh) {
 class Camera {
  public:
   Camera(Vec const& min, Vec const& max, int width, int height)
-      : width_(static_cast<float>(width)), height_(static_cast<float>(height)) {
+      : width_(static_cast<float>(width)),
+        height_(static_cast<float>(height)),
+        centreX_(0.5f * width_),
+        centreY_(0.5f * height_) {
     Vec const centre{0.5f * (min[0] + max[0]), 0.5f * (min[1] + max[1]), 0.5f * (min[2] + max[2])};
     auto const size = max - min;
     float const radius = 0.5f * std::sqrt(dot(size, size));
@@ -114,13 +117,28 @@ class Camera {
   Vec project(Vec const& p) const {
     auto const d = p - eye_;
     float const depth = -dot(d, back_);
-    return {0.5f * width_ + focal_ * dot(d, right_) / depth,
-            0.5f * height_ - focal_ * dot(d, up_) / depth, depth};
+    return {centreX_ + focal_ * dot(d, right_) / depth, centreY_ - focal_ * dot(d, up_) / depth,
+            depth};
+  }
+  // Zooms and shifts until the points fill nine tenths of the picture.
+  void fit(std::vector<Vec> const& points) {
+    Vec low = project(points.front()), high = low;
+    for (auto const& p : points) {
+      auto const at = project(p);
+      for (std::size_t axis = 0; axis < 2; ++axis) {
+        low[axis] = std::min(low[axis], at[axis]);
+        high[axis] = std::max(high[axis], at[axis]);
+      }
+    }
+    float const zoom = 0.9f * std::min(width_ / (high[0] - low[0]), height_ / (high[1] - low[1]));
+    centreX_ = 0.5f * width_ - zoom * (0.5f * (low[0] + high[0]) - centreX_);
+    centreY_ = 0.5f * height_ - zoom * (0.5f * (low[1] + high[1]) - centreY_);
+    focal_ *= zoom;
   }
   Vec const& eye() const { return eye_; }
 
  private:
-  float width_, height_, focal_ = 1;
+  float width_, height_, centreX_, centreY_, focal_ = 1;
   Vec eye_{}, right_{}, up_{}, back_{};
 };
 
@@ -231,7 +249,8 @@ void run(std::string const& in, std::string const& out) {
     }
   }
   constexpr int factor = 2, width = 1280, height = 720;
-  Camera const camera(min, max, width * factor, height * factor);
+  Camera camera(min, max, width * factor, height * factor);
+  camera.fit(mesh.vertices);
   Canvas canvas(width * factor, height * factor);
   for (auto const& t : mesh.triangles) {
     std::array<Vec, 3> corners, colours;

@@ -236,7 +236,7 @@ TEST_F(CommandTest, AnOpenMeshIsWrittenAndCodeFourUnlessAllowed) {
   Host::addLeafTiles(volume.layout(), {{0, 0, 0}, {5, 0, 0}, {0, 0, 5}, {5, 0, 5}});
   auto const distance = builder.channel<float>(volume, "distance", 0.f);
   distance.setBackgroundValue(0.5f);
-  setLeafValues<float>(distance, [](Float3 const& p) { return 0.1f * (p.y - 0.6f); });
+  fillCells<float>(distance, [](double, double y, double) { return 0.1 * (y - 0.6); });
   folder.write(builder.object(), 1);
   std::vector<std::string> arguments{"mesh", folder.path().str(), "--distance", "keep", "--json",
                                      "-o",   out("a.ply")};
@@ -305,8 +305,8 @@ TEST_F(CommandTest, InfoBoundsAreThoseOfActiveCells) {
   auto const volume = builder.voxels();
   Host::addLeafTiles(volume.layout(), {{0, 0, 0}});
   auto const density = builder.channel<float>(volume, "density", 0.f);
-  setLeafValues<float>(density, [](Float3 const& p) {
-    return p == Float3{0.5f, 1.5f, -0.5f} || p == Float3{1.5f, 1.5f, -0.5f} ? p.x : 0.f;
+  fillCells<float>(density, [](double x, double y, double z) {
+    return (x == 0.5 || x == 1.5) && y == 1.5 && z == -0.5 ? x : 0.;
   });
   folder.write(builder.object(), 1);
   auto const run = runCommand({"info", folder.path().str(), "--json"});

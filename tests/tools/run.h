@@ -18,9 +18,9 @@ struct Run {
 };
 
 struct RunOptions {
-  std::optional<std::size_t> fileSizeLimit;  ///< bytes that a file may have: a full disk
-  std::optional<uid_t> user;                 ///< run as this one; only root may
-  std::string standardOutput;                ///< a file to write it into, not captured then
+  std::optional<std::size_t> fileSizeLimit{};  ///< bytes that a file may have: a full disk
+  std::optional<uid_t> user{};                 ///< run as this one; only root may
+  std::string standardOutput{};                ///< a file to write it into, not captured then
   double seconds = 120;
 };
 

@@ -52,7 +52,7 @@ TEST_P(AnalyticSphere, IsClosedAndLiesWhereItShouldAtEverySubdivision) {
   auto const [centre, radius] = GetParam();
   CacheFolder const folder;
   ObjectBuilder const builder("ball");
-  builder.sphere(builder.voxels("volume", 1.f), radius, "distance", centre);
+  addSphere(builder.server(), builder.voxels("volume", 1.f), "distance", radius, centre);
   folder.write(builder.object(), 1);
   auto const out = folder.path().str() + "/ball.ply";
   for (auto const* subdivisions : {"0", "1", "3"}) {
