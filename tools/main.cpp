@@ -9,5 +9,7 @@ int main(int argc, char** argv) {
   Velmor::Tool::addSample(command);
   Velmor::Tool::addRender(command);
   Velmor::Tool::addSurface(command);
+  Velmor::Tool::addFilter(command);
+  Velmor::Tool::addMix(command);
   return command.run(argc, argv);
 }
