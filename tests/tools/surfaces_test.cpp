@@ -25,7 +25,9 @@ TEST_P(RealFile, EveryLevelSetGivesAClosedSurfaceOrNone) {
     EXPECT_EQ(result.openEdges, 0u);
     EXPECT_EQ(result.duplicates, 0u);
     EXPECT_EQ(result.notFinite, 0u);
-    if (result.mode != "rebuild") EXPECT_LE(result.farthest, 0.1);
+    if (result.mode != "rebuild") {
+      EXPECT_LE(result.farthest, 0.1);
+    }
   }
 }
 
