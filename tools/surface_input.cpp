@@ -28,12 +28,24 @@ void choose(FoundChannel const& channel, Host::DistanceMode mode,
 // Where the channel is that the user means, if the surface looked for it in the
 // wrong place: only a loaded object tells what it holds.
 std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::string const& name,
-                                      std::string const& subject,
+                                      Input const& input, Selection const& selection,
                                       Processing::SurfaceParameters const& parameters) {
-  if (surface.status() || !surface.voxels().valid()) return std::nullopt;
-  API::Object const object = surface.voxels().object();
-  auto const found =
-      name.empty() ? std::optional(defaultDistance(object, subject)) : findChannel(object, name);
+  if (surface.status()) return std::nullopt;
+  auto const search = [&](API::Object const& object) {
+    return name.empty() ? std::optional(defaultDistance(object, input.path()))
+                        : findChannel(object, name);
+  };
+  std::optional<FoundChannel> found;
+  if (surface.voxels().valid()) {
+    found = search(surface.voxels().object());
+  } else {
+    // Without the component that was looked for the surface knows of no object.
+    try {
+      found = search(input.load(selection));
+    } catch (Failure const&) {
+      return std::nullopt;  // the surface has said what is wrong
+    }
+  }
   if (found && found->component == parameters.voxel_component &&
       found->channel == parameters.distance_channel) {
     return std::nullopt;
@@ -53,7 +65,7 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
   auto& surface = loaded.surface;
   loaded.channel = {parameters.voxel_component.str(), channel.empty() ? "distance" : channel};
   for (std::optional<FoundChannel> next = loaded.channel; next;
-       next = elsewhere(*surface, channel, input.path(), parameters)) {
+       next = elsewhere(*surface, channel, input, selection, parameters)) {
     loaded.channel = *next;
     choose(loaded.channel, distance, parameters);
     // The one before goes first: it would take the new one's graph along.

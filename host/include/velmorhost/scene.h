@@ -83,6 +83,27 @@ VELMOR_EXPORT API::VoxelChannel copyChannel(API::VoxelChannel const& from,
 /// unless the channel holds floats and 0 < old background < `background`.
 VELMOR_EXPORT bool movePlateau(API::VoxelChannel const& channel, float background);
 
+/// The inactive coarse cells of a channel as they are now. A filter over all
+/// depths changes them too, and a file that had to keep the empty world with a
+/// value other than the background would be endless: `restore` takes them back.
+class VELMOR_EXPORT InactiveCells {
+ public:
+  explicit InactiveCells(API::VoxelChannel const& channel);
+  ~InactiveCells();
+  InactiveCells(InactiveCells const&) = delete;
+  InactiveCells& operator=(InactiveCells const&) = delete;
+
+  /// Gives the cells that were inactive, and those of coarse tiles that are new,
+  /// what they had; new tiles what their parents had there. Near the leaves of a
+  /// level set, in tiles of the three depths above them, they become plus or
+  /// minus the background, by the sign that they have now.
+  void restore() const;
+
+ private:
+  struct State;
+  State* state_;
+};
+
 /// Bytes of memory that a layout's tree and a channel's values occupy.
 VELMOR_EXPORT std::size_t memoryUse(API::Layout const& layout);
 VELMOR_EXPORT std::size_t memoryUse(API::Channel const& channel);

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+
+#include "levelset/lanes.h"
 
 namespace Velmor::Host {
 
@@ -21,21 +22,6 @@ constexpr float closest = 0.75f;
 constexpr float softness = 0.25f;  // of the crease where the two meet, in radii
 
 constexpr float farAway = 8.f;  // beyond the band
-
-Lanes load(float const* from) noexcept {
-  Lanes lanes;
-  std::memcpy(&lanes, from, sizeof lanes);
-  return lanes;
-}
-
-Lanes all(float value) noexcept { return Lanes{value, value, value, value}; }
-Lanes larger(Lanes a, Lanes b) noexcept { return a > b ? a : b; }
-Lanes smaller(Lanes a, Lanes b) noexcept { return a < b ? a : b; }
-float sum(Lanes a) noexcept { return (a[0] + a[1]) + (a[2] + a[3]); }
-float least(Lanes a) noexcept { return std::min(std::min(a[0], a[1]), std::min(a[2], a[3])); }
-
-// For runs whose length is no multiple of four: 0 in the lanes beyond the end.
-constexpr float keep[5][4] = {{0, 0, 0, 0}, {1, 0, 0, 0}, {1, 1, 0, 0}, {1, 1, 1, 0}, {1, 1, 1, 1}};
 
 /// Sums over the particles around a voxel. With u from the voxel to a particle
 /// and R the reach of its kernel: q = u²/R², weight w = (1 - q)³, and its gradient
@@ -173,9 +159,9 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
   region_.forRuns(at[0], at[1], at[2], region_.reach(), [&](std::size_t begin, std::size_t end) {
     sums.add<adaptive>(region_, squaredInverses_.data(), all(squaredInverse), at, begin, end);
   });
-  float const nearest = 2.f * std::sqrt(least(sums.q));  // in radii
-  float const w = sum(sums.w);
-  float const smallest = adaptive && w > 0.f ? sum(sums.wr) / w : nominal;
+  float const nearest = 2.f * std::sqrt(leastOf(sums.q));  // in radii
+  float const w = sumOf(sums.w);
+  float const smallest = adaptive && w > 0.f ? sumOf(sums.wr) / w : nominal;
   if (nearest * smallest > smallest + particles_->scale().margin) return;
 
   tile.known.set(cell);
@@ -186,15 +172,15 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
     return;
   }
   float const inverse = 1.f / w;
-  float const m[3] = {sum(sums.wu[0]) * inverse, sum(sums.wu[1]) * inverse,
-                      sum(sums.wu[2]) * inverse};
-  float const g[3] = {sum(sums.cu[0]), sum(sums.cu[1]), sum(sums.cu[2])};
+  float const m[3] = {sumOf(sums.wu[0]) * inverse, sumOf(sums.wu[1]) * inverse,
+                      sumOf(sums.wu[2]) * inverse};
+  float const g[3] = {sumOf(sums.cu[0]), sumOf(sums.cu[1]), sumOf(sums.cu[2])};
   float const length = std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
   float const r = smallest;
 
   // The gradient of the mean, row by row: d mean_a / d x_b.
   float t[6];
-  for (int a = 0; a < 6; ++a) t[a] = sum(sums.cuu[a]);
+  for (int a = 0; a < 6; ++a) t[a] = sumOf(sums.cuu[a]);
   float const j[3][3] = {{(t[0] - m[0] * g[0]) * inverse, (t[3] - m[0] * g[1]) * inverse,
                           (t[4] - m[0] * g[2]) * inverse},
                          {(t[3] - m[1] * g[0]) * inverse, (t[1] - m[1] * g[1]) * inverse,
@@ -218,7 +204,7 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
     float along = -m[b];
     for (int a = 0; a < 3; ++a) along += m[a] * j[a][b];
     gradient[b] = along / length;
-    if constexpr (adaptive) gradient[b] -= (sum(sums.cru[b]) - r * g[b]) * inverse;
+    if constexpr (adaptive) gradient[b] -= (sumOf(sums.cru[b]) - r * g[b]) * inverse;
   }
   tile.gx[c] = gradient[0];
   tile.gy[c] = gradient[1];

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "levelset/holes.h"
 #include "levelset/parallel.h"
 #include "levelset/redistance.h"
 
@@ -39,17 +40,24 @@ Construction::Construction(Particles& particles, TileGrid const& output,
                            API::LevelSetOptions const& options)
     : particles_(&particles), blend_(particles), field_(output) {
   if (options.surfaceRadius > 0.f) addBulkTiles();
-  auto const droplets = addDropletTiles();
+  addDropletTiles();
   sortParticlesAround();
 
   tbb::enumerable_thread_specific<Blend> blends([this] { return Blend(*particles_); });
   forEach(field_.count(), [&](std::size_t t) {
-    static std::vector<std::uint32_t> const none;
     auto& tile = field_.tile(t);
-    blends.local().evaluate(tile, output.voxel(tile.place),
-                            t < droplets.size() ? droplets[t] : none);
+    blends.local().evaluate(tile, output.voxel(tile.place), dropletsAt(tile.place));
   });
-  redistance(field_, [this](TilePlace const& place) { return insideAt(place); });
+  InsideAt const inside = [this](TilePlace const& place) { return insideAt(place); };
+  double const voxelSize = particles.voxelSize() / options.resolutionFactor;
+  closeHoles(field_, inside, options.maxVolumeOfHolesToClose / std::pow(voxelSize, 3), filled_);
+  redistance(field_, inside);
+}
+
+std::vector<std::uint32_t> const& Construction::dropletsAt(TilePlace const& place) const noexcept {
+  static std::vector<std::uint32_t> const none;
+  auto const t = static_cast<std::size_t>(field_.number(place));  // huge for no tile
+  return t < droplets_.size() ? droplets_[t] : none;
 }
 
 // The tiles of the output near particles, but for those deep inside.
@@ -84,12 +92,11 @@ void Construction::addBulkTiles() {
 }
 
 // The droplets that reach into each tile of the field.
-Construction::DropletLists Construction::addDropletTiles() {
+void Construction::addDropletTiles() {
   auto const& droplets = particles_->droplets();
-  DropletLists lists(droplets.empty() ? 0 : field_.count());
   for (std::size_t d = 0; d < droplets.size(); ++d) {
     if (!(droplets[d].radius > 0.f)) continue;
-    double const reach = double{droplets[d].radius} + particles_->scale().margin;
+    double const reach = Region::reachOf(droplets[d].radius, particles_->scale().margin);
     auto const& c = droplets[d].centre;
     double const low[3] = {c.x - reach, c.y - reach, c.z - reach};
     double const high[3] = {c.x + reach, c.y + reach, c.z + reach};
@@ -99,11 +106,10 @@ Construction::DropletLists Construction::addDropletTiles() {
       field_.add(place);
       auto const t = field_.number(place);
       if (t < 0) return;
-      lists.resize(field_.count());
-      lists[static_cast<std::size_t>(t)].push_back(static_cast<std::uint32_t>(d));
+      droplets_.resize(field_.count());
+      droplets_[static_cast<std::size_t>(t)].push_back(static_cast<std::uint32_t>(d));
     });
   }
-  return lists;
 }
 
 // Those that sums in the field's tiles run over.
@@ -127,6 +133,7 @@ void Construction::sortParticlesAround() {
 }
 
 bool Construction::insideAt(TilePlace const& place) const noexcept {
+  if (filled_.find(place) >= 0) return true;
   if (!(particles_->scale().surfaceRadius > 0.f)) return false;
   auto const voxel = field_.grid().voxel(place);
   auto const centre = [this](std::int32_t a) {

@@ -19,18 +19,20 @@ class Construction {
   Field const& field() const noexcept { return field_; }
   /// Of a leaf tile's place without a tile in the field.
   bool insideAt(TilePlace const& place) const noexcept;
+  /// The droplets near a place, by their numbers.
+  std::vector<std::uint32_t> const& dropletsAt(TilePlace const& place) const noexcept;
+  /// Sorts the particles around the whole field, not just around what was summed up.
+  void sortParticlesAround();
 
  private:
-  using DropletLists = std::vector<std::vector<std::uint32_t>>;
-
   void addBulkTiles();
-  DropletLists addDropletTiles();
-  void sortParticlesAround();
+  void addDropletTiles();
 
   Particles* particles_;
   Blend blend_;
   Field field_;
-  TileMap filled_;  // places in closed holes
+  std::vector<std::vector<std::uint32_t>> droplets_;  // by tile of the field, as far as it goes
+  TileMap filled_;                                    // places in closed holes
 };
 
 }  // namespace Velmor::Host

@@ -7,6 +7,7 @@
 
 #include "core/channel_item.h"
 #include "core/workers.h"
+#include "levelset/carry.h"
 #include "levelset/construction.h"
 #include "levelset/parallel.h"
 #include "levelset/redistance.h"
@@ -26,11 +27,7 @@ struct Channels {
   PointChannelItem* position = nullptr;
   PointChannelItem* droplet = nullptr;  // or null
   VoxelChannelItem* distance = nullptr;
-  struct Pair {
-    PointChannelItem* input;
-    VoxelChannelItem* output;
-  };
-  std::vector<Pair> carried;
+  std::vector<Host::CarriedChannel> carried;
 };
 
 /// The newest channel of a partial path; an invalid handle if there is none.
@@ -196,10 +193,13 @@ void build(LevelSetOptions const& options, Channels const& channels) {
                                               "' whose positions are not finite or too far away");
   }
   auto& layout = channels.distance->layout();
-  Host::Construction const construction(particles, Host::TileGrid(layout), options);
+  Host::Construction construction(particles, Host::TileGrid(layout), options);
   float const voxelSize = static_cast<float>(double{channels.position->layout().voxelScale()} /
                                              options.resolutionFactor);
   storeDistance(construction, *channels.distance, voxelSize);
+  if (channels.carried.empty()) return;
+  construction.sortParticlesAround();
+  Host::carry(particles, construction, channels.carried);
 }
 
 }  // namespace

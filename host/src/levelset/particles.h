@@ -62,6 +62,8 @@ class Particles {
   std::vector<std::uint32_t> const& dropletIndices() const noexcept { return dropletIndices_; }
   /// Positions that are no numbers or lie outside the root.
   std::size_t leftOut() const noexcept { return leftOut_; }
+  /// Of the points' layout, in world units.
+  double voxelSize() const noexcept { return voxelSize_; }
   float largestRadius() const noexcept { return largestRadius_; }
   bool adaptive() const noexcept { return adaptive_; }
 
@@ -99,6 +101,7 @@ class Particles {
   std::size_t count_;
   float const* dropletValues_;
   float threshold_;
+  double voxelSize_;
   Scale scale_;
   bool adaptive_;
   float largestRadius_;

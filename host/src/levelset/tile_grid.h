@@ -9,10 +9,6 @@
 
 namespace Velmor::Host {
 
-/// Floats of one value each for four points, so that sums over points have the
-/// same four partial sums on every processor.
-using Lanes = float __attribute__((vector_size(16)));
-
 /// Rounds a number down that is known to fit an integer.
 inline std::int32_t floorOf(float a) noexcept {
   auto const down = static_cast<std::int32_t>(a);

@@ -1,0 +1,293 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "processing/surface.h"
+#include "readers/particles.h"
+#include "support/cache_folder.h"
+#include "support/object_builder.h"
+#include "tools/run.h"
+
+namespace Velmor::Test {
+namespace {
+
+using Json = nlohmann::json;
+
+// A ball of particles two to the voxel's edge, as text.
+std::string ball(double radius, double shift = 0.) {
+  std::string text = "x,y,z,vx,vy,vz,heat\n";
+  int const n = static_cast<int>(radius / 0.05) + 1;
+  for (int k = -n; k <= n; ++k) {
+    for (int j = -n; j <= n; ++j) {
+      for (int i = -n; i <= n; ++i) {
+        double const x = 0.05 * i, y = 0.05 * j, z = 0.05 * k;
+        if (x * x + y * y + z * z > radius * radius) continue;
+        for (double const value : {x + shift, y, z, 1., 2., 3.})
+          text += std::to_string(value) + ",";
+        text += "5\n";
+      }
+    }
+  }
+  return text;
+}
+
+class SequenceTest : public testing::Test {
+ protected:
+  std::string at(std::string const& name) const { return folder_.path().str() + "/" + name; }
+
+  Velmor::Test::Run import(std::vector<std::string> more = {}) const {
+    more.insert(more.begin(),
+                {"import", at("p.####.csv"), "--object", "water", "--cache", at("cache")});
+    return runCommand(more);
+  }
+  Velmor::Test::Run surface(std::vector<std::string> more) const {
+    more.insert(more.begin(),
+                {"surface", at("cache"), "--object", "water", "--render-component", "Particle"});
+    return runCommand(more);
+  }
+  void writeBalls(int frames) const {
+    for (int f = 1; f <= frames; ++f) {
+      writeFile(at("p.000" + std::to_string(f) + ".csv"), ball(0.5, 0.01 * f));
+    }
+  }
+  // The bytes of all files of a name with '#' for the frames 1 to `frames`.
+  std::vector<std::string> bytes(std::string const& stem, int frames) const {
+    std::vector<std::string> all;
+    for (int f = 1; f <= frames; ++f)
+      all.push_back(readFile(at(stem + std::to_string(f) + ".ply")));
+    return all;
+  }
+
+  CacheFolder const folder_;
+};
+
+TEST_F(SequenceTest, ImportMeasuresOneVoxelSizeForAllFrames) {
+  writeBalls(2);
+  auto const run = import({"--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const report = Json::parse(run.out);
+  EXPECT_NEAR(report["voxel_size"].get<double>(), 0.1, 0.01);
+  EXPECT_EQ(report["frames"].size(), 2u);
+  EXPECT_EQ(namesIn(at("cache/water")),
+            (std::vector<std::string>{"water.0001.vdb", "water.0002.vdb"}));
+  EXPECT_EQ(report["frames"][0]["channels"], (Json{"velocity", "heat"}));
+}
+
+TEST_F(SequenceTest, PositionsThatAreNoNumbersAreCountedAndLeftOut) {
+  writeFile(at("p.0001.csv"), "x,y,z\n0,0,0\nnan,0,0\n0,inf,0\n0.1,0,0\n");
+  auto const run = import({"--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_EQ(Json::parse(run.out)["frames"][0]["not_finite"], 2);
+  EXPECT_NE(run.err.find("2 of 4 particles left out"), std::string::npos) << run.err;
+}
+
+TEST_F(SequenceTest, FarOutParticlesKeepTheirShapeAndPlace) {
+  writeFile(at("p.0001.csv"), ball(0.5, 5e5));
+  ASSERT_EQ(import().exit, 0);
+  auto const run = surface({"--mesh", at("m.ply"), "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const mesh = Tool::readParticles(at("m.ply"));
+  double low = 1e30, high = -1e30;
+  for (std::size_t p = 0; p < mesh.count(); ++p) {
+    low = std::min(low, mesh.positions[3 * p]);
+    high = std::max(high, mesh.positions[3 * p]);
+  }
+  EXPECT_NEAR(0.5 * (low + high), 5e5, 0.02);
+  EXPECT_NEAR(high - low, 1.18, 0.08);  // the particles' ball grown by 0.9 voxels
+}
+
+TEST_F(SequenceTest, EmptyFramesAndSingleParticlesAreNoErrors) {
+  writeFile(at("p.0001.csv"), "x,y,z\n");
+  writeFile(at("p.0002.csv"), "x,y,z\n1,2,3\n");
+  writeFile(at("p.0003.csv"), "x,y,z\n1,2,3\n1,2,3\n1,2,3\n");
+  ASSERT_EQ(import().exit, 0);
+  auto const run = surface({"--mesh", at("m.#.ply"), "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const frames = Json::parse(run.out)["frames"];
+  EXPECT_EQ(frames[0]["triangles"], 0);
+  EXPECT_GT(frames[1]["triangles"].get<int>(), 10);
+  EXPECT_GT(frames[2]["triangles"].get<int>(), 10);
+}
+
+TEST_F(SequenceTest, AFailedFrameDoesNotStopTheOthers) {
+  writeBalls(3);
+  ASSERT_EQ(import().exit, 0);
+  writeFile(at("cache/water/water.0002.vdb"), "rubbish");
+  auto const run = surface({"--frames", "1-4", "--mesh", at("m.#.ply"), "--json"});
+  EXPECT_EQ(run.exit, 6);
+  auto const report = Json::parse(run.out);
+  EXPECT_EQ(report["failed_frames"], (Json{2, 4}));
+  EXPECT_NE(run.err.find("frame 4: "), std::string::npos);
+  EXPECT_NE(run.err.find("2 of 4 frames failed: 2, 4"), std::string::npos) << run.err;
+  EXPECT_TRUE(std::filesystem::exists(at("m.1.ply")));
+  EXPECT_TRUE(std::filesystem::exists(at("m.3.ply")));
+  EXPECT_FALSE(std::filesystem::exists(at("m.2.ply")));
+}
+
+TEST_F(SequenceTest, JobsAndThreadsDoNotChangeAByte) {
+  writeBalls(4);
+  ASSERT_EQ(import().exit, 0);
+  std::vector<std::vector<std::string>> all;
+  for (auto const* jobs : {"1", "4"}) {
+    ASSERT_EQ(
+        surface({"--jobs", jobs, "--threads", jobs, "--mesh", at("m.#.ply"), "--normals"}).exit, 0);
+    all.push_back(bytes("m.", 4));
+  }
+  EXPECT_EQ(all[0], all[1]);
+}
+
+TEST_F(SequenceTest, ExistingFramesAreSkippedOnRequest) {
+  writeBalls(2);
+  ASSERT_EQ(import().exit, 0);
+  writeFile(at("m.1.ply"), "mine");
+  auto const run = surface({"--mesh", at("m.#.ply"), "--skip-existing", "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_EQ(Json::parse(run.out)["frames"][0]["state"], "skipped");
+  EXPECT_EQ(readFile(at("m.1.ply")), "mine");
+  EXPECT_TRUE(std::filesystem::exists(at("m.2.ply")));
+}
+
+TEST_F(SequenceTest, AttributesAndNormalsReachTheVertices) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  ObjectBuilder const drop("drop");
+  auto const volume = drop.voxels();
+  drop.sphere(volume, 8.f);
+  // Everywhere the background: nothing for the file to spell out.
+  drop.channel<Float3>(volume, "velocity", {0.f, 0.f, 0.f})
+      .setBackgroundValue(Float3(1.f, 2.f, 3.f));
+  drop.channel<float>(volume, "heat", 0.f).setBackgroundValue(5.f);
+  folder_.writeTo(drop.object(), at("drop/drop.0001.vdb"));
+  auto const run = runCommand({"surface", at("drop"), "--mesh", at("m.ply"), "--attributes",
+                               "velocity,heat", "--normals", "--fps", "2"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const mesh = Tool::readParticles(at("m.ply"));
+  auto const* const velocity = mesh.find("velocity");
+  auto const* const normal = mesh.find("n");
+  auto const* const heat = mesh.find("heat");
+  ASSERT_TRUE(velocity != nullptr && normal != nullptr && heat != nullptr);
+  for (std::size_t v = 0; v < mesh.count(); ++v) {
+    EXPECT_NEAR(velocity->values[3 * v + 1], 1., 1e-5);  // per frame, of which there are two
+    EXPECT_NEAR(heat->values[v], 5., 1e-5);
+    // Outwards from the ball's centre.
+    double out = 0., length = 0.;
+    for (std::size_t a = 0; a < 3; ++a) {
+      double const d = mesh.positions[3 * v + a];
+      out += d * normal->values[3 * v + a];
+      length += d * d;
+    }
+    EXPECT_GT(out, 0.8 * std::sqrt(length));
+  }
+  ASSERT_EQ(surface({"--mesh", at("m.obj"), "--normals"}).exit, 0);
+  EXPECT_NE(readFile(at("m.obj")).find("\nvn "), std::string::npos);
+  auto const stl = surface({"--mesh", at("m.stl"), "--normals"});
+  EXPECT_NE(stl.err.find("STL holds no normals"), std::string::npos) << stl.err;
+  auto const unknown = surface({"--mesh", at("n.ply"), "--attributes", "velocty"});
+  EXPECT_NE(unknown.err.find("did you mean 'velocity'?"), std::string::npos) << unknown.err;
+}
+
+TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  writeFile(at("p.json"), R"({"levelset_surface_radius": 2, "enable_ocean_blending": false,
+                              "clip_bbox": {"min": [-1, -1, -1], "max": [1, 1, 1]}})");
+  auto const thick = surface({"--params", at("p.json"), "--mesh", at("m.ply"), "--json"});
+  ASSERT_EQ(thick.exit, 0) << thick.err;
+  EXPECT_NE(Json::parse(thick.out)["parameters"].get<std::string>().find("surface_radius = 2\n"),
+            std::string::npos);
+  auto const thin = surface({"--params", at("p.json"), "--levelset_surface_radius", "1", "--mesh",
+                             at("m.ply"), "--json"});
+  EXPECT_NE(Json::parse(thin.out)["parameters"].get<std::string>().find("surface_radius = 1\n"),
+            std::string::npos);
+  writeFile(at("bad.json"), R"({"smoth": 1})");
+  auto const bad = surface({"--params", at("bad.json"), "--mesh", at("m.ply")});
+  EXPECT_EQ(bad.exit, 2);
+  EXPECT_NE(bad.err.find("did you mean 'smooth'?"), std::string::npos) << bad.err;
+  EXPECT_EQ(surface({"--smooth", "much", "--mesh", at("m.ply")}).exit, 2);
+  EXPECT_NE(surface({"--smoth", "1", "--mesh", at("m.ply")}).err.find("did you mean '--smooth'?"),
+            std::string::npos);
+}
+
+TEST_F(SequenceTest, WrongUsageIsToldBeforeAnyWork) {
+  writeBalls(2);
+  ASSERT_EQ(import().exit, 0);
+  EXPECT_EQ(surface({}).exit, 2);
+  EXPECT_EQ(surface({"--mesh", at("m.ply")}).exit, 2);  // two frames, one name
+  EXPECT_EQ(surface({"--frames", "1-", "--mesh", at("m.#.ply")}).exit, 2);
+  EXPECT_EQ(surface({"--mesh", at("m.#.fbx")}).exit, 2);
+  EXPECT_EQ(surface({"--mesh", at("none/m.#.ply")}).exit, 5);
+  EXPECT_EQ(runCommand({"import", at("p.####.csv"), "--object", "a/b", "--cache", at("c")}).exit,
+            2);
+  EXPECT_EQ(runCommand({"import", at("q.####.csv"), "--object", "a", "--cache", at("c")}).exit, 3);
+  EXPECT_EQ(runCommand({"import", at("q.csv"), "--object", "a", "--cache", at("c")}).exit, 3);
+}
+
+TEST_F(SequenceTest, WrittenLevelSetsMeshAlike) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const made = surface({"--mesh", at("m.ply"), "--vdb", at("s.vdb"), "--json"});
+  ASSERT_EQ(made.exit, 0) << made.err;
+  auto const again = runCommand({"mesh", at("s.vdb"), "-o", at("n.ply"), "--json"});
+  ASSERT_EQ(again.exit, 0) << again.err;
+  EXPECT_EQ(Json::parse(made.out)["frames"][0]["triangles"], Json::parse(again.out)["triangles"]);
+}
+
+// What each key changes, as far as the summary of a frame shows it.
+TEST_F(SequenceTest, KeysOfTheSurfaceHaveEffects) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const meshWith = [this](std::vector<std::string> const& more) {
+    std::vector<std::string> arguments{"--mesh", at("m.ply"), "--allow-open", "--quiet"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    auto const run = surface(arguments);
+    EXPECT_EQ(run.exit, 0) << run.err;
+    return readFile(at("m.ply"));
+  };
+  auto const plain = meshWith({});
+  for (auto const& change : std::vector<std::vector<std::string>>{
+           {"--space-scale", "2"},
+           {"--clip", "true", "--clip-bbox", "-1,-1,-1,0,1,1"},
+           {"--levelset-resolution-factor", "1.5"},
+           {"--levelset-surface-radius", "1.8"},
+           {"--dilate", "0.05"},
+           {"--erode", "0.05"},
+           {"--smooth", "0.5"},
+           {"--smooth", "0.5", "--smooth-iterations", "3"},
+           {"--smooth", "0.5", "--smooth-mode", "Curvature"},
+           {"--enable-ocean-blending", "true", "--ocean-blending-dimension", "3,3"}}) {
+    EXPECT_TRUE(meshWith(change) != plain) << change[0];
+  }
+}
+
+// Shapes on one folder share the graph of its path; one that goes takes the
+// graph along, and the others must not mind.
+TEST_F(SequenceTest, ShapesOnSeveralThreadsDoNotDisturbEachOther) {
+  writeBalls(4);
+  ASSERT_EQ(import().exit, 0);
+  std::array<std::string, 8> errors;
+  std::vector<std::thread> threads;
+  for (std::size_t t = 0; t < errors.size(); ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 3; ++round) {
+        Processing::SurfaceParameters parameters;
+        parameters.cache_folder = at("cache");
+        parameters.object = "frame=" + std::to_string(t % 4 + 1) + ", name=\"water\"";
+        parameters.voxel_component = "";
+        parameters.render_component = Processing::SurfaceParameters::Particle;
+        Processing::Surface const surface(parameters);
+        if (!surface.status()) errors[t] += surface.status().error().str();
+        if (!surface.accel().valid()) errors[t] += "no surface";
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (auto const& error : errors) EXPECT_EQ(error, "");
+}
+
+}  // namespace
+}  // namespace Velmor::Test
