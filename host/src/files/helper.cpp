@@ -208,7 +208,7 @@ std::string HelperRun::outcome() const {
     case Helper::badRequest:
       return "the helper is of another version";
     case Helper::outOfMemory:
-      return "the helper ran out of memory";
+      return "the helper needs more memory than its limit";
     default:
       return "the helper failed with code " + std::to_string(WEXITSTATUS(status_));
   }

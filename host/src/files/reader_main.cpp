@@ -1,6 +1,6 @@
 // The helper program: decodes one `.vdb` file where a crash hurts nobody.
 
-#include <sys/mman.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -33,6 +33,41 @@ void limit(int resource, rlim_t value) {
   ::setrlimit(static_cast<__rlimit_resource>(resource), &both);
 }
 
+unsigned long addressLimit = 0;  // in bytes; 0: none
+
+/// Pages of address space in use; safe in a signal handler.
+unsigned long pagesInUse() {
+  char text[32] = {};
+  int const file = ::open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  auto const got = ::read(file, text, sizeof text - 1);
+  unsigned long pages = 0;
+  for (int n = 0; n < got && text[n] >= '0' && text[n] <= '9'; ++n) {
+    pages = pages * 10 + static_cast<unsigned long>(text[n] - '0');
+  }
+  return pages;
+}
+
+/// The decompressors that OpenVDB uses do not look at what `malloc` gives them:
+/// a crash close to the limit is a lack of memory.
+void onCrash(int signal) {
+  constexpr unsigned long pageSize = 4096;
+  if (addressLimit != 0 && pagesInUse() * pageSize > addressLimit / 10 * 9) {
+    ::_exit(Helper::outOfMemory);
+  }
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+void watchCrashes() {
+  static char stack[1 << 16];  // the usual one may be what overflowed
+  stack_t const other{stack, 0, sizeof stack};
+  ::sigaltstack(&other, nullptr);
+  struct sigaction action {};
+  action.sa_handler = &onCrash;
+  action.sa_flags = SA_ONSTACK | SA_NODEFER;
+  for (int const signal : {SIGSEGV, SIGBUS, SIGABRT}) ::sigaction(signal, &action, nullptr);
+}
+
 bool takeRequest(ReadRequest& request) {
   struct stat info {};
   if (::fstat(Helper::memory, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0) {
@@ -45,6 +80,18 @@ bool takeRequest(ReadRequest& request) {
 
 }  // namespace
 
+// OpenVDB leaves its trees in no state to be destroyed when memory runs out
+// while it reads. What asks for a little and does not get it is the end;
+// sizes that only a damaged file can want are failures of their grid.
+void* operator new(std::size_t size) {
+  constexpr std::size_t absurd = std::size_t{64} << 20;
+  if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
+  if (size < absurd) std::_Exit(Helper::outOfMemory);
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
 int main(int count, char** arguments) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   ReadRequest request;
@@ -55,7 +102,11 @@ int main(int count, char** arguments) {
   // The parent may have died before it could be watched.
   if (::getppid() != static_cast<pid_t>(std::strtol(arguments[1], nullptr, 10))) return 1;
   limit(RLIMIT_CORE, 0);
-  if (limited && request.memoryLimit != 0) limit(RLIMIT_AS, request.memoryLimit);
+  if (limited && request.memoryLimit != 0) {
+    addressLimit = request.memoryLimit;
+    limit(RLIMIT_AS, request.memoryLimit);
+    watchCrashes();
+  }
   try {
     ImageBuilder image(Helper::memory, request.memoryLimit / 2);
     decode(request, image);

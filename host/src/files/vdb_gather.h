@@ -28,11 +28,11 @@ class VoxelDecoder {
     std::memcpy(channel_.background, &background, sizeof background);
     listRoot();
     auto const origin = job_.shape.rootOrigin();
-    std::vector<API::TileCoord> tiles{{origin, origin, origin}};
-    for (int level = 0; level + 1 < job_.shape.depth && !tiles.empty(); ++level) {
-      tiles = coarseLevel(level, tiles);
-    }
-    if (!tiles.empty()) leafLevels(tiles);
+    levels_[0].tiles = {{{origin, origin, origin}, 0, 0}};
+    for (int level = 0; level + 1 < job_.shape.depth; ++level) coarseLevel(level);
+    leafLevels();
+    for (int level = job_.shape.depth - 1; level > 0; --level) foldPlainTiles(level);
+    for (int level = 0; level < job_.shape.depth; ++level) listTiles(level);
   }
 
  private:
@@ -175,34 +175,48 @@ class VoxelDecoder {
     return Convert{}(accessor.getValue(box.min() + half));
   }
 
-  template <class T>
-  T* allocateLevel(int level, std::uint64_t tiles, std::uint64_t slots, std::uint64_t*& masks) {
-    auto& record = channel_.levels[level];
-    auto* const values = job_.image.template allocate<T>(slots, record.values);
-    masks = reinterpret_cast<std::uint64_t*>(job_.image.allocateBytes(slots, 16, record.masks));
-    job_.image.template allocate<API::TileCoord>(tiles, record.coords);
-    job_.image.template allocate<std::uint32_t>(tiles, record.slots);
-    return values;
+  /// A tile of a level above the leaves, and where it hangs.
+  struct Tile {
+    API::TileCoord coord;
+    std::uint32_t parent;
+    int cell;
+  };
+  struct Level {
+    std::vector<Tile> tiles;
+    std::vector<CellMask> children;
+    std::vector<bool> folded;
+    Block* blocks = nullptr;
+    std::uint64_t* masks = nullptr;  // two words per block
+  };
+
+  static void setBit(std::uint64_t* words, int bit) {
+    words[bit >> 6] |= std::uint64_t{1} << (bit & 63);
   }
-  API::TileCoord* coordsOf(int level) const {
-    return reinterpret_cast<API::TileCoord*>(job_.image.at(channel_.levels[level].coords));
-  }
-  std::uint32_t* slotsOf(int level) const {
-    return reinterpret_cast<std::uint32_t*>(job_.image.at(channel_.levels[level].slots));
+  static void clearBit(CellMask& mask, int bit) {
+    mask.words[static_cast<std::size_t>(bit >> 6)] &= ~(std::uint64_t{1} << (bit & 63));
   }
 
-  /// Fills the blocks of a level above the two finest; returns the tiles below it.
-  std::vector<API::TileCoord> coarseLevel(int level, std::vector<API::TileCoord> const& tiles) {
-    std::uint64_t* masks = nullptr;
-    auto* const blocks = allocateLevel<Block>(level, tiles.size(), tiles.size(), masks);
+  void allocateBlocks(int level) {
+    auto& here = levels_[static_cast<std::size_t>(level)];
+    auto& record = channel_.levels[level];
+    auto const count = here.tiles.size();
+    here.blocks = job_.image.template allocate<Block>(count, record.values);
+    here.masks =
+        reinterpret_cast<std::uint64_t*>(job_.image.allocateBytes(count, 16, record.masks));
+    here.children.resize(count);
+    here.folded.resize(count);
+  }
+
+  /// Fills the blocks of a level above the two finest and lists the tiles below.
+  void coarseLevel(int level) {
+    allocateBlocks(level);
+    auto& here = levels_[static_cast<std::size_t>(level)];
     auto const extent = job_.shape.cellExtent(level);
-    std::vector<CellMask> mixed(tiles.size());
-    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+    tbb::parallel_for(std::size_t{0}, here.tiles.size(), [&](std::size_t t) {
       Accessor accessor(tree_);
-      CellMask active;
       for (int c = 0; c < cells; ++c) {
-        auto const box = cellBox(tiles[t], c, extent);
-        auto& value = blocks[t].values[c];
+        auto const box = cellBox(here.tiles[t].coord, c, extent);
+        auto& value = here.blocks[t].values[c];
         if (clipped(box)) {
           value = leftOut(accessor, box);
           continue;
@@ -210,30 +224,54 @@ class VoxelDecoder {
         Uniform found;
         if (uniform(box, found)) {
           value = Convert{}(found.value);
-          if (found.active) active.set(c);
+          if (found.active) setBit(here.masks + 2 * t, c);
         } else {
-          mixed[t].set(c);
+          here.children[t].set(c);
         }
       }
-      std::copy(active.words.begin(), active.words.end(), masks + 2 * t);
     });
-    std::copy(tiles.begin(), tiles.end(), coordsOf(level));
     std::uint64_t count = 0;
-    for (std::size_t t = 0; t < tiles.size(); ++t) {
-      slotsOf(level)[t] = static_cast<std::uint32_t>(t);
-      count += population(mixed[t]);
-    }
+    for (auto const& children : here.children) count += population(children);
     if (count > job_.image.room() / sizeof(Block)) throw ImageFull{};
-    std::vector<API::TileCoord> below;
+    auto& below = levels_[static_cast<std::size_t>(level) + 1].tiles;
     below.reserve(count);
-    for (std::size_t t = 0; t < tiles.size(); ++t) {
+    for (std::size_t t = 0; t < here.tiles.size(); ++t) {
       for (int c = 0; c < cells; ++c) {
-        if (!mixed[t].test(c)) continue;
-        auto const lo = cellBox(tiles[t], c, extent).min();
-        below.push_back({lo.x(), lo.y(), lo.z()});
+        if (!here.children[t].test(c)) continue;
+        auto const lo = cellBox(here.tiles[t].coord, c, extent).min();
+        below.push_back({{lo.x(), lo.y(), lo.z()}, static_cast<std::uint32_t>(t), c});
       }
     }
-    return below;
+  }
+
+  /// Turns tiles of one value back into a cell: where a leaf of the tree only
+  /// touches a cell, the cell was refined to no end.
+  void foldPlainTiles(int level) {
+    auto& here = levels_[static_cast<std::size_t>(level)];
+    auto& above = levels_[static_cast<std::size_t>(level) - 1];
+    for (std::size_t t = 0; t < here.tiles.size(); ++t) {
+      auto const* const mask = here.masks + 2 * t;
+      if (population(here.children[t]) != 0 || !allEqual(here.blocks[t].values, mask)) continue;
+      auto const [coord, parent, cell] = here.tiles[t];
+      here.folded[t] = true;
+      above.blocks[parent].values[cell] = here.blocks[t].values[0];
+      if (mask[0] != 0) setBit(above.masks + std::size_t{2} * parent, cell);
+      clearBit(above.children[parent], cell);
+    }
+  }
+
+  void listTiles(int level) {
+    auto const& here = levels_[static_cast<std::size_t>(level)];
+    auto& record = channel_.levels[level];
+    auto const count =
+        static_cast<std::uint64_t>(std::count(here.folded.begin(), here.folded.end(), false));
+    auto* coords = job_.image.template allocate<API::TileCoord>(count, record.coords);
+    auto* slots = job_.image.template allocate<std::uint32_t>(count, record.slots);
+    for (std::size_t t = 0; t < here.tiles.size(); ++t) {
+      if (here.folded[t]) continue;
+      *coords++ = here.tiles[t].coord;
+      *slots++ = static_cast<std::uint32_t>(t);
+    }
   }
 
   static unsigned population(CellMask const& mask) {
@@ -334,74 +372,67 @@ class VoxelDecoder {
   }
 
   /// Fills the last level of coarse cells and the leaves below them.
-  void leafLevels(std::vector<API::TileCoord> const& tiles) {
+  void leafLevels() {
     auto const level = job_.shape.depth - 1;
-    std::uint64_t* masks = nullptr;
-    auto* const blocks = allocateLevel<Block>(level, tiles.size(), tiles.size(), masks);
-    std::vector<CellMask> open(tiles.size());
-    std::vector<std::uint64_t> first(tiles.size() + 1, 0);
-    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+    allocateBlocks(level);
+    auto& here = levels_[static_cast<std::size_t>(level)];
+    auto const count = here.tiles.size();
+    std::vector<std::uint64_t> first(count + 1, 0);
+    tbb::parallel_for(std::size_t{0}, count, [&](std::size_t t) {
       Accessor accessor(tree_);
-      Neighbourhood const around(accessor, tiles[t]);
-      CellMask active;
+      Neighbourhood const around(accessor, here.tiles[t].coord);
       for (int c = 0; c < cells; ++c) {
-        auto const box = cellBox(tiles[t], c, width);
-        auto& value = blocks[t].values[c];
+        auto const box = cellBox(here.tiles[t].coord, c, width);
+        auto& value = here.blocks[t].values[c];
         Uniform found;
         if (clipped(box)) {
           value = leftOut(accessor, box);
         } else if (unclear(around, box, found)) {
-          open[t].set(c);
+          here.children[t].set(c);
         } else {
           value = Convert{}(found.value);
-          if (found.active) active.set(c);
+          if (found.active) setBit(here.masks + 2 * t, c);
         }
       }
-      std::copy(active.words.begin(), active.words.end(), masks + 2 * t);
-      first[t + 1] = population(open[t]);
+      first[t + 1] = population(here.children[t]);
     });
-    for (std::size_t t = 0; t < tiles.size(); ++t) first[t + 1] += first[t];
-    std::copy(tiles.begin(), tiles.end(), coordsOf(level));
-    for (std::size_t t = 0; t < tiles.size(); ++t)
-      slotsOf(level)[t] = static_cast<std::uint32_t>(t);
+    for (std::size_t t = 0; t < count; ++t) first[t + 1] += first[t];
 
     // Slots for all that may become leaves; a run of them per tile is filled
     // from its start, so that what stays unused is mostly whole pages.
-    auto const leafLevel = job_.shape.depth;
-    auto& record = channel_.levels[leafLevel];
+    auto& record = channel_.levels[job_.shape.depth];
     auto* const leaves = job_.image.template allocate<Block>(first.back(), record.values);
     auto* const leafMasks =
         reinterpret_cast<std::uint64_t*>(job_.image.allocateBytes(first.back(), 16, record.masks));
-    std::vector<std::uint64_t> kept(tiles.size() + 1, 0);
-    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+    std::vector<std::uint64_t> kept(count + 1, 0);
+    tbb::parallel_for(std::size_t{0}, count, [&](std::size_t t) {
       Accessor accessor(tree_);
-      Neighbourhood const around(accessor, tiles[t]);
+      Neighbourhood const around(accessor, here.tiles[t].coord);
       auto slot = first[t];
       for (int c = 0; c < cells; ++c) {
-        if (!open[t].test(c)) continue;
+        if (!here.children[t].test(c)) continue;
         auto* const values = leaves[slot].values;
         auto* const mask = leafMasks + 2 * slot;
-        gather(around, cellBox(tiles[t], c, width).min(), values, mask);
-        blocks[t].values[c] = values[centre];
-        if (allEqual(values, mask)) {
-          open[t].words[static_cast<std::size_t>(c >> 6)] &= ~(std::uint64_t{1} << (c & 63));
-          if (mask[0] != 0)
-            masks[2 * t + static_cast<std::size_t>(c >> 6)] |= std::uint64_t{1} << (c & 63);
-        } else {
+        gather(around, cellBox(here.tiles[t].coord, c, width).min(), values, mask);
+        here.blocks[t].values[c] = values[centre];
+        if (!allEqual(values, mask)) {
           ++slot;
+          continue;
         }
+        clearBit(here.children[t], c);
+        if (mask[0] != 0) setBit(here.masks + 2 * t, c);
       }
       kept[t + 1] = slot - first[t];
     });
-    for (std::size_t t = 0; t < tiles.size(); ++t) kept[t + 1] += kept[t];
+    for (std::size_t t = 0; t < count; ++t) kept[t + 1] += kept[t];
     auto* const coords = job_.image.template allocate<API::TileCoord>(kept.back(), record.coords);
     auto* const slots = job_.image.template allocate<std::uint32_t>(kept.back(), record.slots);
-    tbb::parallel_for(std::size_t{0}, tiles.size(), [&](std::size_t t) {
+    tbb::parallel_for(std::size_t{0}, count, [&](std::size_t t) {
       auto at = kept[t];
       auto slot = first[t];
       for (int c = 0; c < cells; ++c) {
-        if (!open[t].test(c)) continue;
-        auto const lo = cellBox(tiles[t], c, width).min();
+        if (!here.children[t].test(c)) continue;
+        auto const lo = cellBox(here.tiles[t].coord, c, width).min();
         coords[at] = {lo.x(), lo.y(), lo.z()};
         slots[at++] = static_cast<std::uint32_t>(slot++);
       }
@@ -413,6 +444,7 @@ class VoxelDecoder {
   ChannelRecord& channel_;
   Value background_;
   std::vector<RootEntry> entries_;
+  std::array<Level, TreeShape::levels> levels_;
 };
 
 }  // namespace Velmor::Host::Files

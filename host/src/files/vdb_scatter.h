@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "files/source_field.h"
@@ -18,7 +20,12 @@ namespace Velmor::Host::Files {
 template <class Grid, class In, class Convert>
 class VoxelEncoder {
  public:
-  explicit VoxelEncoder(API::VoxelChannelItem const& channel) : field_(channel) {}
+  explicit VoxelEncoder(API::VoxelChannelItem const& channel)
+      : field_(channel), name_(channel.name()) {
+    // Far more than leaf tiles can need; coarse values may want any amount.
+    auto const leaves = channel.layout().count(channel.layout().leafDepth());
+    limit_ += 40 * static_cast<std::uint64_t>(leaves) * API::tileCells * sizeof(In);
+  }
 
   EncodedGrid run() {
     background_ = valueOf(field_.background());
@@ -71,6 +78,15 @@ class VoxelEncoder {
     if (!value.active && isDelicate(valueOf(value.bytes))) delicate_ = true;
   }
 
+  /// Counts memory: the rim of a coarse cell that OpenVDB's nodes do not match
+  /// becomes leaves, millions of them for the coarsest cells.
+  void use(std::size_t bytes) {
+    if ((used_ += bytes) > limit_) {
+      throw std::runtime_error("the rims of coarse values in channel '" + name_ +
+                               "' would need more than " + std::to_string(limit_) + " bytes");
+    }
+  }
+
   std::unique_ptr<Upper> encodeUpper(openvdb::Coord const& origin) {
     auto upper = std::make_unique<Upper>(origin, background_, false);
     auto const box = SourceField::Box::cube(origin.x(), origin.y(), origin.z(), Upper::DIM);
@@ -95,6 +111,7 @@ class VoxelEncoder {
   }
 
   std::unique_ptr<Lower> encodeLower(openvdb::Coord const& origin, SourceField::Box const& box) {
+    use(sizeof(Lower));
     auto lower = std::make_unique<Lower>(origin, background_, false);
     SourceField::Window const window(field_, box);
     std::unique_ptr<Leaf> leaf;
@@ -115,6 +132,7 @@ class VoxelEncoder {
           std::memcmp(data, data + 1, (Leaf::SIZE - 1) * sizeof(Value)) == 0) {
         lower->addTile(n, data[0], mask.isOn());  // the next block reuses the leaf
       } else {
+        use(sizeof(Leaf) + Leaf::SIZE * sizeof(Value));
         lower->addLeaf(leaf.release());
       }
     }
@@ -167,6 +185,9 @@ class VoxelEncoder {
   }
 
   SourceField field_;
+  std::string name_;
+  std::uint64_t limit_ = std::uint64_t{2} << 30;
+  std::atomic<std::uint64_t> used_{0};
   Value background_{};
   std::atomic<bool> delicate_{false};
 };

@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+#include <openvdb/openvdb.h>
+
+#include <cmath>
+#include <limits>
+
+#include "host/files/file_scenes.h"
+#include "host/files/vdb_files.h"
+
+namespace Velmor::Test {
+namespace {
+
+Host::ReadOptions with(Host::DistanceMode mode) {
+  auto how = trusting();
+  how.distance = mode;
+  return how;
+}
+
+/// A dense field in a box of 60 voxels of 0.2: `value` of the distance to a
+/// sphere of radius 15 around `centre`, in voxels; level set, background 0.
+template <class Function>
+openvdb::FloatGrid::Ptr denseSphere(openvdb::Vec3d const& centre, Function const& value) {
+  openvdb::initialize();
+  auto grid = openvdb::FloatGrid::create(0.f);
+  grid->setName("phi");
+  grid->setGridClass(openvdb::GRID_LEVEL_SET);
+  grid->setTransform(openvdb::math::Transform::createLinearTransform(0.2));
+  auto accessor = grid->getAccessor();
+  for (auto it = openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(59)).begin(); it; ++it) {
+    auto const distance = ((*it).asVec3d() - centre).length() - 15;
+    accessor.setValue(*it, static_cast<float>(value(distance)));
+  }
+  return grid;
+}
+
+struct Treated {
+  Loaded loaded;
+  std::string mode;
+  float factor;
+  float at(int i, int j, int k) const {
+    auto const channel = loaded.channel("phi");
+    auto const tile = API::Layout(channel.layout()).tileAccessor().tile(i, j, k, 7);
+    auto const c = tile.coord();
+    auto const edge = tile.info().extent / 5;
+    return channel.tileData<float>(tile.index())
+        .data[((k - c.k) / edge * 5 + (j - c.j) / edge) * 5 + (i - c.i) / edge];
+  }
+};
+
+Treated treat(openvdb::FloatGrid::Ptr const& grid, Host::DistanceMode mode) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/phi.vdb";
+  writeGrids(file, {grid});
+  Treated treated{load(file, with(mode)), {}, 0};
+  auto const dictionary = treated.loaded.channel("phi").dictionary();
+  treated.mode = dictionary.value<API::String>("distance_mode").str();
+  treated.factor = dictionary.value<float>("distance_factor");
+  EXPECT_NE(dictionary.value<API::String>("distance_reason"), "");
+  return treated;
+}
+
+openvdb::Vec3d const middle(29.5, 29.5, 29.5);
+auto const same = [](double d) { return d; };
+
+TEST(Distance, WorldUnitsAreKeptBitForBit) {
+  auto const grid = denseSphere(middle, [](double d) { return 0.2 * d; });
+  auto const treated = treat(grid, Host::DistanceMode::Auto);
+  EXPECT_EQ(treated.mode, "keep");
+  EXPECT_EQ(treated.at(20, 20, 20), grid->getConstAccessor().getValue(openvdb::Coord(20)));
+}
+
+TEST(Distance, CellsAreScaledByExactlyTheVoxelSize) {
+  auto const grid = denseSphere(middle, same);
+  auto const treated = treat(grid, Host::DistanceMode::Auto);
+  EXPECT_EQ(treated.mode, "scale");
+  EXPECT_EQ(treated.factor, 0.2f);
+  EXPECT_EQ(treated.at(20, 20, 20), grid->getConstAccessor().getValue(openvdb::Coord(20)) * 0.2f);
+  EXPECT_EQ(treated.at(-9, 0, 0), 1.f) << "outside stays five voxels";
+}
+
+TEST(Distance, AnyOtherConstantFactorIsFound) {
+  auto const treated =
+      treat(denseSphere(middle, [](double d) { return 7.3 * d; }), Host::DistanceMode::Auto);
+  EXPECT_EQ(treated.mode, "scale");
+  EXPECT_NEAR(treated.factor, 0.2 / 7.3, 0.01 * 0.2 / 7.3);
+}
+
+void expectBand(Treated const& treated, openvdb::Vec3d const& centre) {
+  EXPECT_EQ(treated.mode, "rebuild");
+  EXPECT_FLOAT_EQ(treated.loaded.channel("phi").backgroundValue<float>(), 1.f);
+  int checked = 0;
+  for (int i = 0; i < 60; ++i) {
+    auto const distance = 0.2 * ((openvdb::Vec3d(i, 30, 30) - centre).length() - 15);
+    if (std::abs(distance) > 0.8) continue;
+    EXPECT_NEAR(static_cast<double>(treated.at(i, 30, 30)), distance, 0.1) << i;
+    ++checked;
+  }
+  EXPECT_GE(checked, 14);
+  EXPECT_LT(treated.at(30, 30, 30), -0.99f);
+}
+
+TEST(Distance, JumpsAreRebuilt) {
+  expectBand(treat(denseSphere(middle, [](double d) { return d > 0 ? 10000.0 : d; }),
+                   Host::DistanceMode::Auto),
+             middle);
+}
+
+TEST(Distance, SomethingThatIsNoDistanceIsRebuilt) {
+  expectBand(treat(denseSphere(middle, [](double d) { return d < 0 ? d : 0.2 * d + 0.01; }),
+                   Host::DistanceMode::Auto),
+             middle);
+}
+
+TEST(Distance, ASurfaceCutByTheBorderIsClosed) {
+  openvdb::Vec3d const low(29.5, 29.5, 5);
+  auto const treated = treat(denseSphere(low, same), Host::DistanceMode::Auto);
+  EXPECT_EQ(treated.mode, "rebuild");
+  EXPECT_LT(treated.at(30, 30, 1), 0.f);
+  EXPECT_GT(treated.at(30, 30, -2), 0.f);
+  EXPECT_NEAR(treated.at(30, 30, 0), -0.1f, 0.11f) << "a true distance to the border";
+}
+
+TEST(Distance, NoSurfaceIsKept) {
+  for (double const value : {10000.0, 3.0}) {
+    auto const treated =
+        treat(denseSphere(middle, [&](double) { return value; }), Host::DistanceMode::Auto);
+    EXPECT_EQ(treated.mode, "keep");
+    EXPECT_EQ(treated.at(5, 5, 5), static_cast<float>(value));
+  }
+}
+
+TEST(Distance, OnlyTheChosenChannelIsTreated) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/two.vdb";
+  auto const one = denseSphere(middle, same), two = denseSphere(middle, same);
+  one->setName("one");
+  two->setName("two");
+  two->setGridClass(openvdb::GRID_UNKNOWN);
+  writeGrids(file, {one, two});
+  auto how = with(Host::DistanceMode::Auto);
+  how.distanceChannel = "two";
+  auto const loaded = load(file, how);
+  EXPECT_FALSE(loaded.channel("one").dictionary().hasValue("distance_mode"));
+  EXPECT_EQ(loaded.channel("two").dictionary().value<API::String>("distance_mode"), "scale");
+}
+
+TEST(Distance, ForcedModesAreTaken) {
+  auto const cells = denseSphere(middle, same);
+  EXPECT_EQ(treat(cells, Host::DistanceMode::Keep).mode, "keep");
+  EXPECT_EQ(treat(cells, Host::DistanceMode::Scale).mode, "scale");
+  EXPECT_EQ(treat(cells, Host::DistanceMode::Rebuild).mode, "rebuild");
+}
+
+TEST(Distance, ValuesThatAreNoNumbersDoNotStopARebuild) {
+  auto const grid = denseSphere(middle, [](double d) {
+    return d > 10 ? std::numeric_limits<double>::quiet_NaN() : d < -10 ? -INFINITY : 10 * d * d * d;
+  });
+  auto const treated = treat(grid, Host::DistanceMode::Rebuild);
+  EXPECT_EQ(treated.mode, "rebuild");
+  EXPECT_GT(treated.at(55, 55, 55), 0.f);
+  EXPECT_LT(treated.at(30, 30, 30), 0.f);
+}
+
+}  // namespace
+}  // namespace Velmor::Test

@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+#include <openvdb/openvdb.h>
+#include <openvdb/points/PointConversion.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <thread>
+
+#include "host/files/file_scenes.h"
+#include "host/files/vdb_files.h"
+
+namespace Velmor::Test {
+namespace {
+
+std::string bytesOf(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+openvdb::GridBase::Ptr smallPoints() {
+  std::vector<openvdb::Vec3s> positions;
+  for (int n = 0; n < 60; ++n) {
+    auto const t = static_cast<float>(n);
+    positions.emplace_back(t * 0.1f, t * 0.05f, 1.f);
+  }
+  openvdb::points::PointAttributeVector<openvdb::Vec3s> const wrapper(positions);
+  auto const transform = openvdb::math::Transform::createLinearTransform(0.4);
+  auto const index =
+      openvdb::tools::createPointIndexGrid<openvdb::tools::PointIndexGrid>(wrapper, *transform);
+  auto grid = openvdb::points::createPointDataGrid<openvdb::points::NullCodec,
+                                                   openvdb::points::PointDataGrid>(*index, wrapper,
+                                                                                   *transform);
+  grid->setName("points");
+  return grid;
+}
+
+/// Small files of each kind that the reader knows.
+std::vector<std::string> seeds(std::string const& folder) {
+  openvdb::initialize();
+  auto vectors = openvdb::Vec3SGrid::create(openvdb::Vec3s(0));
+  vectors->setName("velocity");
+  vectors->fill(openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(9)), openvdb::Vec3s(1, 2, 3));
+  auto half = sphereGrid(4.f, 0.1);
+  half->setName("half");
+  half->setSaveFloatAsHalf(true);
+  std::vector<std::string> contents;
+  for (auto const compression :
+       {std::uint32_t{openvdb::io::COMPRESS_NONE}, std::uint32_t{openvdb::io::COMPRESS_ZIP},
+        std::uint32_t{openvdb::io::COMPRESS_BLOSC} | openvdb::io::COMPRESS_ACTIVE_MASK}) {
+    auto const path = folder + "/seed.vdb";
+    openvdb::io::File file(path);
+    file.setCompression(compression);
+    file.write(openvdb::GridPtrVec{sphereGrid(3.f, 0.1), half, vectors, smallPoints()});
+    contents.push_back(bytesOf(path));
+  }
+  auto const scene = sphereScene(3.f);
+  auto const path = folder + "/ours.vdb";
+  if (Host::writeObject(scene.object, path).succeeded()) contents.push_back(bytesOf(path));
+  return contents;
+}
+
+std::string damaged(std::string bytes, Random& random) {
+  auto const place = [&] { return random.below(static_cast<std::uint32_t>(bytes.size())); };
+  switch (random.below(4)) {
+    case 0:
+      bytes.resize(place());
+      break;
+    case 1:
+      for (auto n = 1 + random.below(8); n > 0; --n) {
+        bytes[place()] ^= static_cast<char>(1u << random.below(8));
+      }
+      break;
+    case 2: {
+      auto const from = place();
+      auto const to = std::min<std::size_t>(bytes.size(), from + 1 + random.below(64));
+      for (std::size_t b = from; b < to; ++b) bytes[b] = static_cast<char>(random());
+      break;
+    }
+    default: {
+      // Most of what counts stands near the start: sizes, names, offsets.
+      auto const at =
+          random.below(std::min<std::uint32_t>(2000, static_cast<std::uint32_t>(bytes.size() - 8)));
+      static constexpr std::uint64_t values[] = {0, 1, 0x7fffffff, 0xffffffff, ~0ull, 1ull << 40};
+      auto const value = values[random.below(6)];
+      std::memcpy(&bytes[at], &value, random.below(2) == 0 ? 4 : 8);
+    }
+  }
+  return bytes;
+}
+
+TEST(HostileFile, EndsInSuccessOrAMessageNeverInACrash) {
+  CacheFolder const folder;
+  auto const contents = seeds(folder.path().str());
+  auto const* const wished = std::getenv("VELMOR_HOSTILE_FILES");
+  int const count = wished != nullptr ? std::atoi(wished) : 2000;
+  auto const* const given = std::getenv("VELMOR_SEED");
+  auto const seed = given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device{}();
+  std::cout << "seed " << seed << "\n";
+  Host::setMessageHandler([](Host::Severity, std::string const&) {});
+  Threads const one(1);
+  std::atomic<int> next{0}, loaded{0}, refused{0};
+  auto const work = [&](int worker) {
+    auto const path = folder.path().str() + "/damaged" + std::to_string(worker) + ".vdb";
+    for (int n = next++; n < count; n = next++) {
+      Random random(seed + static_cast<std::uint64_t>(n));
+      auto const bytes =
+          damaged(contents[random.below(static_cast<std::uint32_t>(contents.size()))], random);
+      std::ofstream(path, std::ios::binary)
+          .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+      Host::ReadOptions how;
+      how.timeLimit = 20;
+      how.memoryLimit = std::size_t{1} << 30;
+      API::Ref server;
+      auto const status = Host::readObject(path, "object", {}, how, server);
+      ++(status.succeeded() ? loaded : refused);
+      if (!status.succeeded()) {
+        EXPECT_NE(status.message().str().find(path), std::string::npos) << status.message();
+      }
+    }
+  };
+  std::vector<std::thread> workers;
+  for (int w = 0; w < 2; ++w) workers.emplace_back(work, w);
+  for (auto& worker : workers) worker.join();
+  Host::setMessageHandler(nullptr);
+  std::cout << loaded << " loaded, " << refused << " refused\n";
+  EXPECT_EQ(loaded + refused, count);
+  EXPECT_GT(loaded, count / 50);
+  EXPECT_GT(refused, count / 50);
+}
+
+TEST(HostileFile, WhatIsNoVdbIsSaidToBeNone) {
+  CacheFolder const folder;
+  auto const path = folder.path().str() + "/rubbish.vdb";
+  for (auto const& text : {std::string(), std::string("not a cache"), std::string(5000, '\0')}) {
+    std::ofstream(path, std::ios::binary) << text;
+    for (bool const isolate : {false, true}) {
+      auto how = trusting();
+      how.isolate = isolate;
+      auto const loaded = load(path, how);
+      EXPECT_FALSE(loaded.object.valid());
+      EXPECT_NE(loaded.message.find("rubbish.vdb"), std::string::npos);
+    }
+  }
+  auto const folderItself = load(folder.path().str());
+  EXPECT_NE(folderItself.message.find("it is a folder"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace Velmor::Test
