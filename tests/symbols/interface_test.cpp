@@ -2,15 +2,23 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 
 #include "processing/bounds.h"
+#include "processing/extend_filter.h"
+#include "processing/intersector.h"
 #include "processing/mesher.h"
+#include "processing/mixer.h"
 #include "processing/points.h"
 #include "processing/pointwise_filters.h"
+#include "processing/sampler.h"
+#include "processing/smooth_filter.h"
 #include "processing/stencil_filters.h"
 #include "processing/surface.h"
+#include "processing/volume.h"
 
 static_assert(__cplusplus == 201703L);
 
@@ -32,6 +40,57 @@ static_assert(exists<MeanFilter, float> && !exists<MeanFilter, int>);
 static_assert(exists<MedianFilter, float> && !exists<MedianFilter, int>);
 static_assert(exists<LaplacianFilter, float> && !exists<LaplacianFilter, int>);
 static_assert(exists<CurvatureFilter, float> && !exists<CurvatureFilter, int>);
+
+/// The place of a virtual operation in its class's table; both forms of the
+/// destructor come first, at 0 and 1.
+template <class Operation>
+std::size_t placeOf(Operation operation) {
+  std::size_t words[2];
+  static_assert(sizeof words == sizeof operation);
+  std::memcpy(words, &operation, sizeof words);
+  EXPECT_EQ(words[0] % sizeof(void*), 1u);  // else it is not virtual
+  return words[0] / sizeof(void*);
+}
+
+template <class T>
+void expectFamilyPlaces() {
+  EXPECT_EQ(placeOf(&TransformFilter<T>::filter), 2u);
+  EXPECT_EQ(placeOf(&TransformFilter<T>::compute), 3u);
+  EXPECT_EQ(placeOf(&RemapFilter<T>::compute), 3u);
+  EXPECT_EQ(placeOf(&HaloFilter<T>::filter), 2u);
+  EXPECT_EQ(placeOf(&HaloFilter<T>::compute), 3u);
+  EXPECT_EQ(placeOf(&MixerT<T>::mix), 2u);
+  EXPECT_EQ(placeOf(&MixerT<T>::compute), 3u);
+  EXPECT_EQ(placeOf(&AlphaMixer<T>::mix), 2u);
+  EXPECT_EQ(placeOf(&AlphaMixer<T>::compute), 3u);
+  EXPECT_EQ(placeOf(&StepMixer<T>::compute), 3u);
+}
+
+TEST(Interface, KeepsVirtualOperationsInTheirPlaces) {
+  expectFamilyPlaces<int>();
+  expectFamilyPlaces<float>();
+  expectFamilyPlaces<orlen::Math::vec<2, int>>();
+  expectFamilyPlaces<orlen::Math::vec<2, float>>();
+  expectFamilyPlaces<orlen::Math::vec<3, int>>();
+  expectFamilyPlaces<orlen::Math::vec<3, float>>();
+  EXPECT_EQ(placeOf(&Filter::filter), 2u);
+  EXPECT_EQ(placeOf(&SmoothFilter<float>::filter), 2u);
+  EXPECT_EQ(placeOf(&ExtendFilter::filter), 2u);
+  EXPECT_EQ(placeOf(&Mixer::mix), 2u);
+  EXPECT_EQ(placeOf(&Mesher::mesh), 2u);
+  EXPECT_EQ(placeOf(&Shape::bbox), 2u);
+  EXPECT_EQ(placeOf(&ShapeParameters::str), 2u);
+}
+
+TEST(Interface, KeepsTheHostsHooksInTheirPlaces) {
+  EXPECT_EQ(placeOf(&API::Visitor::beginTraverse), 2u);
+  EXPECT_EQ(placeOf(&API::Visitor::endTraverse), 3u);
+  EXPECT_EQ(placeOf(&API::Visitor::beginTile), 4u);
+  EXPECT_EQ(placeOf(&API::Visitor::endTile), 5u);
+  EXPECT_EQ(placeOf(&API::Visitor::visitVoxel), 6u);
+  EXPECT_EQ(placeOf(&API::Visitor::copy), 7u);
+  EXPECT_EQ(placeOf(&API::Visitor::join), 8u);
+}
 
 TEST(Interface, LinksFromOlderLanguageStandards) {
   std::unique_ptr<Filter> const filters[] = {

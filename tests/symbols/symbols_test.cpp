@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstdio>
+#include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,25 +22,27 @@ void replaceAll(std::string& text, std::string const& what, std::string const& w
   }
 }
 
-/// The names that the library's dynamic symbol table defines.
-std::set<std::string> readSymbols() {
-  std::set<std::string> names;
+/// The names that the library's dynamic symbol table defines, with their sizes.
+std::map<std::string, std::size_t> readSymbols() {
+  std::map<std::string, std::size_t> sizes;
   std::FILE* const pipe =
-      popen("'" VELMOR_NM "' -D --demangle --defined-only '" VELMOR_LIBRARY "'", "r");
-  if (pipe == nullptr) return names;
+      popen("'" VELMOR_NM "' -D -S --demangle --defined-only '" VELMOR_LIBRARY "'", "r");
+  if (pipe == nullptr) return sizes;
   std::array<char, 8192> line{};
   while (std::fgets(line.data(), line.size(), pipe) != nullptr) {
-    std::string name = line.data();
-    name.erase(name.find_last_not_of('\n') + 1);
-    name.erase(0, name.find(' ') + 3);  // address and kind
-    replaceAll(name, "> >", ">>");      // as some demanglers write it
-    names.insert(name);
+    std::istringstream fields(line.data());
+    std::string address, kind, name;
+    std::size_t size = 0;
+    fields >> address >> std::hex >> size >> kind >> std::ws;
+    std::getline(fields, name);
+    replaceAll(name, "> >", ">>");  // as some demanglers write it
+    sizes[name] = size;
   }
   pclose(pipe);
-  return names;
+  return sizes;
 }
 
-std::set<std::string> const& symbols() {
+std::map<std::string, std::size_t> const& symbols() {
   static auto const names = readSymbols();
   return names;
 }
@@ -86,8 +90,13 @@ void expectClass(Class const& entry, std::string const& type) {
     expectExported(self + "::" + shortName + "(" + self + "&&)");
   }
   if (entry.values == Values::CopyAndMove) expectExported(self + "::operator=(" + self + "&&)");
-  if (entry.hasVirtualTable) {
+  if (entry.virtualOperations == none) {
+    EXPECT_EQ(symbols().count("vtable for " + self), 0u) << self;
+  } else {
     expectExported("vtable for " + self);
+    // Its head and the destructor take two places each.
+    auto const places = 4 + static_cast<std::size_t>(entry.virtualOperations);
+    EXPECT_EQ(symbols().at("vtable for " + self), places * sizeof(void*)) << self;
     expectExported("typeinfo for " + self);
     expectExported("typeinfo name for " + self);
   }
@@ -123,7 +132,8 @@ TEST(Symbols, NothingElseIsExported) {
   for (auto const& function : functions) whole.insert(home + spelled(function, ""));
 
   ASSERT_FALSE(symbols().empty());
-  for (auto name : symbols()) {
+  for (auto const& [symbol, size] : symbols()) {
+    auto name = symbol;
     for (std::string const prefix : {"vtable for ", "typeinfo for ", "typeinfo name for "}) {
       if (name.compare(0, prefix.size(), prefix) == 0) name.erase(0, prefix.size());
     }
@@ -140,7 +150,7 @@ TEST(Symbols, NothingElseIsExported) {
 }
 
 TEST(Symbols, StencilsAndSmoothingExistForFloatOnly) {
-  for (auto const& name : symbols()) {
+  for (auto const& [name, size] : symbols()) {
     for (auto const* family : {"MeanFilter<", "MedianFilter<", "LaplacianFilter<",
                                "CurvatureFilter<", "SmoothFilter<"}) {
       auto const at = name.find(family);
