@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <type_traits>
 
 #include "velmorapi/math.h"
@@ -19,6 +20,20 @@ struct ComponentOf<orlen::Math::vec<N, C>> {
 /// `int` or `float`.
 template <class T>
 using Component = typename ComponentOf<T>::type;
+
+/// How many there are in a value.
+template <class T>
+inline constexpr std::size_t componentCount = sizeof(T) / sizeof(Component<T>);
+
+/// An array of values as the array of their components, which have no gaps.
+template <class T>
+constexpr auto* components(T* values) noexcept {
+  if constexpr (std::is_arithmetic_v<T>) {
+    return values;
+  } else {
+    return values != nullptr ? &values->x : nullptr;
+  }
+}
 
 /// `operation` applied to the components of its operands one by one.
 template <class T, class Operation, class... Rest>

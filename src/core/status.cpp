@@ -110,9 +110,9 @@ API::String Stream::str() const {
 
 class Status::Impl {
  public:
-  std::atomic<int> uses{1};  // assigned statuses are handles to one store
   Stream error;
   std::deque<Stream> warnings;  // adding one moves none
+  std::atomic<int> uses{1};     // assigned statuses are handles to one store
 
   // Takes what there is no memory to keep. Never destroyed, as a status may be
   // written to until the process ends.

@@ -16,13 +16,12 @@ class AlphaMixerVisitor final : public API::Visitor {
       : a_(a), b_(b), alpha_(alpha), out_(out) {}
 
   void beginTile(API::TileAccessor const&, API::TreeIndex const& index) override {
-    using Components = ComponentsOf<T>;
     auto const out = out_.tileData<T>(index);
-    auto const* const a = Components::of(a_.tileData<T>(index).data);
-    auto const* const b = Components::of(b_.tileData<T>(index).data);
-    auto const* const alpha = Components::of(alpha_.tileData<T>(index).data);
-    forEachInBlocks(Components::of(out.data), out.count * Components::count,
-                    [=](std::size_t i) { return rules::blend(a[i], b[i], alpha[i]); });
+    auto const* const a = Arithmetic::components(a_.tileData<T>(index).data);
+    auto const* const b = Arithmetic::components(b_.tileData<T>(index).data);
+    auto const* const alpha = Arithmetic::components(alpha_.tileData<T>(index).data);
+    forEachInBlocks(Arithmetic::components(out.data), out.count * Arithmetic::componentCount<T>,
+                    [=](std::size_t i) { return MixRules::blend(a[i], b[i], alpha[i]); });
   }
 
   API::Visitor* copy() const override { return new AlphaMixerVisitor(*this); }
@@ -62,8 +61,8 @@ bool AlphaMixer<T>::mix(API::Channel const& a, API::Channel const& b, API::Chann
 
 template <class T>
 T AlphaMixer<T>::compute(T const& a, T const& b) const {
-  return Arithmetic::perComponent<T>([this](auto x, auto y) { return rules::blend(x, y, alpha_); },
-                                     a, b);
+  return Arithmetic::perComponent<T>(
+      [this](auto x, auto y) { return MixRules::blend(x, y, alpha_); }, a, b);
 }
 
 VELMOR_INSTANTIATE_FAMILY(AlphaMixer);

@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "core/arithmetic.h"
 #include "core/blocks.h"
 #include "mixers/mixable.h"
 #include "mixers/rules.h"
@@ -29,24 +30,26 @@ struct MixLoops {
   }
 
  private:
-  using Components = ComponentsOf<T>;
+  template <class Rule>
+  static void forComponents(T const* a, T const* b, T* out, std::size_t count, Rule rule) {
+    auto const* const pa = Arithmetic::components(a);
+    auto const* const pb = Arithmetic::components(b);
+    forEachInBlocks(Arithmetic::components(out), count * Arithmetic::componentCount<T>,
+                    [=](std::size_t i) { return rule(pa[i], pb[i]); });
+  }
 
   static void advance(MixerT<T> const& mixer, T const* a, T const* b, T* out, std::size_t count) {
-    auto const* const pa = Components::of(a);
-    auto const* const pb = Components::of(b);
-    forEachInBlocks(Components::of(out), count * Components::count,
-                    [=, step = static_cast<StepMixer<T> const&>(mixer).step_](std::size_t i) {
-                      return rules::advance(pa[i], pb[i], step);
-                    });
+    forComponents(a, b, out, count,
+                  [step = static_cast<StepMixer<T> const&>(mixer).step_](auto x, auto y) {
+                    return MixRules::advance(x, y, step);
+                  });
   }
 
   static void blend(MixerT<T> const& mixer, T const* a, T const* b, T* out, std::size_t count) {
-    auto const* const pa = Components::of(a);
-    auto const* const pb = Components::of(b);
-    forEachInBlocks(Components::of(out), count * Components::count,
-                    [=, alpha = static_cast<AlphaMixer<T> const&>(mixer).alpha_](std::size_t i) {
-                      return rules::blend(pa[i], pb[i], alpha);
-                    });
+    forComponents(a, b, out, count,
+                  [alpha = static_cast<AlphaMixer<T> const&>(mixer).alpha_](auto x, auto y) {
+                    return MixRules::blend(x, y, alpha);
+                  });
   }
 };
 

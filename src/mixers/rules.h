@@ -1,16 +1,11 @@
 #pragma once
 
-#include <cstddef>
-#include <type_traits>
-
-#include "core/to_int.h"
-#include "processing/mixer.h"
-
-namespace Velmor::Processing {
+#include "velmorapi/math.h"
+#include "velmorapi/to_int.h"
 
 /// What the mixers do to one component. The order of the operations is part of
 /// every result.
-namespace rules {
+namespace Velmor::Processing::MixRules {
 
 inline float blend(float a, float b, float alpha) { return (a - b) * alpha + b; }
 
@@ -28,28 +23,8 @@ inline int blend(int a, int b, int alpha) {
 inline float advance(float a, float b, float step) { return a + step * b; }
 
 inline int advance(int a, int b, float step) {
-  return orlen::Math::detail::add(a, toInt(static_cast<float>(b) * step));
+  using namespace orlen::Math::detail;
+  return add(a, toInt(static_cast<float>(b) * step));
 }
 
-}  // namespace rules
-
-template <class T>
-struct ComponentsOf {
-  using Type = T;
-  static constexpr std::size_t count = 1;
-  static Type* of(T* values) { return values; }
-  static Type const* of(T const* values) { return values; }
-};
-template <int N, class C>
-struct ComponentsOf<orlen::Math::vec<N, C>> {
-  using Type = C;
-  static constexpr std::size_t count = N;
-  static Type* of(orlen::Math::vec<N, C>* values) {
-    return values != nullptr ? &values->x : nullptr;
-  }
-  static Type const* of(orlen::Math::vec<N, C> const* values) {
-    return values != nullptr ? &values->x : nullptr;
-  }
-};
-
-}  // namespace Velmor::Processing
+}  // namespace Velmor::Processing::MixRules

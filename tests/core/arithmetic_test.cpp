@@ -54,5 +54,21 @@ TEST(ToInt, GivesTheLowestIntForWhatDoesNotFit) {
   EXPECT_EQ(toInt(std::numeric_limits<float>::quiet_NaN()), lowest);
 }
 
+TEST(ToInt, HoldsWhatADoubleHoldsOfTheInts) {
+  EXPECT_EQ(toInt(2147483647.9), highest);
+  EXPECT_EQ(toInt(2147483648.0), lowest);
+  EXPECT_EQ(toInt(-2147483648.9), lowest);
+  EXPECT_EQ(toInt(-2147483647.9), lowest + 1);
+}
+
+TEST(Arithmetic, SeesVectorsAsTheirComponents) {
+  Int3 values[] = {Int3(1, 2, 3), Int3(4, 5, 6)};
+  static_assert(Arithmetic::componentCount<Int3> == 3 && Arithmetic::componentCount<float> == 1);
+  EXPECT_EQ(Arithmetic::components(values)[4], 5);
+  EXPECT_EQ(Arithmetic::components(static_cast<Int3*>(nullptr)), nullptr);
+  float const number = 2.f;
+  EXPECT_EQ(Arithmetic::components(&number), &number);
+}
+
 }  // namespace
 }  // namespace Velmor::Processing

@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "core/dictionary_store.h"
-#include "core/numbers.h"
+#include "velmorapi/to_int.h"
 
 namespace Velmor::API {
 
@@ -39,7 +39,7 @@ struct ToNumber {
     if constexpr (!std::is_arithmetic_v<From>) {
       return To();
     } else if constexpr (std::is_same_v<To, int> && std::is_floating_point_v<From>) {
-      return Host::toInt(static_cast<double>(value));
+      return orlen::Math::detail::toInt(value);
     } else {
       return static_cast<To>(value);
     }
