@@ -41,8 +41,9 @@ class VELMOR_EXPORT ExtendFilter : public Filter {
   /// result as in place, another channel must start as a copy of `src`.
   ///
   /// In place, the component has a channel "tmp" meanwhile. Reports nothing; if
-  /// a channel cannot be made the steps that need it are void. Not while
-  /// another thread works on the component.
+  /// a channel cannot be made the steps that need it are void, and so is all of
+  /// it on a layout whose tiles are not 1 to 5 voxels wide. Not while another
+  /// thread works on the component.
   void filter(API::Channel src, API::Channel dst) const override;
 
   /// Fills the leaf tiles of a two-component float channel with the position in

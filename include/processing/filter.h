@@ -21,6 +21,8 @@ class VELMOR_EXPORT Filter : public Traverser {
   Filter& operator=(Filter&& other) noexcept;
   ~Filter() override;
 
+  /// Writes `dst` from `src` over the depths of the settings. Whether both may
+  /// be one channel is up to the class.
   virtual void filter(API::Channel src, API::Channel dst) const = 0;
 };
 
@@ -40,7 +42,7 @@ class TransformFilter : public Filter {
   ~TransformFilter() override;
 
   void filter(API::Channel src, API::Channel dst) const override;
-  /// The new value of an element from its old one.
+  /// The new value of an element from its old one. Called from several threads.
   virtual T compute(T const& value) const = 0;
 };
 
@@ -62,7 +64,7 @@ class HaloFilter : public Filter {
 
   void filter(API::Channel src, API::Channel dst) const override;
   /// The new value of voxel (i, j, k) of a tile, each from 0 to 4, given the
-  /// tile with a border of one voxel.
+  /// tile with a border of one voxel. Called from several threads.
   virtual T compute(API::VoxelTile<T, 1, 5> const& tile, int i, int j, int k) const = 0;
 };
 

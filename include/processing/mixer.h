@@ -37,7 +37,7 @@ class MixerT : public Mixer {
   ~MixerT() override;
 
   bool mix(API::Channel const& a, API::Channel const& b, API::Channel& out) const override;
-  /// The new value of an element from the two old ones.
+  /// The new value of an element from the two old ones. Called from several threads.
   virtual T compute(T const& a, T const& b) const = 0;
 
  protected:

@@ -20,11 +20,13 @@ class VELMOR_EXPORT Traverser {
 
   /// Stores the mode, whatever it is.
   void setTraversalMode(API::TraversalMode mode);
+  /// The mode as it was stored. Not for const objects, unlike `depths`.
   API::TraversalMode traversalMode();
 
   /// Stores the pair and returns true; returns false and keeps the old pair if
   /// `minDepth` is above `maxDepth`. Zero and negative depths are accepted.
   bool setDepths(int minDepth, int maxDepth);
+  /// The stored pair, the first depth before the last.
   orlen::Math::vec<2, int> const& depths() const;
 
  protected:

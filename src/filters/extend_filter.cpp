@@ -6,8 +6,10 @@
 #include <cstdint>
 
 #include "core/blocks.h"
+#include "core/tile_width.h"
 #include "core/to_int.h"
 #include "filters/ocean_mask.h"
+#include "filters/tile_bits.h"
 #include "velmorapi/object_model.h"
 #include "velmorapi/state_server.h"
 
@@ -23,10 +25,9 @@ class PlaneSdfVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     auto const data = plane_.tileData<float>(index);
-    if (data.data == nullptr) return;
     auto const tile = accessor.tile(index);
     int const width = tile.info().width;
-    if (width < 1) return;
+    if (!storesWidth(data, width)) return;
     int const cell = tile.info().extent / width;
     int const first = -data.halo, end = width + data.halo;
     for (int y = first; y < end; ++y) {
@@ -110,9 +111,9 @@ class ExtendUVVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     auto const data = uv_.tileData<Vec>(index);
-    if (data.data == nullptr) return;
     auto const tile = accessor.tile(index);
     int const width = tile.info().width;
+    if (!storesWidth(data, width)) return;
     for (int z = 0; z < width; ++z) {
       for (int x = 0; x < width; ++x) {
         auto const wx = static_cast<float>(tile.coord().i + x);
@@ -191,7 +192,7 @@ ExtendFilter::~ExtendFilter() = default;
 void ExtendFilter::filter(API::Channel src, API::Channel dst) const {
   API::Layout const srcLayout(src.layout());
   int const width = srcLayout.tileDimInfo(0).width;
-  if (width < 1) return;
+  if (width < 1 || width > oceanTileEdge) return;
   addBoxTiles(srcLayout, width, height_, center_, dimension_);
 
   auto const server = serverOf(src);

@@ -56,6 +56,7 @@ struct Script {
   int maxDepth = 7;
   int treeWidth = 5;      ///< cells per tile edge
   int reportedWidth = 5;  ///< what `tileDimInfo` says
+  int deeperWidth = -1;   ///< what it says of depths below the root's; -1: the same
   // Channels made from now on.
   TileShape nextChannel;
 

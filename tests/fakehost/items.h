@@ -41,10 +41,12 @@ struct LayoutItem final : API::Item {
   int maxDepth = 0;
   int treeWidth = 0;
   int reportedWidth = 0;
+  int deeperWidth = -1;
   float voxelScale = 1.f;
   std::vector<std::vector<TileRecord>> depths;
 
   int extent(int depth) const;
+  API::TileDimInfo info(int depth) const;
   API::TileCoord originOf(API::TileCoord const& voxel, int depth) const;
   API::TreeIndex find(API::TileCoord const& voxel, int depth) const;
   API::Tile tile(API::TreeIndex const& index);

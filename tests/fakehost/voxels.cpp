@@ -18,6 +18,10 @@ int LayoutItem::extent(int depth) const {
   return voxels;
 }
 
+API::TileDimInfo LayoutItem::info(int depth) const {
+  return {extent(depth), depth > 0 && deeperWidth >= 0 ? deeperWidth : reportedWidth};
+}
+
 API::TileCoord LayoutItem::originOf(API::TileCoord const& voxel, int depth) const {
   int const e = extent(depth);
   return {floorDivide(voxel.i, e) * e, floorDivide(voxel.j, e) * e, floorDivide(voxel.k, e) * e};
@@ -38,7 +42,7 @@ API::Tile LayoutItem::tile(API::TreeIndex const& index) {
   auto const& tiles = depths[static_cast<std::size_t>(index.depth)];
   auto const slot = static_cast<std::size_t>(index.slot);
   if (slot >= tiles.size()) return {};
-  return {this, index, tiles[slot].origin, {extent(index.depth), reportedWidth}};
+  return {this, index, tiles[slot].origin, info(index.depth)};
 }
 
 LayoutItem& makeLayout(std::string const& name, float voxelScale, API::StateID state) {
@@ -46,6 +50,7 @@ LayoutItem& makeLayout(std::string const& name, float voxelScale, API::StateID s
   layout.maxDepth = script().maxDepth;
   layout.treeWidth = script().treeWidth;
   layout.reportedWidth = script().reportedWidth;
+  layout.deeperWidth = script().deeperWidth;
   layout.voxelScale = voxelScale;
   layout.state = state;
   layout.depths.resize(static_cast<std::size_t>(layout.maxDepth) + 1);
@@ -281,7 +286,7 @@ int Layout::maxDepth() const { return valid() ? as<LayoutItem>(*this)->maxDepth 
 TileDimInfo Layout::tileDimInfo(int depth) const {
   auto const* const layout = as<LayoutItem>(*this);
   if (layout == nullptr || depth < 0 || depth > layout->maxDepth) return {};
-  return {layout->extent(depth), layout->reportedWidth};
+  return layout->info(depth);
 }
 TileAccessor Layout::tileAccessor() const { return TileAccessor(*this); }
 

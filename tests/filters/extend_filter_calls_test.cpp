@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fakehost/scene.h"
@@ -226,13 +230,122 @@ TEST_F(ExtendCalls, WorkOnTilesOfFourButSeedByFives) {
   }
 }
 
-TEST_F(ExtendCalls, AWidthOfZeroDoesNothing) {
-  FakeHost::script().reportedWidth = 0;
-  FakeHost::Scene const scene;
-  auto const channel = scene.channel("distance", 1.f);
-  FakeHost::clearCalls();
-  ExtendFilter(0.f, {0.f, 0.f}, {4.f, 4.f}, 1.f, "").filter(channel, channel);
-  EXPECT_TRUE(FakeHost::calls("TileAccessor::addTile").empty());
+using Voxel = std::tuple<int, int, int>;
+
+/// The values of the leaf tiles by voxel.
+std::map<Voxel, float> voxelsOf(FakeHost::Scene const& scene, API::Channel const& channel,
+                                int width) {
+  std::map<Voxel, float> voxels;
+  auto const accessor = scene.layout.tileAccessor();
+  int const leaf = scene.layout.maxDepth();
+  for (auto it = scene.layout.tileIterator(leaf, leaf, API::TraversalMode::Serial); it.valid();
+       it.next()) {
+    auto const o = accessor.tile(it.index()).coord();
+    auto const data = channel.tileData<float>(it.index());
+    for (int i = 0; i < width; ++i)
+      for (int j = 0; j < width; ++j)
+        for (int k = 0; k < width; ++k)
+          voxels[{o.i + i, o.j + j, o.k + k}] = data.data[data.offset(i, j, k)];
+  }
+  return voxels;
+}
+
+TEST_F(ExtendCalls, WidenTheMaskOverTilesOfFourToo) {
+  float const radius = 2.5f;
+  auto const maskOf = [](float widening) {
+    FakeHost::reset();
+    FakeHost::script().treeWidth = 4;
+    FakeHost::script().reportedWidth = 4;
+    FakeHost::script().maxDepth = 3;
+    FakeHost::Scene const scene;
+    auto const channel = scene.channel("distance", 1.f);
+    // A pillar of liquid across a tile corner.
+    for (int const x : {7, 8}) {
+      for (int const z : {7, 8}) {
+        for (int y = -4; y < 8; ++y) {
+          auto const leaf = scene.leaf(x, y, z);
+          auto const data = channel.tileData<float>(leaf);
+          auto const o = scene.layout.tileAccessor().tile(leaf).coord();
+          data.data[data.offset(x - o.i, y - o.j, z - o.k)] = -2.f;
+        }
+      }
+    }
+    ExtendFilter(1.5f, {8.f, 8.f}, {8.f, 8.f}, widening, "mask").filter(channel, channel);
+    return voxelsOf(scene, API::Channel(scene.component.findChannel("mask")), 4);
+  };
+  auto const ocean = maskOf(0.f);
+  ASSERT_EQ(ocean.size(), 27u * 64u);
+  auto const at = [&](int x, int y, int z) {
+    auto const found = ocean.find({x, y, z});
+    return found == ocean.end() ? 0.f : found->second;
+  };
+  EXPECT_EQ(at(7, 2, 7), 0.f);
+  EXPECT_EQ(at(6, 2, 7), 1.f);
+  auto expected = ocean;
+  int const layer = 2;  // one above the voxel that holds the plane
+  for (auto const& [voxel, value] : ocean) {
+    auto const [x, y, z] = voxel;
+    if (y != layer || value != 1.f) continue;
+    if (at(x - 1, y, z - 1) == 1.f && at(x - 1, y, z + 1) == 1.f && at(x + 1, y, z - 1) == 1.f &&
+        at(x + 1, y, z + 1) == 1.f) {
+      continue;
+    }
+    for (auto& [other, mask] : expected) {
+      auto const [u, v, w] = other;
+      int const square = (u - x) * (u - x) + (v - y) * (v - y) + (w - z) * (w - z);
+      float const q = static_cast<float>(square) * (1.f / (radius * radius));
+      if (q <= 1.f && mask != 1.f) mask = std::max(mask, 1.f - std::sqrt(q));
+    }
+  }
+  EXPECT_GT(expected[Voxel(7, 2, 7)], 0.f);
+  EXPECT_EQ(maskOf(radius), expected);
+}
+
+TEST_F(ExtendCalls, AWidthThatIsNoTilesDoesNothing) {
+  for (int const width : {0, -1, 6, 1000}) {
+    FakeHost::reset();
+    FakeHost::script().reportedWidth = width;
+    FakeHost::Scene const scene;
+    auto const leaf = scene.leaf(0, 0, 0);
+    auto const channel = scene.channel("distance", 1.f);
+    auto const uv = scene.channel("uv", Float2(7.f, 7.f));
+    FakeHost::clearCalls();
+    ExtendFilter const filter(0.f, {0.f, 0.f}, {4.f, 4.f}, 1.f, "");
+    filter.filter(channel, channel);
+    filter.uvs(uv);
+    EXPECT_TRUE(FakeHost::calls("TileAccessor::addTile").empty());
+    EXPECT_EQ(FakeHost::elements<Float2>(uv, leaf), std::vector<Float2>(125, Float2(7.f, 7.f)));
+  }
+}
+
+TEST_F(ExtendCalls, UvsReachVoxelsOfAnyTileAndLeaveTheHaloAlone) {
+  for (int const width : {4, 5}) {
+    FakeHost::reset();
+    FakeHost::script().treeWidth = width;
+    FakeHost::script().reportedWidth = width;
+    FakeHost::script().nextChannel.halo = 1;
+    FakeHost::script().nextChannel.strides[0] = 2;
+    FakeHost::script().nextChannel.strides[1] = 16;
+    FakeHost::script().nextChannel.strides[2] = 128;
+    FakeHost::Scene const scene;
+    auto const leaf = scene.leaf(-1, 0, 2);
+    auto const uv = scene.channel("uv", Float2(7.f, 7.f));
+    // From (-8, -4) to (8, 28): all numbers are exact.
+    ExtendFilter(0.f, {0.f, 12.f}, {16.f, 32.f}, 0.f, "").uvs(uv);
+    auto const data = uv.tileData<Float2>(leaf);
+    for (int i = 0; i < width; ++i) {
+      for (int j = 0; j < width; ++j) {
+        for (int k = 0; k < width; ++k) {
+          EXPECT_EQ(
+              data.data[data.offset(i, j, k)],
+              Float2(static_cast<float>(i - width + 8) / 16.f, static_cast<float>(k + 4) / 32.f));
+        }
+      }
+    }
+    auto const all = FakeHost::elements<Float2>(uv, leaf);
+    EXPECT_EQ(std::count(all.begin(), all.end(), Float2(7.f, 7.f)),
+              static_cast<std::ptrdiff_t>(all.size()) - width * width * width);
+  }
 }
 
 TEST_F(ExtendCalls, SurviveAHostThatMakesNoChannel) {

@@ -29,16 +29,6 @@ float valueAt(API::Channel const& channel, int x, int y, int z, int depth = 7) {
   return data.data[data.offset((x - o.i) / cell, (y - o.j) / cell, (z - o.k) / cell)];
 }
 
-std::vector<float> allValues(API::Channel const& channel) {
-  API::Layout const layout(channel.layout());
-  std::vector<float> values;
-  forTiles(layout, 0, layout.maxDepth(), [&](API::TreeIndex const& index) {
-    auto const data = channel.tileData<float>(index);
-    values.insert(values.end(), data.data, data.data + data.count);
-  });
-  return values;
-}
-
 /// The height of the surface in a column of voxels, found from above; NaN if
 /// there is none in leaf tiles.
 double surfaceHeight(API::Channel const& channel, int x, int z, int top = 12, int bottom = -20) {

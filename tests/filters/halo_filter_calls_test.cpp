@@ -131,6 +131,22 @@ TEST_F(HaloDriver, WritesAsManyVoxelsAsTheReportedWidth) {
   }
 }
 
+TEST_F(HaloDriver, TakesTheWidthOfTheRootForEveryDepth) {
+  FakeHost::script().deeperWidth = 2;
+  FakeHost::Scene const scene;
+  auto const index = scene.leaf(0, 0, 0);
+  auto const src = scene.channel<float>("src", 3.f);
+  for (bool const client : {true, false}) {
+    auto const dst = scene.channel<float>("dst", 9.f);
+    if (client) {
+      Centre<float>().filter(src, dst);
+    } else {
+      MeanFilter<float>().filter(src, dst);
+    }
+    EXPECT_EQ(elements<float>(dst, index), std::vector<float>(125, 3.f));
+  }
+}
+
 TEST_F(HaloDriver, ObeysTheDestinationsHaloAndStrides) {
   FakeHost::Scene const scene;
   auto const index = scene.leaf(0, 0, 0);

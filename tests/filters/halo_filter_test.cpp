@@ -3,6 +3,7 @@
 #include <atomic>
 #include <iostream>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include "processing/stencil_filters.h"
@@ -92,13 +93,39 @@ TEST(HaloFilter, WritesOnlyTheDepthsItIsToldTo) {
   });
 }
 
-TEST(HaloFilter, ServesVectorAndIntegerChannels) {
-  using Int3 = orlen::Math::vec<3, int>;
+template <class T>
+class HaloFilters : public testing::Test {};
+using ValueTypes = testing::Types<int, float, orlen::Math::vec<2, int>, orlen::Math::vec<2, float>,
+                                  orlen::Math::vec<3, int>, orlen::Math::vec<3, float>>;
+TYPED_TEST_SUITE(HaloFilters, ValueTypes);
+
+/// The voxel before in x, across the tile border too.
+template <class T>
+class BeforeInX final : public HaloFilter<T> {
+ public:
+  T compute(API::VoxelTile<T, 1, 5> const& tile, int i, int j, int k) const override {
+    return tile.at(i - 1, j, k);
+  }
+};
+
+TYPED_TEST(HaloFilters, SeeWholeValuesOfNeighboursInOtherTiles) {
+  using T = TypeParam;
   auto const scene = cubeScene();
-  auto const src = addChannel<Int3>(scene.server, scene.volume, "src", Int3(1, 2, 3));
-  auto const dst = addChannel<Int3>(scene.server, scene.volume, "dst");
-  Centre<Int3>().filter(src, dst);
-  for (auto const& value : valuesOf<Int3>(dst)) ASSERT_EQ(value, Int3(1, 2, 3));
+  auto const src = addChannel<T>(scene.server, scene.volume, "src");
+  auto const dst = addChannel<T>(scene.server, scene.volume, "dst");
+  auto const at = [&](API::Channel const& channel, int x, int y, int z) -> T& {
+    auto const tile = scene.layout.tileAccessor().tile(x, y, z, 7);
+    auto const data = channel.template tileData<T>(tile.index());
+    auto const& o = tile.coord();
+    return data.data[data.offset(x - o.i, y - o.j, z - o.k)];
+  };
+  T value(7);
+  if constexpr (!std::is_arithmetic_v<T>) value.y = -3;
+  // On the two sides of a tile border.
+  at(src, 2, 1, -1) = value;
+  BeforeInX<T>().filter(src, dst);
+  EXPECT_EQ(at(dst, 3, 1, -1), value);
+  EXPECT_EQ(at(dst, 2, 1, -1), T(0));
 }
 
 /// A client's filter that asks one of the library voxel by voxel.

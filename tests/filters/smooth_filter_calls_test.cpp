@@ -31,6 +31,30 @@ TEST_F(SmoothCalls, MakesAndRemovesItsChannelEvenWithoutIterations) {
   EXPECT_TRUE(FakeHost::calls("Layout::traverse").empty());
 }
 
+TEST_F(SmoothCalls, CopiesWithoutIterationsWhateverTheMode) {
+  FakeHost::Scene const scene;
+  auto const index = scene.leaf(0, 0, 0);
+  auto const source = scene.channel("source", 1.f), target = scene.channel("target", 0.f);
+  FakeHost::clearCalls();
+  Smooth(static_cast<Smooth::Mode>(7), 0, 1.f).filter(source, target);
+  EXPECT_EQ(FakeHost::elements<float>(target, index), std::vector<float>(125, 1.f));
+  EXPECT_EQ(FakeHost::calls("StateServer::").size(), 2u);
+}
+
+TEST_F(SmoothCalls, GivesItsChannelABackgroundOfZero) {
+  FakeHost::Scene const scene;
+  scene.leaf(0, 0, 0);
+  auto const channel = scene.channel("density", 1.f);
+  float background = -1.f;
+  FakeHost::script().visit = [&](API::Visitor&) {
+    API::Channel const tmp(scene.component.findChannel("tmp"));
+    ASSERT_TRUE(tmp.valid());
+    background = tmp.backgroundValue<float>();
+  };
+  Smooth(Smooth::Laplacian, 1, 1.f).filter(channel, channel);
+  EXPECT_EQ(background, 0.f);
+}
+
 TEST_F(SmoothCalls, HoldsNoHandleToItsChannelWhenRemovingIt) {
   FakeHost::Scene const scene;
   scene.leaf(0, 0, 0);

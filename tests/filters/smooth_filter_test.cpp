@@ -16,16 +16,6 @@ namespace {
 using namespace Test;
 using Smooth = SmoothFilter<float>;
 
-std::vector<float> allValues(API::Channel const& channel) {
-  API::Layout const layout(channel.layout());
-  std::vector<float> values;
-  forTiles(layout, 0, layout.maxDepth(), [&](API::TreeIndex const& index) {
-    auto const data = channel.tileData<float>(index);
-    values.insert(values.end(), data.data, data.data + data.count);
-  });
-  return values;
-}
-
 std::vector<float> coarseValues(API::Channel const& channel) {
   auto all = allValues(channel);
   all.resize(all.size() - valuesOf<float>(channel).size());

@@ -124,6 +124,10 @@ TEST(CurvatureFilter, IsZeroWithoutGradientAndOnPlanes) {
     return std::abs(x) + std::abs(y) + std::abs(z) == 1 ? 3.f : static_cast<float>(x * y + z);
   });
   EXPECT_EQ(filter.compute(cross, 2, 2, 2), 0.f);
+  auto const flat = blockOf([](int x, int y, int z) {
+    return std::abs(x) + std::abs(y) + std::abs(z) <= 1 ? 3.f : static_cast<float>(x * y * z);
+  });
+  EXPECT_EQ(filter.compute(flat, 2, 2, 2), 0.f);
   auto const plane = blockOf([](int x, int y, int z) { return static_cast<float>(x + 2 * y - z); });
   EXPECT_EQ(filter.compute(plane, 2, 2, 2), 0.f);
 }

@@ -221,6 +221,17 @@ std::vector<T> valuesOf(API::Channel const& channel) {
   return values;
 }
 
+/// The values of the tiles of all depths in tree order, root first.
+inline std::vector<float> allValues(API::Channel const& channel) {
+  API::Layout const layout(channel.layout());
+  std::vector<float> values;
+  forTiles(layout, 0, layout.maxDepth(), [&](API::TreeIndex const& index) {
+    auto const cells = channel.tileData<float>(index);
+    values.insert(values.end(), cells.data, cells.data + cells.count);
+  });
+  return values;
+}
+
 /// A copy of a channel as plain maps, one per depth, from a cell's first voxel
 /// to its value: slow, obvious, and independent of how the host finds tiles.
 template <class T>
