@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "fakehost/fakehost.h"
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fakehost/scene.h"
 #include "processing/mixer.h"
 
 namespace Velmor::Processing {
@@ -8,32 +12,16 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-struct Channels {
-  Channels() {
-    server = FakeHost::createStateServer("state");
-    component = server.createComponent(API::VoxelComponentType, "volume", 1.f);
-    index = FakeHost::addTile(API::Layout(component.layout()), 7, {0, 0, 0});
-  }
-  API::Channel add(char const* name, float value) const {
-    API::Channel const channel(server.createChannel(component, API::DataType::Float, name));
-    auto const data = channel.tileData<float>(index);
-    for (std::size_t e = 0; e < data.count; ++e) data.data[e] = value;
-    return channel;
-  }
-  API::StateServer server;
-  API::VoxelComponent component;
-  API::TreeIndex index;
-};
-
 class MixerCalls : public testing::Test {
  protected:
   void SetUp() override { FakeHost::reset(); }
 };
 
 TEST_F(MixerCalls, TraversesTheOutputsLayoutByTheDepthRule) {
-  Channels const c;
-  auto const a = c.add("a", 1.f), b = c.add("b", 2.f);
-  auto out = c.add("out", 0.f);
+  FakeHost::Scene const scene;
+  scene.leaf(0, 0, 0);
+  auto const a = scene.channel("a", 1.f), b = scene.channel("b", 2.f);
+  auto out = scene.channel("out", 0.f);
   FakeHost::clearCalls();
   StepMixer<float> mixer(1.f);
   mixer.mix(a, b, out);
@@ -47,8 +35,9 @@ TEST_F(MixerCalls, TraversesTheOutputsLayoutByTheDepthRule) {
 }
 
 TEST_F(MixerCalls, RefusalTraversesNothing) {
-  Channels const c;
-  auto const a = c.add("a", 1.f);
+  FakeHost::Scene const scene;
+  scene.leaf(0, 0, 0);
+  auto const a = scene.channel("a", 1.f);
   API::Channel out;
   FakeHost::clearCalls();
   EXPECT_FALSE(StepMixer<float>(1.f).mix(a, a, out));
@@ -57,24 +46,27 @@ TEST_F(MixerCalls, RefusalTraversesNothing) {
 }
 
 TEST_F(MixerCalls, AFailedTraversalIsNoRefusal) {
-  Channels const c;
-  auto const a = c.add("a", 1.f);
-  auto out = c.add("out", 0.f);
+  FakeHost::Scene const scene;
+  scene.leaf(0, 0, 0);
+  auto const a = scene.channel("a", 1.f);
+  auto out = scene.channel("out", 0.f);
   FakeHost::script().failing.insert("Layout::traverse");
   EXPECT_TRUE(StepMixer<float>(1.f).mix(a, a, out));
   EXPECT_TRUE(AlphaMixer<float>(a).mix(a, a, out));
 }
 
 TEST_F(MixerCalls, TheOutputsElementCountDecidesHaloIncluded) {
-  Channels const c;
+  FakeHost::Scene const scene;
+  auto const index = scene.leaf(0, 0, 0);
   FakeHost::script().nextChannel.count = 140;
-  auto const a = c.add("a", 1.f), b = c.add("b", 2.f), alpha = c.add("alpha", 0.5f);
+  auto const a = scene.channel("a", 1.f), b = scene.channel("b", 2.f),
+             alpha = scene.channel("alpha", 0.5f);
   FakeHost::script().nextChannel.count = 131;
-  auto out = c.add("out", 0.f), blended = c.add("blended", 0.f);
+  auto out = scene.channel("out", 0.f), blended = scene.channel("blended", 0.f);
   EXPECT_TRUE(StepMixer<float>(3.f).mix(a, b, out));
   EXPECT_TRUE(AlphaMixer<float>(alpha).mix(a, b, blended));
   for (auto const& [channel, expected] : {std::pair{out, 7.f}, {blended, 1.5f}}) {
-    auto const data = channel.tileData<float>(c.index);
+    auto const data = channel.tileData<float>(index);
     ASSERT_EQ(data.count, 131u);
     for (std::size_t e = 0; e < data.count; ++e) EXPECT_EQ(data.data[e], expected) << e;
   }
@@ -82,13 +74,15 @@ TEST_F(MixerCalls, TheOutputsElementCountDecidesHaloIncluded) {
 
 TEST_F(MixerCalls, WorkersHaveCopiesThatAreJoinedWithoutEffect) {
   FakeHost::script().workers = 3;
-  Channels const c;
-  auto const a = c.add("a", 1.f), b = c.add("b", 2.f), alpha = c.add("alpha", 0.5f);
-  auto out = c.add("out", 0.f);
+  FakeHost::Scene const scene;
+  auto const index = scene.leaf(0, 0, 0);
+  auto const a = scene.channel("a", 1.f), b = scene.channel("b", 2.f),
+             alpha = scene.channel("alpha", 0.5f);
+  auto out = scene.channel("out", 0.f);
   EXPECT_TRUE(StepMixer<float>(1.f).mix(a, b, out));
-  EXPECT_EQ(out.tileData<float>(c.index).data[0], 3.f);
+  EXPECT_EQ(out.tileData<float>(index).data[0], 3.f);
   EXPECT_TRUE(AlphaMixer<float>(alpha).mix(a, b, out));
-  EXPECT_EQ(out.tileData<float>(c.index).data[0], 1.5f);
+  EXPECT_EQ(out.tileData<float>(index).data[0], 1.5f);
   EXPECT_EQ(FakeHost::calls("Visitor::copy").size(), 6u);
 }
 
