@@ -23,9 +23,9 @@ std::size_t valueSize(API::DataType type) {
     case API::DataType::Int3:
       return 12;
     case API::DataType::None:
-      break;
+      return 0;
   }
-  return 0;
+  return 4;  // types that the library knows nothing of
 }
 
 // The scripted shape with its zeros filled in.

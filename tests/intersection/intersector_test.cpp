@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <random>
 #include <set>
@@ -11,8 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include "velmorhost/scene.h"
-#include "velmorhost/settings.h"
+#include "core/failing_allocation.h"
+#include "intersection/plain_walk.h"
+#include "support/scene.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -20,6 +23,8 @@ namespace {
 using orlen::Math::vec;
 using Vec3f = vec<3, float>;
 using Vec3i = vec<3, int>;
+using Velmor::Test::LayoutShape;
+using Velmor::Test::PlainWalk;
 
 API::Layout layoutOf(std::vector<Vec3i> const& leaves, float voxelScale = 1.f) {
   auto const server = Host::createStateServer("rays");
@@ -69,6 +74,8 @@ TEST(Interval, IsValidFromZeroOnAndNotWithNaN) {
   EXPECT_FALSE(Interval(1.f, 1.f).valid());
   EXPECT_FALSE(Interval(nan, 1.f).valid());
   EXPECT_FALSE(Interval(0.f, nan).valid());
+  EXPECT_FALSE(Interval(nan, nan).valid());
+  EXPECT_FALSE(Interval(-0.5f, 1.f).valid());
 }
 
 TEST(Intersector, FindsOneLeafAhead) {
@@ -114,6 +121,24 @@ TEST(Intersector, WalksDiagonalsAndBackwards) {
   EXPECT_EQ(walk(rowOf({0}), from(20.f), {-1.f, 0.f, 0.f}, 0.f, 100.f), (Intervals{{17.f, 22.f}}));
 }
 
+TEST(Intersector, BreaksTiesForXAndThenForY) {
+  // Into the leaf through its edge: the other axis is stepped on first.
+  EXPECT_EQ(walk(rowOf({0}), {-7.f, -7.f, 0.5f}, {1.f, 1.f, 0.f}, 0.f, 100.f),
+            (Intervals{{5.f, 10.f}}));
+  // Of the three neighbours at a corner, x before y, and z last of all.
+  auto const leafAt = [](Vec3i const& v) { return layoutOf({{0, 0, 0}, v}); };
+  Vec3f const start(-1.f, -1.f, -1.f), diagonal(1.f, 1.f, 1.f);
+  EXPECT_EQ(walk(leafAt({5, 0, 0}), start, diagonal, 0.f, 100.f), (Intervals{{0.f, 4.f}}));
+  auto const merged = [&](Vec3i const& a, Vec3i const& b) {
+    Intersector tiles(layoutOf({{0, 0, 0}, a, b, {5, 5, 5}}));
+    tiles.init(start, diagonal, 0.f, 100.f);
+    return tiles.next().t1;
+  };
+  EXPECT_EQ(merged({5, 0, 0}, {5, 5, 0}), 9.f);  // x, y, z
+  EXPECT_EQ(merged({0, 5, 0}, {5, 5, 0}), 4.f);
+  EXPECT_EQ(merged({0, 0, 5}, {5, 0, 5}), 4.f);
+}
+
 TEST(Intersector, EndsAtOnceOutsideTheRoot) {
   EXPECT_EQ(walk(rowOf({0}), from(-300000.f), kAlongX, 0.f, 1e6f), Intervals{});
 }
@@ -123,8 +148,13 @@ TEST(Intersector, StaysInItsLeafWithoutADirection) {
 }
 
 TEST(Intersector, FindsNothingInAnEmptySegment) {
-  EXPECT_EQ(walk(rowOf({0}), from(0.f), kAlongX, 5.f, 5.f), Intervals{});
-  EXPECT_EQ(walk(rowOf({0}), from(0.f), kAlongX, 5.f, 4.f), Intervals{});
+  Intersector tiles(rowOf({0}));
+  for (float const tmax : {1.f, 0.5f}) {
+    tiles.init(from(0.f), kAlongX, 1.f, tmax);
+    auto const i = tiles.next();
+    EXPECT_EQ(i.t0, -1.f);
+    EXPECT_EQ(i.t1, -2.f);
+  }
 }
 
 TEST(Intersector, GoesOnReturningTheInvalidIntervalAtTheEnd) {
@@ -339,6 +369,146 @@ TEST(Intersector, EndsOnHugeAndUndefinedRays) {
     tiles.init({-4.f, bad, 0.5f}, kAlongX, 0.f, 100.f);
     EXPECT_FALSE(tiles.next().valid()) << bad;
   }
+}
+
+// The bits of two floats, NaN included.
+bool same(float a, float b) {
+  return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
+}
+
+// Both walks to their ends, and one call more; false where they differ.
+testing::AssertionResult walkAlike(Intersector& tiles, PlainWalk& plain, Vec3f const& o,
+                                   Vec3f const& d, float tmin, float tmax) {
+  tiles.init(o, d, tmin, tmax);
+  plain.init(o, d, tmin, tmax);
+  int const most = 200000;
+  for (int n = 0, after = 0; n < most && after < 2; ++n) {
+    auto const i = tiles.next(), j = plain.next();
+    if (!same(i.t0, j.t0) || !same(i.t1, j.t1)) {
+      return testing::AssertionFailure()
+             << "interval " << n << " is (" << i.t0 << ", " << i.t1 << "), not (" << j.t0 << ", "
+             << j.t1 << "), of the ray from " << o.x << ' ' << o.y << ' ' << o.z << " along " << d.x
+             << ' ' << d.y << ' ' << d.z << ", " << tmin << " to " << tmax;
+    }
+    if (!i.valid()) ++after;
+    if (n + 1 == most) return testing::AssertionFailure() << "no end";
+  }
+  return testing::AssertionSuccess();
+}
+
+TEST(PlainWalk, HasCellsOfFiveToThePowerOfTheirHeight) {
+  LayoutShape const shape({.depth = 3});
+  PlainWalk const plain(rowOf({0}));
+  ASSERT_EQ(plain.walkers.size(), 3u);
+  int const sizes[] = {125, 25, 5}, offsets[] = {-62, -12, -2};
+  for (std::size_t l = 0; l < 3; ++l) {
+    EXPECT_EQ(plain.walkers[l].size, sizes[l]);
+    EXPECT_EQ(plain.walkers[l].offset, offsets[l]);
+  }
+}
+
+TEST(Intersector, HasTheBitsOfThePlainWalk) {
+  unsigned const seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  int const raysPerScene = 500;
+#else
+  int const raysPerScene = 12000;
+#endif
+  std::uniform_real_distribution<float> turn(-1.f, 1.f);
+  std::uniform_int_distribution<int> kind(0, 9), face(-8, 8), axis(0, 2);
+  for (int depth = 1; depth <= 7; ++depth) {
+    for (float const voxelScale : {1.f, 0.1f, 1000.f}) {
+      for (bool const dense : {false, true}) {
+        LayoutShape const shape({.depth = depth});
+        // Some of the leaves lie outside the root of shallow trees, and so do some rays.
+        auto const scene = randomScene(random, 6, dense ? 900 : 60);
+        scene.layout.setVoxelScale(voxelScale);
+        Intersector tiles(scene.layout);
+        PlainWalk plain(scene.layout);
+        float const reach = depth == 1 ? 2.5f : (depth == 2 ? 12.f : 40.f);
+        for (int r = 0; r < raysPerScene; ++r) {
+          Vec3f o(turn(random), turn(random), turn(random));
+          o = o * (reach * voxelScale);
+          Vec3f d(turn(random), turn(random), turn(random));
+          float tmin = 0.f, tmax = 200.f * voxelScale;
+          switch (kind(random)) {
+            case 0: {  // along an axis, on faces of cells
+              int const along = axis(random);
+              d = Vec3f(0.f);
+              d[along] = turn(random) < 0.f ? -1.f : 1.f;
+              for (int a = 0; a < 3; ++a) {
+                if (a != along) o[a] = static_cast<float>(5 * face(random) - 2) * voxelScale;
+              }
+              break;
+            }
+            case 1:  // in a plane of two axes
+              d[axis(random)] = 0.f;
+              break;
+            case 2:  // through edges and corners of cells
+              for (int a = 0; a < 3; ++a) {
+                o[a] = static_cast<float>(5 * face(random) - 2) * voxelScale;
+                d[a] = turn(random) < 0.f ? -1.f : 1.f;
+              }
+              break;
+            case 3:
+              tmin = -0.5f * tmax;
+              break;
+            case 4:
+              tmax = 5.f * voxelScale;
+              break;
+            case 5:  // the parameter is the caller's
+              d = d * 1e5f;
+              tmax *= 1e-5f;
+              break;
+            case 6:
+              d = d * 1e-5f;
+              tmax *= 1e5f;
+              break;
+            default:
+              break;
+          }
+          ASSERT_TRUE(walkAlike(tiles, plain, o, d, tmin, tmax))
+              << "depth " << depth << ", voxel scale " << voxelScale;
+        }
+      }
+    }
+  }
+}
+
+TEST(Intersector, EndsOnImpossibleDirectionsAndSegments) {
+  float const nan = std::numeric_limits<float>::quiet_NaN();
+  float const inf = std::numeric_limits<float>::infinity();
+  auto const layout = rowOf({0, 5});
+  Intersector tiles(layout);
+  PlainWalk plain(layout);
+  for (float bad : {nan, inf, -inf, 3e38f, -3e38f, 1e-38f, 1e-45f, 0.f}) {
+    for (float start : {-4.f, 0.f, 1e6f, 3e38f}) {
+      for (Vec3f const& d : {Vec3f(bad, 0.f, 0.f), Vec3f(1.f, bad, 0.f), Vec3f(bad, bad, bad)}) {
+        for (float tmin : {0.f, -1.f, bad}) {
+          for (float tmax : {100.f, 3e38f, inf}) {
+            EXPECT_TRUE(walkAlike(tiles, plain, from(start), d, tmin, tmax));
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Intersector, NextAllocatesNothing) {
+  auto const layout = rowOf({-12, -7, 0, 10, 20});
+  Intersector tiles(layout);
+  int found = 0;
+  bool allocated = false;
+  for (float const start : {-60.f, 60.f}) {
+    tiles.init(from(start), {start < 0.f ? 1.f : -1.f, 0.f, 0.f}, 0.f, 200.f);
+    FailingAllocation const none(0);
+    while (tiles.next().valid()) ++found;
+    allocated = allocated || none.happened();
+  }
+  EXPECT_FALSE(allocated);
+  EXPECT_GT(found, 3);
 }
 
 TEST(Intersector, CopiesServeThreads) {

@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "velmorhost/scene.h"
-#include "velmorhost/settings.h"
+#include "support/scene.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -111,13 +115,32 @@ TEST(Sampler, ServesTheSixValueTypes) {
 
 TEST(Sampler, WritesOnlyTheWordsOfItsType) {
   Scene scene;
-  Sampler const two(scene.add<vec<2, int>>("i2", [](int, int, int) { return vec<2, int>(4, 5); }));
-  Sample out;
-  for (auto& word : out.words) word = 99;
-  two.sample({0.f, 0.f, 0.f}, out);
-  EXPECT_EQ(out.words[0], 4u);
-  EXPECT_EQ(out.words[1], 5u);
-  EXPECT_EQ(out.words[2], 99u);
+  scene.ramp("one float", 1.f);
+  scene.add<vec<2, float>>("two floats", [](int, int, int) { return vec<2, float>(1.f); });
+  scene.add<Vec3f>("three floats", [](int, int, int) { return Vec3f(1.f); });
+  scene.number("one int");
+  scene.add<vec<2, int>>("two ints", [](int, int, int) { return vec<2, int>(1); });
+  scene.add<vec<3, int>>("three ints", [](int, int, int) { return vec<3, int>(1); });
+  for (char const* name : {"pair_x", "pair_y"}) scene.ramp(name, 1.f);
+  struct Case {
+    char const* name;
+    int words;
+  };
+  for (auto const& [name, words] :
+       {Case{"one float", 1}, Case{"two floats", 2}, Case{"three floats", 3}, Case{"one int", 1},
+        Case{"two ints", 2}, Case{"three ints", 3}, Case{"pair", 2}}) {
+    Sampler const sampler(scene.component, name);
+    ASSERT_TRUE(sampler.valid()) << name;
+    // Inside, and where only the background is.
+    for (float const x : {1.2f, 100.f}) {
+      Sample out;
+      for (auto& word : out.words) word = 0xDEADBEEFu;
+      sampler.sample({x, 0.f, 0.f}, out);
+      for (int w = 0; w < 3; ++w) {
+        EXPECT_EQ(out.words[w] != 0xDEADBEEFu, w < words) << name << ", word " << w;
+      }
+    }
+  }
 }
 
 TEST(Sampler, TakesTheChannelOfTheNameFirst) {
@@ -186,6 +209,21 @@ TEST(Sampler, TruncatesIntegerPositionsTowardZero) {
   EXPECT_EQ(sampleOf<int>(Sampler(centred.number("n")), {-0.4f, 0.f, 0.f}), -10000);
 }
 
+TEST(Sampler, TruncationShowsOnlyBelowTileBordersOnTheNegativeSide) {
+  Scene scene;
+  Host::addLeafTiles(scene.component.layout(), {{-12, 0, 0}, {-7, 0, 0}});
+  Sampler const sampler(scene.number("n"));
+  struct Case {
+    float position;
+    int voxel;
+  };
+  for (auto const& [position, voxel] :
+       {Case{-8.f, -8}, Case{-7.5f, -7}, Case{-3.5f, -4}, Case{-2.5f, -2}, Case{-1.5f, -2},
+        Case{-0.4f, -1}, Case{2.9f, 2}, Case{7.99f, 7}}) {
+    EXPECT_EQ(sampleOf<int>(sampler, {position, 0.f, 0.f}), 10000 * voxel) << position;
+  }
+}
+
 TEST(Sampler, StaysInItsTileWhereTheDifferenceRoundsUpToTheWidth) {
   Scene scene;
   Sampler const sampler(scene.number("n"));
@@ -208,6 +246,47 @@ TEST(Sampler, ReadsTheBackgroundWhereNoLeafIs) {
   EXPECT_EQ(sampleOf<int>(sampler, {100.f, 0.f, 0.f}), 42);
   EXPECT_EQ(sampleOf<int>(sampler, {1e30f, 0.f, 0.f}), 42);
   EXPECT_EQ(sampleOf<int>(sampler, {std::nanf(""), 0.f, 0.f}), 42);
+  float const inf = std::numeric_limits<float>::infinity();
+  for (float const bad : {std::nanf(""), inf, -inf, 1e30f, -1e30f}) {
+    for (int a = 0; a < 3; ++a) {
+      Vec3f pos(0.f);
+      pos[a] = bad;
+      EXPECT_EQ(sampleOf<int>(sampler, pos), 42) << bad;
+    }
+  }
+}
+
+TEST(Sampler, NeverReadsIntegersFromCoarseTiles) {
+  Scene scene;
+  auto const channel = scene.number("n");
+  channel.setBackgroundValue(42);
+  API::Layout const layout(channel.layout());
+  // A tile right above the leaves, with values of its own.
+  auto const parent = layout.tileAccessor().addTile(1000, 0, 0, layout.maxDepth() - 1);
+  auto const cells = channel.tileData<int>(parent);
+  std::fill_n(cells.data, cells.count, -7);
+  EXPECT_EQ(layout.tileAccessor().tile(1000, 0, 0, layout.maxDepth()).index(), parent);
+  EXPECT_EQ(sampleOf<int>(Sampler(channel), {1000.f, 0.f, 0.f}), 42);
+}
+
+TEST(Sampler, SurvivesFloatPositionsThatAreNoPlaces) {
+  Scene scene;
+  auto const channel = scene.ramp("r", 1.f);
+  channel.setBackgroundValue(42.f);
+  Sampler const sampler(channel);
+  float const inf = std::numeric_limits<float>::infinity();
+  for (float const bad : {std::nanf(""), inf, -inf, 1e30f, -1e30f}) {
+    for (int a = 0; a < 3; ++a) {
+      Vec3f pos(0.f), gradient(0.f);
+      pos[a] = bad;
+      Sample out;
+      sampler.sample(pos, out);
+      sampler.sampleGradient(pos, gradient);
+      if (std::abs(bad) == 1e30f) {
+        EXPECT_EQ(out.as<float>(), 42.f) << bad;
+      }
+    }
+  }
 }
 
 TEST(Sampler, GivesGradientsOfSingleFloatChannelsAlone) {
@@ -245,6 +324,27 @@ TEST(Sampler, GradientAgreesWithFiniteDifferences) {
       float const slope = (sampleOf<float>(sampler, q) - sampleOf<float>(sampler, r)) / (2.f * h);
       EXPECT_NEAR(gradient[a], slope, 0.02f * std::max(1.f, std::abs(slope)));
     }
+  }
+}
+
+TEST(Sampler, GradientsOfASphereLieAlongItsRadius) {
+  auto const sphere = Velmor::Test::sphereScene(25.f, {0.37f, -0.21f, 0.13f}, 0.1f);
+  Sampler const sampler(sphere.distance);
+  unsigned const seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::normal_distribution<float> any;
+  std::uniform_real_distribution<float> off(-1.f, 1.f);
+  for (int n = 0; n < 2000; ++n) {
+    Vec3f const v(any(random), any(random), any(random));
+    Vec3f const out = v * (1.f / std::hypot(v.x, v.y, v.z));
+    Vec3f const p = (out * (25.f + off(random)) + Vec3f(0.37f, -0.21f, 0.13f)) * 0.1f;
+    Vec3f g;
+    sampler.sampleGradient(p, g);
+    float const length = std::hypot(g.x, g.y, g.z);
+    EXPECT_NEAR(length, 1.f, 0.02f);
+    EXPECT_GT((g.x * out.x + g.y * out.y + g.z * out.z) / length,
+              std::cos(std::numbers::pi_v<float> / 180.f));
   }
 }
 
