@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "fakehost/scene.h"
@@ -49,14 +50,15 @@ TEST_F(ExtendCalls, DoesNotAddALastStepBeyondTheBox) {
   FakeHost::Scene const scene;
   auto const channel = scene.channel("distance", 1.f);
   FakeHost::clearCalls();
-  // x and z from -3 to 4.
-  ExtendFilter(0.5f, {0.5f, 0.5f}, {7.f, 7.f}, 0.f, "").filter(channel, channel);
+  // x from -3 to 4, z from 8 to 17.
+  ExtendFilter(0.5f, {0.5f, 12.5f}, {7.f, 8.5f}, 0.f, "").filter(channel, channel);
   auto const calls = FakeHost::calls("TileAccessor::addTile");
   // y from -5 to 6: -5, 0 and 5.
   ASSERT_EQ(calls.size(), 2u * 3u * 2u * 8u);
-  EXPECT_EQ(calls[0], addTile(-3, -5, -3, 0));
-  EXPECT_EQ(calls[8], addTile(-3, -5, 2, 0));
-  EXPECT_EQ(calls.back(), addTile(2, 5, 2, 7));
+  EXPECT_EQ(calls[0], addTile(-3, -5, 8, 0));
+  EXPECT_EQ(calls[8], addTile(-3, -5, 13, 0));
+  EXPECT_EQ(calls[16], addTile(2, -5, 8, 0));
+  EXPECT_EQ(calls.back(), addTile(2, 5, 13, 7));
 }
 
 TEST_F(ExtendCalls, ABoxThatIsNoBoxAddsNoTile) {
@@ -248,6 +250,31 @@ std::map<Voxel, float> voxelsOf(FakeHost::Scene const& scene, API::Channel const
           voxels[{o.i + i, o.j + j, o.k + k}] = data.data[data.offset(i, j, k)];
   }
   return voxels;
+}
+
+TEST_F(ExtendCalls, CopiesDoWhatTheOriginalDoes) {
+  ExtendFilter const original(1.f, {2.f, 3.f}, {4.f, 6.f}, 1.5f, "mask");
+  ExtendFilter const copy(original);
+  ExtendFilter source(original);
+  ExtendFilter const moved(std::move(source));
+  ExtendFilter assigned(0.f, {}, {}, 0.f, "");
+  assigned = original;
+  ExtendFilter moveAssigned(0.f, {}, {}, 0.f, "");
+  moveAssigned = ExtendFilter(original);
+  auto const maskOf = [](ExtendFilter const& filter) {
+    FakeHost::reset();
+    FakeHost::Scene const scene;
+    auto const channel = scene.channel("distance", 1.f);
+    channel.tileData<float>(scene.leaf(0, 0, 0)).data[62] = -2.f;
+    filter.filter(channel, channel);
+    return voxelsOf(scene, API::Channel(scene.component.findChannel("mask")), 5);
+  };
+  auto const expected = maskOf(original);
+  EXPECT_FALSE(expected.empty());
+  for (auto const* filter : {&copy, &moved, static_cast<ExtendFilter const*>(&assigned),
+                             static_cast<ExtendFilter const*>(&moveAssigned)}) {
+    EXPECT_EQ(maskOf(*filter), expected);
+  }
 }
 
 TEST_F(ExtendCalls, WidenTheMaskOverTilesOfFourToo) {

@@ -78,32 +78,37 @@ TEST(ExtendFilter, MarksTheOpenWaterOfAnEmptyLayout) {
 }
 
 TEST(ExtendFilter, WritesThePlaneAtEveryDepth) {
-  auto const scene = emptyScene(1.f, 5.f);
-  auto const out = addChannel<float>(scene.server, scene.volume, "out", 5.f);
-  // Far above the plane the liquid is 5 everywhere and does not touch it; where
-  // it is background at depth 6 the plane stands for it.
-  ExtendFilter(0.3f, {0.f, 0.f}, {30.f, 30.f}, 0.f, "mask").filter(scene.distance, out);
-  auto const joined = [](float p, float l) { return (p + l) - std::sqrt(p * p + l * l); };
-  for (int depth = 0; depth <= 7; ++depth) {
-    auto const tile = scene.layout.tileAccessor().tile(0, 0, 0, depth);
-    ASSERT_EQ(tile.index().depth, depth);
-    int const cell = tile.info().extent / 5;
+  for (float const vs : {1.f, 0.1f}) {
+    float const height = 0.3f * vs;
+    auto const scene = emptyScene(vs, 5.f);
+    // The liquid and its background are those of the source.
+    auto const out = addChannel<float>(scene.server, scene.volume, "out", 4.f);
+    // Far above the plane the liquid is 5 everywhere and does not touch it; where
+    // it is background at depth 6 the plane stands for it.
+    ExtendFilter(height, {0.f, 0.f}, {30.f * vs, 30.f * vs}, 0.f, "mask")
+        .filter(scene.distance, out);
     API::Channel const mask(scene.volume.findChannel("mask"));
-    for (int y = 0; y < 5; ++y) {
-      float const centre =
-          static_cast<float>(y * cell + tile.coord().j) + static_cast<float>(cell) * 0.5f;
-      float const p = (centre - 0.3f / 1.f) * 1.f;
-      float const l = depth == 6 ? p : 5.f;
-      float const m = mask.tileData<float>(tile.index()).data[5 * y];
-      EXPECT_EQ(out.tileData<float>(tile.index()).data[5 * y],
-                joined(m == 0.f ? std::max(p, l) : p, l))
-          << "depth " << depth << " row " << y;
+    auto const plane = [&](float centre) { return (centre - height / vs) * vs; };
+    auto const joined = [](float p, float l) { return (p + l) - std::sqrt(p * p + l * l); };
+    for (int depth = 0; depth <= 7; ++depth) {
+      auto const tile = scene.layout.tileAccessor().tile(0, 0, 0, depth);
+      ASSERT_EQ(tile.index().depth, depth);
+      int const cell = tile.info().extent / 5;
+      for (int y = 0; y < 5; ++y) {
+        float const p =
+            plane(static_cast<float>(y * cell + tile.coord().j) + static_cast<float>(cell) * 0.5f);
+        float const l = depth == 6 ? p : 5.f;
+        float const m = mask.tileData<float>(tile.index()).data[5 * y];
+        EXPECT_EQ(out.tileData<float>(tile.index()).data[5 * y],
+                  joined(m == 0.f ? std::max(p, l) : p, l))
+            << "depth " << depth << " row " << y;
+      }
     }
+    // A tile of depth 6 begins at -12: its lowest cell is centred on -9.5.
+    auto const six = scene.layout.tileAccessor().tile(0, 0, 0, 6);
+    EXPECT_EQ(six.coord().j, -12);
+    EXPECT_EQ(out.tileData<float>(six.index()).data[0], joined(plane(-9.5f), plane(-9.5f)));
   }
-  // A tile of depth 6 begins at -12: its lowest cell is centred on -9.5.
-  auto const six = scene.layout.tileAccessor().tile(0, 0, 0, 6);
-  EXPECT_EQ(six.coord().j, -12);
-  EXPECT_EQ(out.tileData<float>(six.index()).data[0], joined(-9.5f - 0.3f, -9.5f - 0.3f));
 }
 
 TEST(ExtendFilter, FindsTheOceanInWhatTheDestinationHolds) {

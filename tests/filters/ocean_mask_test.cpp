@@ -13,10 +13,11 @@ namespace {
 
 using namespace Test;
 
-/// Liquid and mask over some leaf tiles; voxel scale 1.
+/// Liquid and mask over some leaf tiles.
 struct Sea {
-  explicit Sea(std::vector<API::TileCoord> const& tiles, float liquidValue = 1.f)
-      : scene(emptyScene(1.f, liquidValue)) {
+  explicit Sea(std::vector<API::TileCoord> const& tiles, float liquidValue = 1.f,
+               float voxelScale = 1.f)
+      : scene(emptyScene(voxelScale, liquidValue)) {
     Host::addLeafTiles(scene.layout, tiles);
     liquid = scene.distance;
     mask = addChannel<float>(scene.server, scene.volume, "mask", 0.f);
@@ -69,6 +70,22 @@ TEST(OceanFlood, PassesShallowLiquidInsideATileButNotAcrossAFace) {
   sea.liquidAt(3, 0, 0) = 0.f;
   floodOcean(sea.at(10.f));
   EXPECT_EQ(sea.marked(), 250);
+}
+
+TEST(OceanFlood, EntersATileOnlyWhereItsMaskIsZero) {
+  for (float const before : {0.f, 0.5f}) {
+    Sea const sea({{0, 0, 0}, {5, 0, 0}});
+    for (int x = 3; x < 8; ++x)
+      for (int y = -2; y < 3; ++y)
+        for (int z = -2; z < 3; ++z) sea.liquidAt(x, y, z) = -2.f;
+    sea.liquidAt(3, 0, 0) = 1.f;
+    sea.maskAt(3, 0, 0) = before;
+    sea.maskAt(1, 1, 1) = 0.5f;  // inside a tile all but 1 is flooded
+    sea.maskAt(0, 0, 0) = 1.f;
+    floodOcean(sea.at(10.f));
+    EXPECT_EQ(sea.maskAt(3, 0, 0), before == 0.f ? 1.f : 0.5f);
+    EXPECT_EQ(sea.maskAt(1, 1, 1), 1.f);
+  }
 }
 
 TEST(OceanFlood, StopsMoreThanHalfADiagonalInside) {
@@ -143,7 +160,8 @@ TEST(OceanFlood, HasTheBitsOfItsDefinitionOnRandomLiquids) {
       for (int y = -2; y <= 1; ++y)
         for (int z = -1; z <= 1; ++z)
           if (random() % 6 != 0) tiles.push_back({5 * x, 5 * y, 5 * z});
-    Sea const sea(tiles);
+    float const vs = round % 2 == 0 ? 1.f : 0.1f;
+    Sea const sea(tiles, 1.f, vs);
     auto const expected = addChannel<float>(sea.scene.server, sea.scene.volume, "expected", 0.f);
     float const solid = 0.2f + 0.1f * static_cast<float>(round % 5);
     std::uniform_real_distribution<float> unit(0.f, 1.f);
@@ -151,12 +169,12 @@ TEST(OceanFlood, HasTheBitsOfItsDefinitionOnRandomLiquids) {
       auto const l = sea.liquid.tileData<float>(index), m = sea.mask.tileData<float>(index),
                  e = expected.tileData<float>(index);
       for (int i = 0; i < 125; ++i) {
-        l.data[i] = unit(random) < solid ? (unit(random) < 0.5f ? -0.5f : -2.f)
+        l.data[i] = unit(random) < solid ? (unit(random) < 0.5f ? -0.5f : -2.f) * vs
                                          : (unit(random) < 0.1f ? 0.f : 1.f);
         m.data[i] = e.data[i] = unit(random) < 0.02f ? 1.f : 0.f;
       }
     });
-    float const height = -6.f + 0.37f * static_cast<float>(random() % 30);
+    float const height = (-6.f + 0.37f * static_cast<float>(random() % 30)) * vs;
     LiteralOcean(sea.liquid, expected, height).flood();
     Threads const limit(1 + round % 3);
     floodOcean(sea.at(height));
@@ -231,7 +249,8 @@ TEST(OceanFalloff, HasTheBitsOfDirectLoopsForAnyRadius) {
         for (int y = -2; y <= 2; ++y)
           for (int z = -2; z <= 2; ++z)
             if (random() % 5 != 0) tiles.push_back({5 * x, 5 * y, 5 * z});
-      Sea const sea(tiles);
+      float const vs = round % 2 == 0 ? 1.f : 0.1f;
+      Sea const sea(tiles, 1.f, vs);
       auto const expected = addChannel<float>(sea.scene.server, sea.scene.volume, "expected", 0.f);
       forTiles(sea.scene.layout, 7, 7, [&](API::TreeIndex const& index) {
         auto const l = sea.liquid.tileData<float>(index), m = sea.mask.tileData<float>(index),
@@ -241,9 +260,9 @@ TEST(OceanFalloff, HasTheBitsOfDirectLoopsForAnyRadius) {
           m.data[i] = e.data[i] = random() % 12 == 0 ? 1.f : 0.f;
         }
       });
-      LiteralOcean(sea.liquid, expected, height).widen(radius);
+      LiteralOcean(sea.liquid, expected, height * vs).widen(radius * vs);
       Threads const limit(1 + ++round % 4);
-      widenOcean(sea.at(height), radius);
+      widenOcean(sea.at(height * vs), radius * vs);
       ASSERT_EQ(valuesOf<float>(sea.mask), valuesOf<float>(expected)) << radius << ", " << height;
     }
   }
@@ -261,6 +280,13 @@ TEST(OceanSeeding, MarksOpenColumnsUpToFiveAboveThePlaneAndNoFurtherThanLiquid) 
     EXPECT_EQ(sea.maskAt(1, y, 0), y < -4 ? 1.f : 0.f) << y;
     EXPECT_EQ(sea.maskAt(2, y, 0), y <= 5 ? 1.f : 0.f) << y;
   }
+}
+
+TEST(OceanSeeding, TakesTheVoxelBelowAPlaneAtANegativeHeight) {
+  Sea const sea({{0, 0, 0}, {0, 5, 0}}, 1.f, 0.1f);
+  seedOcean(sea.at(-0.03f));  // in voxel -1: up to y = 4
+  EXPECT_EQ(sea.maskAt(0, 4, 0), 1.f);
+  EXPECT_EQ(sea.maskAt(0, 5, 0), 0.f);
 }
 
 TEST(OceanSeeding, EndsAtAGapInAColumnOfLeaves) {

@@ -4,7 +4,9 @@
 
 #include <cmath>
 #include <limits>
+#include <set>
 #include <type_traits>
+#include <utility>
 
 namespace Velmor::Processing {
 namespace {
@@ -108,6 +110,28 @@ TEST(DilateFilter, ServesWhereverAnOffsetFilterIsExpected) {
   auto const apply = [](OffsetFilter<float> const& filter) { return filter.compute(1.f); };
   EXPECT_EQ(apply(DilateFilter<float>(0.25f)), 0.75f);
   EXPECT_EQ(apply(ErodeFilter<float>(0.25f)), 1.25f);
+}
+
+/// What a filter, its copies and those it was assigned to make of a value.
+template <class F, class T>
+std::set<T> outcomes(F const& original, F const& other, T const& value) {
+  F const copy(original);
+  F source(original);
+  F const moved(std::move(source));
+  F assigned(other);
+  assigned = original;
+  F moveAssigned(other);
+  moveAssigned = F(original);
+  return {original.compute(value), copy.compute(value), moved.compute(value),
+          assigned.compute(value), moveAssigned.compute(value)};
+}
+
+TEST(PointwiseFilters, CopyTheirParameters) {
+  EXPECT_EQ(outcomes(OffsetFilter<int>(3), OffsetFilter<int>(0), 4), std::set{7});
+  EXPECT_EQ(outcomes(ScaleFilter<int>(3), ScaleFilter<int>(0), 4), std::set{12});
+  EXPECT_EQ(outcomes(DilateFilter<int>(3), DilateFilter<int>(0), 4), std::set{1});
+  EXPECT_EQ(outcomes(ErodeFilter<int>(3), ErodeFilter<int>(0), 4), std::set{7});
+  EXPECT_EQ(outcomes(RemapFilter<int>(1, 2, 5, 8), RemapFilter<int>(0, 1, 0, 1), 4), std::set{14});
 }
 
 template <class F, class Base>

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "processing/mixer.h"
@@ -65,6 +66,26 @@ TEST(SmoothFilter, RepeatsSpeedAndStepOnTheLeavesAlone) {
     EXPECT_EQ(allValues(out), allValues(literal));
     EXPECT_EQ(coarseValues(out), coarseValues(scene.distance));
     EXPECT_FALSE(scene.volume.findChannel("tmp").valid());
+  }
+}
+
+TEST(SmoothFilter, CopiesItsParameters) {
+  auto const scene = sphereScene(6.f);
+  auto const smoothed = [&](Smooth const& filter) {
+    auto const out = addChannel<float>(scene.server, scene.volume, "out", 77.f);
+    filter.filter(scene.distance, out);
+    return allValues(out);
+  };
+  Smooth const original(Smooth::Curvature, 2, 0.3f);
+  Smooth const copy(original);
+  Smooth source(original);
+  Smooth const moved(std::move(source));
+  Smooth assigned(Smooth::Laplacian, 0, 0.f), moveAssigned(Smooth::Laplacian, 0, 0.f);
+  assigned = original;
+  moveAssigned = Smooth(original);
+  auto const expected = smoothed(original);
+  for (auto const& filter : {copy, moved, assigned, moveAssigned}) {
+    EXPECT_EQ(smoothed(filter), expected);
   }
 }
 

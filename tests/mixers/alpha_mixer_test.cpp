@@ -93,5 +93,23 @@ TEST(AlphaChannel, AnEmptyHandleIsAConstantOne) {
   EXPECT_EQ(AlphaMixer<float>(c.add("alpha", 0.f)).compute(3.f, 1.f), 3.f);
 }
 
+TEST(AlphaChannel, IsKeptByCopies) {
+  MixedChannels const c;
+  auto const a = c.add("a", 8.f), b = c.add("b", 4.f);
+  AlphaMixer<float> const original(c.add("alpha", 0.25f));
+  AlphaMixer<float> const copy(original);
+  AlphaMixer<float> source(original);
+  AlphaMixer<float> const moved(std::move(source));
+  AlphaMixer<float> assigned(9.f), moveAssigned(9.f);
+  assigned = original;
+  moveAssigned = AlphaMixer<float>(original);
+  for (auto const& mixer : {copy, moved, assigned, moveAssigned}) {
+    API::Channel out = c.add("out", 7.f);
+    EXPECT_TRUE(mixer.mix(a, b, out));
+    EXPECT_EQ(valueAt<float>(out), 5.f);
+    EXPECT_EQ(mixer.compute(8.f, 4.f), 8.f);  // by the constant, which is 1
+  }
+}
+
 }  // namespace
 }  // namespace Velmor::Processing
