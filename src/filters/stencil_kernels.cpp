@@ -134,20 +134,18 @@ struct Median {
   }
 };
 
-using Filter3 = HaloFilter<float>;
-
 template <class Work>
-void baseline(Filter3 const&, Block const& tile, float* out) {
+void baseline(HaloFilter<float> const&, Block const& tile, float* out) {
   Work::run(tile, out);
 }
 
 template <class Work>
-[[gnu::target("avx2")]] void avx2(Filter3 const&, Block const& tile, float* out) {
+[[gnu::target("avx2")]] void avx2(HaloFilter<float> const&, Block const& tile, float* out) {
   Work::run(tile, out);
 }
 
 template <class Work>
-[[gnu::target("avx512f")]] void avx512(Filter3 const&, Block const& tile, float* out) {
+[[gnu::target("avx512f")]] void avx512(HaloFilter<float> const&, Block const& tile, float* out) {
   Work::run(tile, out);
 }
 

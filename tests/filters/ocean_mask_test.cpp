@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -50,6 +51,17 @@ TEST(OceanFlood, FillsItsTileUpToThePlaneAndOpenColumnsAboveIt) {
   sea.maskAt(0, 0, 0) = 1.f;
   floodOcean(sea.at(0.6f));
   EXPECT_EQ(sea.marked(), 125);
+}
+
+TEST(OceanFlood, SpreadsInTheRowWhoseCentresLieOnThePlane) {
+  for (float const height : {0.4999f, 0.5f}) {
+    Sea const sea({{0, 0, 0}});
+    sea.liquidAt(1, -1, 0) = -2.f;  // nothing rises through it
+    sea.maskAt(0, -1, 0) = 1.f;
+    floodOcean(sea.at(height));
+    EXPECT_EQ(sea.maskAt(0, 0, 0), 1.f);
+    EXPECT_EQ(sea.maskAt(1, 0, 0), height == 0.5f ? 1.f : 0.f);
+  }
 }
 
 TEST(OceanFlood, DoesNotSpreadAboveThePlane) {
@@ -213,11 +225,13 @@ TEST(OceanFalloff, FallsWithTheDistanceInAllDirections) {
 }
 
 TEST(OceanFalloff, LeavesOutBorderVoxelsInsideTheLiquid) {
-  Sea const sea({{0, 0, 0}});
-  sea.maskAt(0, 1, 0) = 1.f;
-  sea.liquidAt(0, 1, 0) = -0.1f;
-  widenOcean(sea.at(0.5f), 2.f);
-  EXPECT_EQ(sea.maskAt(1, 1, 0), 0.f);
+  for (float const liquid : {-1e-30f, 0.f}) {
+    Sea const sea({{0, 0, 0}});
+    sea.maskAt(0, 1, 0) = 1.f;
+    sea.liquidAt(0, 1, 0) = liquid;
+    widenOcean(sea.at(0.5f), 2.f);
+    EXPECT_EQ(sea.maskAt(1, 1, 0), liquid < 0.f ? 0.f : 0.5f);
+  }
 }
 
 TEST(OceanFalloff, ReadsTheRowBeyondATileFromTheTileAbove) {
@@ -295,6 +309,17 @@ TEST(OceanSeeding, EndsAtAGapInAColumnOfLeaves) {
   EXPECT_EQ(sea.maskAt(0, -12, 0), 1.f);
   EXPECT_EQ(sea.maskAt(0, -8, 0), 1.f);
   EXPECT_EQ(sea.maskAt(0, 0, 0), 0.f);
+  // Nor does the coarser tile that covers the gap take part.
+  auto const mask = allValues(sea.mask);
+  EXPECT_EQ(std::count(mask.begin(), mask.end(), 1.f), sea.marked());
+}
+
+TEST(OceanSeeding, WalksOnOnlyIntoATileOfTheSameDepth) {
+  // The middle column of the depth-6 tile [-12, 13) holds no leaf, and nothing
+  // of that depth follows above it: the column ends there.
+  Sea const sea({{5, 0, 0}});
+  seedOcean(sea.at(30.f));
+  EXPECT_EQ(sea.marked(), 125);
 }
 
 TEST(OceanSeeding, EntersOnlyTheLowestChildOfAColumnOfCells) {
