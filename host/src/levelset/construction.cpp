@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "levelset/crossed_cells.h"
 #include "levelset/holes.h"
 #include "levelset/parallel.h"
 #include "levelset/redistance.h"
@@ -52,6 +53,7 @@ Construction::Construction(Particles& particles, TileGrid const& output,
   double const voxelSize = particles.voxelSize() / options.resolutionFactor;
   closeHoles(field_, inside, options.maxVolumeOfHolesToClose / std::pow(voxelSize, 3), filled_);
   redistance(field_, inside);
+  keepCrossedCells(field_);
 }
 
 std::vector<std::uint32_t> const& Construction::dropletsAt(TilePlace const& place) const noexcept {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 
 #include "levelset/tile_grid.h"
@@ -15,6 +16,7 @@ struct FieldTile {
   using Values = std::array<float, API::tileCells>;
 
   TilePlace place;
+  std::uint32_t number = 0;  ///< among the tiles of the field, while distances are measured
   Values phi;         ///< the field, later the signed distance
   Values gx, gy, gz;  ///< its gradient, where it is known
   Values cx, cy, cz;  ///< the nearest point of the surface, where `reached`

@@ -95,11 +95,9 @@ struct Sample {
 
 // Trilinear weights of each voxel's value and half its own linear continuation:
 // the errors of both are of opposite sign and equal size, so that what remains
-// is of third order. False where a voxel is not known.
-bool interpolate(Around const& around, Vector const& at, Sample& sample) {
-  Vector const from = at - Vector{0.5f, 0.5f, 0.5f};
-  auto const inReach = [](float a) { return a >= -5.f && a < 9.f; };
-  if (!inReach(from.x) || !inReach(from.y) || !inReach(from.z)) return false;
+// is of third order. The eight voxels around lie in a tile or beside it. False
+// where a voxel is not known.
+bool interpolateNear(Around const& around, Vector const& from, Sample& sample) {
   int const i = floorOf(from.x), j = floorOf(from.y), k = floorOf(from.z);
   Vector const f{from.x - static_cast<float>(i), from.y - static_cast<float>(j),
                  from.z - static_cast<float>(k)};
@@ -119,18 +117,51 @@ bool interpolate(Around const& around, Vector const& at, Sample& sample) {
   return true;
 }
 
+/// All tiles with those around them.
+class Neighbourhoods {
+ public:
+  explicit Neighbourhoods(Field& field) : around_(field.count()) {
+    forEach(field.count(), [&](std::size_t t) {
+      field.tile(t).number = static_cast<std::uint32_t>(t);
+      around_[t] = field.around(t);
+    });
+  }
+  Around const& operator[](std::size_t t) const noexcept { return around_[t]; }
+
+  /// The field at a point relative to the tile in the middle; false where it is not known.
+  bool interpolate(Around const& around, Vector const& at, Sample& sample) const {
+    Vector const from = at - Vector{0.5f, 0.5f, 0.5f};
+    auto const isNear = [](float a) { return a >= -5.f && a < 9.f; };
+    if (isNear(from.x) && isNear(from.y) && isNear(from.z)) {
+      return interpolateNear(around, from, sample);
+    }
+    auto const isInReach = [](float a) { return a >= -10.f && a < 14.f; };
+    if (!isInReach(from.x) || !isInReach(from.y) || !isInReach(from.z)) return false;
+    auto const step = [&](float a) { return isNear(a) ? 0 : (a < 0.f ? -1 : 1); };
+    int const i = step(from.x), j = step(from.y), k = step(from.z);
+    auto const* const tile = around[static_cast<std::size_t>(13 + i + 3 * j + 9 * k)];
+    if (tile == nullptr) return false;
+    auto const shift = [](int a) { return static_cast<float>(tileWidth * a); };
+    return interpolateNear(around_[tile->number], from - Vector{shift(i), shift(j), shift(k)},
+                           sample);
+  }
+
+ private:
+  std::vector<Around> around_;
+};
+
 constexpr float leastSquaredSlope = 0.04f;  // below it a Newton step leads anywhere
 
 // Follows the gradient from a point to the surface; false if it does not lead
 // there within `most` voxels.
-bool descend(Around const& around, Sample at, float most, Vector& y) {
+bool descend(Neighbourhoods const& all, Around const& around, Sample at, float most, Vector& y) {
   auto const start = y;
   for (int n = 0; n < 4; ++n) {
     float const slope = dot(at.gradient, at.gradient);
     if (!(slope > leastSquaredSlope)) return false;
     y = y - at.gradient * (at.value / slope);
     auto const way = y - start;
-    if (!(dot(way, way) < most * most) || !interpolate(around, y, at)) return false;
+    if (!(dot(way, way) < most * most) || !all.interpolate(around, y, at)) return false;
     if (std::abs(at.value) < 1e-3f) return true;
   }
   return std::abs(at.value) < 0.02f;
@@ -162,20 +193,20 @@ Vector crossingOf(FieldTile const& tile, Around const& around, int cell) {
 
 // The nearest point of the surface to a voxel beside it. A crossing on the way
 // to a neighbour bounds how far it is; the mesher relies on that.
-Vector sourceOf(FieldTile const& tile, Around const& around, int cell) {
+Vector sourceOf(Neighbourhoods const& all, FieldTile const& tile, Around const& around, int cell) {
   auto const c = static_cast<std::size_t>(cell);
   auto const start = centreOf(cell);
   auto const squaredWay = [&](Vector const& y) { return dot(y - start, y - start); };
   auto best = crossingOf(tile, around, cell);
   auto corrected = best;
   Sample there;
-  if (interpolate(around, best, there) && descend(around, there, 0.3f, corrected) &&
+  if (all.interpolate(around, best, there) && descend(all, around, there, 0.3f, corrected) &&
       squaredWay(corrected) < 1.f) {
     best = corrected;
   }
   auto y = start;
   Sample const here{tile.phi[c], {tile.gx[c], tile.gy[c], tile.gz[c]}};
-  if (tile.known.test(cell) && descend(around, here, 1.75f, y) &&
+  if (tile.known.test(cell) && descend(all, around, here, 1.75f, y) &&
       squaredWay(y) < squaredWay(best)) {
     best = y;
   }
@@ -230,44 +261,58 @@ void arrive(FieldTile& tile, Around const& around) {
   }
 }
 
+// Moves a point beside the surface onto it.
+bool land(Neighbourhoods const& all, Around const& around, Vector& y, Sample& there) {
+  for (int n = 0; n < 2; ++n) {
+    if (!all.interpolate(around, y, there)) return false;
+    float const slope = dot(there.gradient, there.gradient);
+    if (!(slope > leastSquaredSlope)) return false;
+    y = y - there.gradient * (there.value / slope);
+  }
+  return true;
+}
+
+// What of a way does not lead along the gradient.
+Vector tangentialPart(Vector const& way, Vector const& gradient) {
+  return way - gradient * (dot(way, gradient) / dot(gradient, gradient));
+}
+
 // Walks along the surface from a point of it to the one nearest to `from`, and
 // returns how far that is.
-float shortestWay(Around const& around, Vector const& from, Vector y) {
+float shortestWay(Neighbourhoods const& all, Around const& around, Vector const& from, Vector y) {
   auto best = from - y;
-  for (int round = 0; round < 3; ++round) {
+  for (int round = 0; round < 4; ++round) {
     Sample at;
-    if (!interpolate(around, y, at)) break;
-    float const slope = dot(at.gradient, at.gradient);
-    if (!(slope > leastSquaredSlope)) break;
-    auto const way = from - y;
-    auto const along = way - at.gradient * (dot(way, at.gradient) / slope);
+    if (!all.interpolate(around, y, at)) break;
+    if (!(dot(at.gradient, at.gradient) > leastSquaredSlope)) break;
+    auto const along = tangentialPart(from - y, at.gradient);
     if (dot(along, along) < 4e-4f) break;
+    // A whole step is right where the surface is flat. Where it bends away, what is
+    // left to go turns round, and says how far it should have been.
+    auto const start = y;
     bool shorter = false;
-    // A whole step is right where the surface is flat, and too far where it bends away.
-    for (float const part : {1.f, 0.4f}) {
-      auto next = y + along * part;
+    float part = 1.f;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+      auto next = start + along * part;
       Sample there;
-      bool good = true;
-      for (int n = 0; n < 2 && good; ++n) {
-        good = interpolate(around, next, there) &&
-               dot(there.gradient, there.gradient) > leastSquaredSlope;
-        if (good) {
-          next = next - there.gradient * (there.value / dot(there.gradient, there.gradient));
-        }
-      }
+      bool const good = land(all, around, next, there);
       auto const found = from - next;
-      if (!good || dot(found, found) >= dot(best, best)) continue;
-      best = found;
-      y = next;
-      shorter = true;
-      break;
+      if (good && dot(found, found) < dot(best, best)) {
+        best = found;
+        y = next;
+        shorter = true;
+      }
+      float const left =
+          good ? dot(tangentialPart(found, there.gradient), along) / dot(along, along) : 0.f;
+      if (shorter && left > -0.2f * part) break;
+      part *= left < 0.f ? std::clamp(part / (part - left), 0.15f, 0.8f) : 0.4f;
     }
     if (!shorter) break;
   }
   return std::sqrt(dot(best, best));
 }
 
-void measure(FieldTile& tile, Around const& around) {
+void measure(Neighbourhoods const& all, FieldTile& tile, Around const& around) {
   auto& distance = tile.cx;  // the others still read this tile's field
   for (int cell = 0; cell < tileCells; ++cell) {
     auto const c = static_cast<std::size_t>(cell);
@@ -276,7 +321,7 @@ void measure(FieldTile& tile, Around const& around) {
       Vector const point{tile.cx[c], tile.cy[c], tile.cz[c]};
       auto const way = centreOf(cell) - point;
       // What is far beyond the band does not come back into it.
-      if (dot(way, way) < 6.f * 6.f) d = shortestWay(around, centreOf(cell), point);
+      if (dot(way, way) < 6.f * 6.f) d = shortestWay(all, around, centreOf(cell), point);
     }
     distance[c] = tile.inside.test(cell) ? -std::min(d, bandWidth) : std::min(d, bandWidth);
   }
@@ -317,13 +362,12 @@ void redistance(Field& field, InsideAt const& insideAt) {
   addBand(field, insideAt);
   findSources(summed);
 
-  std::vector<Around> around(field.count());
-  forEach(field.count(), [&](std::size_t t) { around[t] = field.around(t); });
+  Neighbourhoods const around(field);
   forEach(summed, [&](std::size_t t) { differenceRoughVoxels(field.tile(t), around[t]); });
   forEach(field.count(), [&](std::size_t t) {
     auto& tile = field.tile(t);
     forBits(tile.reached, [&](int cell) {
-      store(tile, static_cast<std::size_t>(cell), sourceOf(tile, around[t], cell));
+      store(tile, static_cast<std::size_t>(cell), sourceOf(around, tile, around[t], cell));
     });
   });
   for (int ring = 0; ring < static_cast<int>(bandWidth); ++ring) {
@@ -333,7 +377,7 @@ void redistance(Field& field, InsideAt const& insideAt) {
       for (std::size_t w = 0; w < 2; ++w) tile.reached.words[w] |= tile.arriving.words[w];
     });
   }
-  forEach(field.count(), [&](std::size_t t) { measure(field.tile(t), around[t]); });
+  forEach(field.count(), [&](std::size_t t) { measure(around, field.tile(t), around[t]); });
   forEach(field.count(), [&](std::size_t t) { field.tile(t).phi = field.tile(t).cx; });
 }
 
