@@ -1,15 +1,20 @@
 #include "processing/surface.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <memory>
+#include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "processing/extend_filter.h"
 #include "processing/pointwise_filters.h"
 #include "processing/smooth_filter.h"
 #include "processing/stencil_filters.h"
 #include "shapes/shape_case.h"
+#include "support/mesh_checks.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -19,6 +24,7 @@ using Test::errorOf;
 using Test::Float2;
 using Test::Float3;
 using Test::forTiles;
+using Test::meshOf;
 using Test::ObjectBuilder;
 using Test::valuesOf;
 using Test::voxelScaleOf;
@@ -250,6 +256,26 @@ TEST_F(SurfaceTest, StopsAfterAFailedLoad) {
   EXPECT_FALSE(surface.accel().valid());
 }
 
+TEST_F(SurfaceTest, SurfacesOfOneFileServeTheirThreads) {
+  auto parameters = parametersOf(sphere());
+  parameters.dilate = 0.05f;
+  auto const expected = distancesOf(Surface(parameters));
+  std::vector<std::thread> threads;
+  std::vector<std::string> errors(6);
+  for (auto& error : errors) {
+    threads.emplace_back([&] {
+      for (int n = 0; n < 4; ++n) {
+        Surface const surface(parameters);
+        if (!surface.status()) error += errorOf(surface);
+        if (distancesOf(surface) != expected) error += "other distances";
+        if (!surface.accel().valid()) error += "no acceleration";
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(errors, std::vector<std::string>(errors.size()));
+}
+
 TEST_F(SurfaceTest, CopiesShareDistanceAndAcceleration) {
   auto surface = std::make_unique<Surface>(sphereParameters());
   Surface const copy(*surface);
@@ -299,6 +325,44 @@ TEST_F(SurfaceInOcean, BlendsInCacheUnitsAndKeepsANamedMask) {
   EXPECT_EQ(valuesOf<float>(surface.voxels().findChannel("mask")),
             valuesOf<float>(plain.voxels().findChannel("mask")));
   EXPECT_FALSE(surface.voxels().findChannel("oceanTmp").valid());
+}
+
+TEST_F(SurfaceInOcean, TakesItsParametersInCacheUnits) {
+  auto parameters = oceanOf(sphere());
+  parameters.enable_ocean_blending_uvs = false;
+  parameters.ocean_blending_height = 0.53f;
+  parameters.space_scale = 2.f;
+  Surface const surface(parameters);
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  auto const mesh = meshOf(surface.distance());
+  int count = 0;
+  for (auto const& p : mesh.points) {
+    // Outside the sphere, inside the rectangle.
+    if (std::hypot(p.x, p.z) < 1.6f || std::max(std::abs(p.x), std::abs(p.z)) > 2.6f) continue;
+    EXPECT_NEAR(p.y, 2.f * 0.53f, 0.02f);
+    ++count;
+  }
+  EXPECT_GT(count, 100);
+}
+
+TEST_F(SurfaceInOcean, DerivesChannelsAfterTheOceanAndBeforeTheSpaceScale) {
+  auto parameters = oceanOf(sphere());
+  parameters.enable_ocean_blending_uvs = false;
+  Surface const plain(parameters);
+  API::StateServer const server(API::ObjectModel::stateServer(plain.voxels().stateID()));
+  auto const expected = [&](Filter const& filter, char const* name) {
+    auto const channel = addChannel<float>(server, plain.voxels(), name);
+    filter.filter(plain.distance(), channel);
+    return valuesOf<float>(channel);
+  };
+  parameters.space_scale = 2.f;
+  parameters.compute_laplacian = true;
+  parameters.compute_curvature = true;
+  Surface const surface(parameters);
+  EXPECT_EQ(valuesOf<float>(surface.voxels().findChannel("laplacian")),
+            expected(LaplacianFilter<float>(), "l"));
+  EXPECT_EQ(valuesOf<float>(surface.voxels().findChannel("curvature")),
+            expected(CurvatureFilter<float>(), "c"));
 }
 
 TEST_F(SurfaceInOcean, WarnsOfMissingTextureCoordinatesAndGoesOn) {
