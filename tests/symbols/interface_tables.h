@@ -129,6 +129,9 @@ inline std::vector<Class> const classes{
 inline std::vector<std::string> const functions{
     "createAccelLayout(API::VoxelChannel const&)",
     "computeBBox(API::Layout const&)",
+    "Interval::Interval()",
+    "Interval::Interval(float, float)",
+    "Interval::valid() const",
 };
 
 /// Names that are exported beside those of the tables.
