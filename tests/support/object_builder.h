@@ -47,13 +47,13 @@ class ObjectBuilder {
     return channel;
   }
 
-  /// A voxel channel with one value in all voxels of the leaf tiles that exist.
+  /// A voxel channel with one value in all cells, over a background of 0.
   template <class T>
   API::VoxelChannel channel(API::VoxelComponent const& component, char const* name,
                             T const& value) const {
     auto const channel = addChannel<T>(server_, component, name);
-    int const leaf = API::Layout(component.layout()).maxDepth();
-    forTiles(API::Layout(component.layout()), leaf, leaf, [&](API::TreeIndex const& index) {
+    API::Layout const layout(component.layout());
+    forTiles(layout, 0, layout.maxDepth(), [&](API::TreeIndex const& index) {
       auto const cells = channel.template tileData<T>(index);
       std::fill_n(cells.data, cells.count, value);
     });

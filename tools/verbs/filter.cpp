@@ -128,9 +128,7 @@ void run(Session& session, FilterOptions const& options) {
   }
   {
     KeptChannels const kept(component);
-    Host::InactiveCells const world(channel);
     for (auto const& step : steps) step(channel);
-    world.restore();
   }
   double const filterSeconds = watch.lap();
   writeCache(object, options.output);

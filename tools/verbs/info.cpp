@@ -149,6 +149,7 @@ std::string describeInWords(Json const& report) {
   std::string text;
   for (auto const& object : report["objects"]) {
     text += "object " + words(object["name"]) + "\n  frames: " + framesOf(object) + "\n";
+    if (object.contains("error")) text += "  could not be read\n";
     if (object["frames"].size() > 1) {
       text += "  described: frame " + words(object["frame"]) + "\n";
     }
@@ -191,6 +192,7 @@ void run(Session& session, InputOptions const& options) {
   Json report;
   report["input"] = input.path();
   Json objects = Json::array();
+  bool anyRead = false;
   for (auto const& object : input.objects()) {
     if (!options.object.empty() && object.name != options.object) continue;
     Json entry;
@@ -204,6 +206,7 @@ void run(Session& session, InputOptions const& options) {
       entry["frame"] = selection.frame;
       auto const loaded = input.load(selection);
       for (auto const& component : loaded.components()) components.push_back(describe(component));
+      anyRead = true;
     } catch (Failure const& failure) {
       entry["error"] = failure.what();
       session.error(failure);
@@ -211,6 +214,7 @@ void run(Session& session, InputOptions const& options) {
     entry["components"] = components;
     objects.push_back(entry);
   }
+  if (!anyRead && !objects.empty()) return;  // the messages say it all
   report["objects"] = objects;
   auto const text = describeInWords(report);
   session.report(std::move(report), text);

@@ -120,11 +120,9 @@ void run(Session& session, MixOptions const& options) {
     requireNewName("--out", name, a.component);
     out.channel = Host::copyChannel(a.channel, name);
   }
-  Host::InactiveCells const world(out.channel);
   if (!mix(options, alpha.channel, a.channel, b.channel, out.channel)) {
     throw Failure(ExitCode::Other, input.path(), "the channels could not be mixed");
   }
-  world.restore();
   double const mixSeconds = watch.lap();
   writeCache(object, options.output);
   double const writeSeconds = watch.lap();

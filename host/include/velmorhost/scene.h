@@ -53,6 +53,9 @@ struct CellMask {
   void set(int bit) noexcept {
     words[static_cast<std::size_t>(bit >> 6)] |= std::uint64_t{1} << (bit & 63);
   }
+  void reset(int bit) noexcept {
+    words[static_cast<std::size_t>(bit >> 6)] &= ~(std::uint64_t{1} << (bit & 63));
+  }
   bool operator==(CellMask const& o) const noexcept { return words == o.words; }
 };
 
@@ -74,35 +77,13 @@ VELMOR_EXPORT void copyActiveMasks(API::Channel const& from, API::Channel const&
 /// A new channel beside an existing one that holds the same: values of all
 /// depths, background, active voxels, kind of field and dictionary. One of that
 /// name is detached. Invalid if no channel can be made.
-VELMOR_EXPORT API::VoxelChannel copyChannel(API::VoxelChannel const& from,
-                                            API::String const& name);
+VELMOR_EXPORT API::VoxelChannel copyChannel(API::VoxelChannel const& from, API::String const& name);
 
 /// Moves the plateau of a narrow band outwards: values of `channel` at or beyond
 /// plus or minus its background, in leaf tiles and coarse cells, become plus or
 /// minus `background`, which becomes the channel's. False, and nothing done,
 /// unless the channel holds floats and 0 < old background < `background`.
 VELMOR_EXPORT bool movePlateau(API::VoxelChannel const& channel, float background);
-
-/// The inactive coarse cells of a channel as they are now. A filter over all
-/// depths changes them too, and a file that had to keep the empty world with a
-/// value other than the background would be endless: `restore` takes them back.
-class VELMOR_EXPORT InactiveCells {
- public:
-  explicit InactiveCells(API::VoxelChannel const& channel);
-  ~InactiveCells();
-  InactiveCells(InactiveCells const&) = delete;
-  InactiveCells& operator=(InactiveCells const&) = delete;
-
-  /// Gives the cells that were inactive, and those of coarse tiles that are new,
-  /// what they had; new tiles what their parents had there. Near the leaves of a
-  /// level set, in tiles of the three depths above them, they become plus or
-  /// minus the background, by the sign that they have now.
-  void restore() const;
-
- private:
-  struct State;
-  State* state_;
-};
 
 /// Bytes of memory that a layout's tree and a channel's values occupy.
 VELMOR_EXPORT std::size_t memoryUse(API::Layout const& layout);

@@ -1,9 +1,6 @@
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <type_traits>
-#include <unordered_map>
-#include <vector>
 
 #include "core/channel_item.h"
 #include "core/dictionary_store.h"
@@ -70,89 +67,6 @@ bool movePlateau(API::VoxelChannel const& channel, float background) {
   });
   channel.setBackgroundValue(background);
   return true;
-}
-
-struct InactiveCells::State {
-  struct Tile {
-    CellMask active;
-    std::vector<std::byte> values;
-  };
-  API::VoxelChannel channel;
-  std::unordered_map<API::TreeIndex, Tile> tiles;
-};
-
-namespace {
-
-// Above these depths over the leaves cells are so large that a file which has to
-// tell them from the empty world grows without bound.
-constexpr int nearDepths = 3;
-
-template <class T, class State>
-void keepTile(State& state, API::TreeIndex const& index) {
-  auto const data = state.channel.template tileData<T>(index);
-  auto const* const bytes = reinterpret_cast<std::byte const*>(data.data);
-  state.tiles[index] = {activeMask(state.channel, index),
-                        std::vector<std::byte>(bytes, bytes + data.count * sizeof(T))};
-}
-
-template <class T, class State>
-void restoreTile(State const& state, API::TileAccessor const& accessor, API::TreeIndex const& index,
-                 int leafDepth) {
-  auto const data = state.channel.template tileData<T>(index);
-  auto const tile = accessor.tile(index);
-  auto const kept = state.tiles.find(index);
-  T inherited = state.channel.template backgroundValue<T>();
-  if (kept == state.tiles.end() && index.depth > 0) {
-    auto const& at = tile.coord();
-    auto const parent = accessor.tile(at.i, at.j, at.k, index.depth - 1);
-    int const cell = parent.info().extent / parent.info().width;
-    auto const& o = parent.coord();
-    auto const above = state.channel.template tileData<T>(parent.index());
-    inherited =
-        above.data[above.offset((at.i - o.i) / cell, (at.j - o.j) / cell, (at.k - o.k) / cell)];
-  }
-  bool const bySign =
-      fieldClass(state.channel) == FieldClass::LevelSet && index.depth >= leafDepth - nearDepths;
-  for (int c = 0; c < 125; ++c) {
-    if (kept != state.tiles.end() && kept->second.active.test(c)) continue;
-    T& value = data.data[c];
-    if constexpr (std::is_same_v<T, float>) {
-      if (bySign && !tile.child(c % 5, c / 5 % 5, c / 25).valid()) {
-        float const band = state.channel.template backgroundValue<float>();
-        value = value < 0.f ? -band : band;
-        continue;
-      }
-    }
-    if (kept == state.tiles.end()) {
-      value = inherited;
-    } else {
-      std::memcpy(&value, &kept->second.values[static_cast<std::size_t>(c) * sizeof(T)], sizeof(T));
-    }
-  }
-}
-
-}  // namespace
-
-InactiveCells::InactiveCells(API::VoxelChannel const& channel) : state_(new State{channel, {}}) {
-  API::Layout const layout(channel.layout());
-  for (auto tiles = layout.tileIterator(0, layout.maxDepth() - 1, API::TraversalMode::Serial);
-       tiles.valid(); tiles.next()) {
-    API::withType(channel.dataType(), [&]<class T>(T*) { keepTile<T>(*state_, tiles.index()); });
-  }
-}
-
-InactiveCells::~InactiveCells() { delete state_; }
-
-void InactiveCells::restore() const {
-  API::Layout const layout(state_->channel.layout());
-  auto const accessor = layout.tileAccessor();
-  // Coarse tiles first: new ones look at their parents.
-  for (auto tiles = layout.tileIterator(0, layout.maxDepth() - 1, API::TraversalMode::Serial);
-       tiles.valid(); tiles.next()) {
-    API::withType(state_->channel.dataType(), [&]<class T>(T*) {
-      restoreTile<T>(*state_, accessor, tiles.index(), layout.maxDepth());
-    });
-  }
 }
 
 }  // namespace Velmor::Host

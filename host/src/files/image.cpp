@@ -134,6 +134,15 @@ std::string Image::checkChannel(ChannelRecord const& channel) const {
     return "a channel record is damaged";
   }
   if (!holds(channel.points, size)) return "point values out of bounds";
+  if (!holds(channel.coarse, sizeof(CoarseCell))) return "coarse cells out of bounds";
+  auto const* const coarse = at<CoarseCell>(channel.coarse);
+  for (std::uint64_t c = 0; c < channel.coarse.count; ++c) {
+    if (coarse[c].depth < 0 || coarse[c].depth >= header().shape.depth || coarse[c].cell < 0 ||
+        coarse[c].cell >= TreeShape::cells ||
+        !header().shape.inRoot(coarse[c].tile.i, coarse[c].tile.j, coarse[c].tile.k)) {
+      return "a coarse cell is damaged";
+    }
+  }
   for (int d = 0; d < TreeShape::levels; ++d) {
     auto const& level = channel.levels[d];
     if (!holds(level.slots, 4) || !holds(level.masks, 16) ||

@@ -40,6 +40,15 @@ struct LevelRecord {
   Span values;  // 125 elements per slot
 };
 
+/// A coarse cell whose value the grid has no place for.
+struct CoarseCell {
+  API::TileCoord tile;
+  std::int32_t depth = 0;  // of the tile
+  std::int32_t cell = 0;
+  std::uint32_t active = 0;
+  std::uint32_t value[3] = {0, 0, 0};  // bits
+};
+
 struct ChannelRecord {
   Span name;      // char
   Span metadata;  // MetadataRecord
@@ -51,6 +60,7 @@ struct ChannelRecord {
   std::uint32_t background[3] = {0, 0, 0};  // bits
   Span distanceReason;                      // char
   LevelRecord levels[TreeShape::levels];
+  Span coarse;  // CoarseCell; they replace what the levels have
   Span points;  // values of a point channel
 };
 
@@ -74,7 +84,7 @@ struct MessageRecord {
 
 struct ImageHeader {
   static constexpr std::uint64_t theMagic = 0x315642564d4c4556;
-  static constexpr std::uint32_t theVersion = 1;
+  static constexpr std::uint32_t theVersion = 2;
 
   std::uint64_t magic = 0;
   std::uint32_t version = 0;

@@ -19,7 +19,9 @@ inline constexpr char const* component = "velmor_component";  ///< name of the c
 inline constexpr char const* type = "velmor_type";  ///< "float2", "int2": x and y of a vec3 grid
 inline constexpr char const* float2 = "float2";
 inline constexpr char const* int2 = "int2";
-inline constexpr char const* tiles = "velmor_tiles";  ///< tiles that the values do not show
+inline constexpr char const* background = "velmor_background";  ///< the channel's own, as bits
+inline constexpr char const* coarse = "velmor_coarse";  ///< cells that the grid has no place for
+inline constexpr char const* tiles = "velmor_tiles";    ///< tiles that the values do not show
 
 // A point attribute.
 inline constexpr char const* order = "velmor_order";  ///< place of each point in the state

@@ -3,40 +3,18 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <vector>
 
 #include "core/channel_item.h"
-#include "files/source_field.h"
-#include "files/tree_shape.h"
+#include "files/text_scan.h"
 
 namespace Velmor::Host::Files {
 
-namespace {
-
-void append(std::string& text, std::uint64_t number) {
-  std::array<char, 20> digits{};
-  auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
-  text.append(digits.data(), end);
-}
-
-TreeShape shapeOf(API::LayoutItem const& layout) {
-  return {layout.leafDepth(), layout.centred() ? 1 : 0};
-}
-
-}  // namespace
-
-std::string packPlainTiles(API::Component const& component) {
-  std::vector<SourceField> fields;
-  for (auto const& channel : component.channels()) {
-    if (auto const* const item = API::itemAs<API::VoxelChannelItem>(channel)) {
-      fields.emplace_back(*item);
-    }
-  }
+std::string packPlainTiles(API::Component const& component,
+                           std::vector<SourceField> const& fields) {
   auto const* const layout = API::itemAs<API::LayoutItem>(component.layout());
   if (layout == nullptr || fields.empty()) return {};
-  auto const shape = shapeOf(*layout);
+  auto const shape = fields.front().shape();
   std::string text;
   append(text, static_cast<std::uint64_t>(shape.depth));
   text += shape.centred != 0 ? ",1" : ",0";

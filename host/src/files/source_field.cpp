@@ -66,17 +66,41 @@ std::int64_t floorTo(std::int64_t v, std::int64_t edge) noexcept {
 
 }  // namespace
 
-SourceField::SourceField(API::VoxelChannelItem const& channel)
+SourceField::SourceField(API::VoxelChannelItem const& channel, std::int64_t detached)
     : channel_(channel),
       layout_(channel.layout()),
-      handle_(API::Ref(const_cast<API::VoxelChannelItem*>(&channel))) {}
+      handle_(API::Ref(const_cast<API::VoxelChannelItem*>(&channel))),
+      empty_(findEmpty()),
+      detached_(detached) {}
 
-CellMask SourceField::maskOf(int depth, std::int32_t slot) const {
-  return activeMask(handle_, {slot, depth});
+std::byte const* SourceField::findEmpty() const {
+  auto const* const background = channel_.background();
+  if (layout_.count(0) == 0) return background;
+  auto const* const values = channel_.values(0, 0);
+  std::vector<std::byte const*> plain;
+  for (int c = 0; c < API::tileCells; ++c) {
+    if (layout_.child(0, 0, c) < 0) plain.push_back(values + static_cast<std::size_t>(c) * size());
+  }
+  for (auto const* const value : plain) {
+    auto const same = std::count_if(plain.begin(), plain.end(), [&](std::byte const* other) {
+      return std::memcmp(value, other, size()) == 0;
+    });
+    if (2 * static_cast<std::size_t>(same) > plain.size()) return value;
+  }
+  return background;
 }
 
-bool SourceField::isBackground(std::byte const* value) const noexcept {
-  return std::memcmp(value, background(), size()) == 0;
+CellMask SourceField::maskOf(int depth, std::int32_t slot) const {
+  auto mask = activeMask(handle_, {slot, depth});
+  CellMask stored;
+  if (otherBackground() == nullptr || channel_.storedMask({slot, depth}, stored)) return mask;
+  // Nobody chose these cells: they differ from a background that is no longer
+  // the value of the empty world.
+  auto const* const values = channel_.values(depth, slot);
+  for (int c = 0; c < API::tileCells; ++c) {
+    if (isEmpty(values + static_cast<std::size_t>(c) * size())) mask.reset(c);
+  }
+  return mask;
 }
 
 bool SourceField::add(Value& value, std::byte const* bytes, bool active) const noexcept {
@@ -133,9 +157,13 @@ void SourceField::collect(int depth, std::int32_t slot, API::TileCoord const& co
               {static_cast<std::int32_t>(lo[0]), static_cast<std::int32_t>(lo[1]),
                static_cast<std::int32_t>(lo[2])},
               box, edge, out);
-    } else if (child >= 0 || mask.test(c) ||
-               !isBackground(values + static_cast<std::size_t>(c) * size())) {
+    } else if (child >= 0) {
       addBlocks(overlap(reach, box));
+    } else {
+      auto const value = depth < layout_.leafDepth()
+                             ? cellValue(depth, mask, values, c)
+                             : Value{values + static_cast<std::size_t>(c) * size(), mask.test(c)};
+      if (value.active || !isEmpty(value.bytes)) addBlocks(overlap(reach, box));
     }
     return true;
   });
@@ -147,7 +175,7 @@ bool SourceField::uniform(Box const& box, Value& value) const {
       !uniformIn(0, 0, layout_.rootOrigin(), box, value)) {
     return false;
   }
-  return within(box, root) || add(value, background(), false);
+  return within(box, root) || add(value, empty(), false);
 }
 
 bool SourceField::uniformIn(int depth, std::int32_t slot, API::TileCoord const& coord,
@@ -156,7 +184,10 @@ bool SourceField::uniformIn(int depth, std::int32_t slot, API::TileCoord const& 
   auto const* const values = channel_.values(depth, slot);
   return everyCell(CellRange(box, coord, layout_.extent(depth) / width), [&](int c) {
     auto const child = depth < layout_.leafDepth() ? layout_.child(depth, slot, c) : -1;
-    if (child < 0) return add(value, values + static_cast<std::size_t>(c) * size(), mask.test(c));
+    if (child < 0) {
+      auto const own = cellValue(depth, mask, values, c);
+      return add(value, own.bytes, own.active);
+    }
     auto const reach = cellBox(depth, coord, c);
     return uniformIn(
         depth + 1, child,
@@ -179,7 +210,7 @@ SourceField::Window::Window(SourceField const& field, Box const& box)
     cells *= static_cast<std::size_t>(count_[axis]);
   }
   Cell outside;
-  outside.values = field.background();
+  outside.values = field.empty();
   cells_.assign(cells, outside);
   if (field.layout_.count(0) > 0 && meets(box, root)) {
     fill(field, 0, 0, field.layout_.rootOrigin());
@@ -218,9 +249,10 @@ void SourceField::Window::fill(SourceField const& field, int depth, std::int32_t
            {static_cast<std::int32_t>(reach.lo[0]), static_cast<std::int32_t>(reach.lo[1]),
             static_cast<std::int32_t>(reach.lo[2])});
     } else {
+      auto const own = field.cellValue(depth, mask, values, c);
       Cell cell;
-      cell.values = values + static_cast<std::size_t>(c) * field.size();
-      if (mask.test(c)) cell.mask.words = {~std::uint64_t{0}, ~std::uint64_t{0}};
+      cell.values = own.bytes;
+      if (own.active) cell.mask.words = {~std::uint64_t{0}, ~std::uint64_t{0}};
       cover(reach, cell);
     }
     return true;

@@ -3,9 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "core/channel_item.h"
+#include "files/tree_shape.h"
 #include "velmorhost/scene.h"
 
 namespace Velmor::Host::Files {
@@ -14,7 +16,11 @@ namespace Velmor::Host::Files {
 /// blocks of another width. Reads only; any number of threads.
 class SourceField {
  public:
-  explicit SourceField(API::VoxelChannelItem const& channel);
+  static constexpr std::int64_t none = std::int64_t{1} << 40;
+  /// Coarse cells of `detached` voxels along an edge and more count as empty world.
+  explicit SourceField(API::VoxelChannelItem const& channel, std::int64_t detached = none);
+
+  TreeShape shape() const noexcept { return {layout_.leafDepth(), layout_.centred() ? 1 : 0}; }
 
   /// Both corners included.
   struct Box {
@@ -35,16 +41,44 @@ class SourceField {
   };
 
   std::size_t size() const noexcept { return channel_.size(); }
-  std::byte const* background() const noexcept { return channel_.background(); }
+  /// The value of the empty world: what most cells of the root hold that nothing
+  /// refines. A filter over all depths moves it away from the channel's
+  /// background; a file that kept the background would have to spell out the
+  /// whole world.
+  std::byte const* empty() const noexcept { return empty_; }
+  bool isEmpty(std::byte const* value) const noexcept {
+    return std::memcmp(value, empty_, size()) == 0;
+  }
+  /// The channel's own background where that is another value, else null.
+  std::byte const* otherBackground() const noexcept {
+    return isEmpty(channel_.background()) ? nullptr : channel_.background();
+  }
 
   /// The blocks of `edge` voxels, aligned to multiples of it, that may hold
-  /// anything but inactive background within `box`; sorted.
+  /// anything but the inactive empty world within `box`; sorted.
   std::vector<Block> blocks(Box const& box, std::int64_t edge) const;
 
   /// Whether a box holds one value and state throughout; `value` says which.
   bool uniform(Box const& box, Value& value) const;
 
   Box everything() const noexcept;
+
+  /// Calls function(depth, tile, cell, value) for every cell that counts as
+  /// empty world though it holds something else.
+  template <class Function>
+  void forDetached(Function const& function) const {
+    for (int d = 0; d < layout_.leafDepth() && isDetached(d); ++d) {
+      for (std::int32_t slot = 0; slot < layout_.count(d); ++slot) {
+        auto const mask = maskOf(d, slot);
+        for (int c = 0; c < API::tileCells; ++c) {
+          auto const* const value = channel_.values(d, slot) + static_cast<std::size_t>(c) * size();
+          if (layout_.child(d, slot, c) < 0 && (mask.test(c) || !isEmpty(value))) {
+            function(d, layout_.coord(d, slot), c, Value{value, mask.test(c)});
+          }
+        }
+      }
+    }
+  }
 
   /// The cells of five voxels that a box of up to 128 voxels meets.
   class Window {
@@ -86,7 +120,16 @@ class SourceField {
  private:
   friend class Window;
   CellMask maskOf(int depth, std::int32_t slot) const;
-  bool isBackground(std::byte const* value) const noexcept;
+  std::byte const* findEmpty() const;
+  bool isDetached(int depth) const noexcept {
+    return layout_.extent(depth) / API::tileWidth >= detached_;
+  }
+  /// What a cell without a child is written as.
+  Value cellValue(int depth, CellMask const& mask, std::byte const* values,
+                  int cell) const noexcept {
+    if (isDetached(depth)) return {empty_, false};
+    return {values + static_cast<std::size_t>(cell) * size(), mask.test(cell)};
+  }
   bool add(Value& value, std::byte const* bytes, bool active) const noexcept;
   void collect(int depth, std::int32_t slot, API::TileCoord const& coord, Box const& box,
                std::int64_t edge, std::vector<Block>& out) const;
@@ -97,6 +140,8 @@ class SourceField {
   API::VoxelChannelItem const& channel_;
   API::LayoutItem const& layout_;
   API::VoxelChannel handle_;
+  std::byte const* empty_;
+  std::int64_t detached_;
 };
 
 }  // namespace Velmor::Host::Files

@@ -187,6 +187,26 @@ void fillChannel(Image const& image, ChannelRecord const& record, PlannedTiles& 
   }
 }
 
+/// Cells whose tiles are not there, or which a tile refines, stay as they are.
+void setCoarseCells(Image const& image, ChannelRecord const& record, API::Channel const& channel) {
+  auto* const item = API::itemAs<API::VoxelChannelItem>(channel);
+  auto const size = item->size();
+  auto const accessor = API::Layout(channel.layout()).tileAccessor();
+  auto const* const cells = image.at<CoarseCell>(record.coarse);
+  for (std::uint64_t c = 0; c < record.coarse.count; ++c) {
+    auto const& cell = cells[c];
+    auto const index = accessor.index(cell.tile, cell.depth);
+    if (index.depth != cell.depth || item->layout().child(index.depth, index.slot, cell.cell) >= 0)
+      continue;
+    std::memcpy(item->values(index.depth, index.slot) + static_cast<std::size_t>(cell.cell) * size,
+                cell.value, size);
+    CellMask mask;
+    item->storedMask(index, mask);
+    cell.active != 0 ? mask.set(cell.cell) : mask.reset(cell.cell);
+    item->storeMask(index, mask);
+  }
+}
+
 class Loader {
  public:
   Loader(Image const& image, API::StateServer const& server, API::Object const& object)
@@ -276,6 +296,7 @@ class Loader {
     planned.make(component.layout());
     for (std::size_t c = 0; c < channels.size(); ++c) {
       fillChannel(image_, *channels[c], planned, made[c]);
+      setCoarseCells(image_, *channels[c], made[c]);
       refreshCoarseValues(made[c]);
       describe(made[c], *channels[c]);
     }

@@ -1,26 +1,8 @@
 #include "files/tile_list.h"
 
-#include <charconv>
-#include <string_view>
+#include "files/text_scan.h"
 
 namespace Velmor::Host::Files {
-
-namespace {
-
-bool take(std::string_view& text, std::uint64_t& number) {
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
-  if (error != std::errc()) return false;
-  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-  return true;
-}
-
-bool take(std::string_view& text, char c) {
-  if (text.empty() || text.front() != c) return false;
-  text.remove_prefix(1);
-  return true;
-}
-
-}  // namespace
 
 bool unpackTiles(std::string const& text, TreeShape const& shape, TileLists& tiles) {
   std::string_view rest = text;

@@ -3,10 +3,12 @@
 #include <tbb/global_control.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <memory>
 #include <new>
 
+#include "files/kept_values.h"
 #include "files/keys.h"
 #include "files/tile_list.h"
 #include "files/vdb_archive.h"
@@ -229,7 +231,11 @@ class Decoder {
       auto const& precise = static_cast<openvdb::DoubleGrid const&>(*grid);
       grid = std::make_shared<openvdb::FloatGrid>(precise);
     }
-    if (grid->isType<openvdb::FloatGrid>()) prepareDistance(wanted, grid, voxelSize, record);
+    auto const own = textOf(*grid, Keys::background), coarse = textOf(*grid, Keys::coarse);
+    float scale = 1;  // 0: the field was made anew
+    if (grid->isType<openvdb::FloatGrid>()) {
+      scale = prepareDistance(wanted, grid, voxelSize, !own.empty(), record);
+    }
 
     VoxelBox clip{};
     VoxelJob job{image_, request_.shape};
@@ -242,11 +248,26 @@ class Decoder {
       job.clip = &clip;
     }
     decodeGrid(*grid, job, record);
+    if (scale != 0) addKept(own, coarse, scale, record);
     if (job.cut) {
       warn("Grid '" + wanted.entry->name + "' of '" + request_.path +
            "' reaches beyond the voxels that a layout can hold; what lies there is left out");
     }
     channels_.push_back(record);
+  }
+
+  /// What the grid had no place for. Only distances have another scale than 1.
+  void addKept(std::string const& background, std::string const& coarse, float scale,
+               ChannelRecord& record) {
+    auto const change = [&](std::uint32_t& bits) {
+      if (scale != 1) bits = std::bit_cast<std::uint32_t>(std::bit_cast<float>(bits) * scale);
+    };
+    if (unpackBackground(background, record)) change(record.background[0]);
+    std::vector<CoarseCell> cells;
+    auto const type = static_cast<API::DataType>(record.type);
+    if (coarse.empty() || !unpackCoarseCells(coarse, request_.shape, type, cells)) return;
+    for (auto& cell : cells) change(cell.value[0]);
+    record.coarse = image_.records(cells);
   }
 
   static std::int64_t voxelAt(float world, double voxelSize) {
@@ -255,15 +276,18 @@ class Decoder {
         std::floor(std::clamp(static_cast<double>(world) / voxelSize, -far, far)));
   }
 
-  void prepareDistance(Wanted const& wanted, openvdb::GridBase::Ptr& grid, double voxelSize,
-                       ChannelRecord& record) {
+  /// The factor that distances were multiplied by; 0 if they were made anew.
+  /// A level set with a background of its own keeps what the empty world has:
+  /// a filter put it there.
+  float prepareDistance(Wanted const& wanted, openvdb::GridBase::Ptr& grid, double voxelSize,
+                        bool ownBackground, ChannelRecord& record) {
     bool const levelSet = record.fieldClass == static_cast<std::uint32_t>(FieldClass::LevelSet);
     bool const chosen =
         request_.distanceChannel.empty() ? levelSet : request_.distanceChannel == wanted.channel;
-    if (!levelSet && !chosen) return;
+    if (!levelSet && !chosen) return 1;
     auto distance = openvdb::gridPtrCast<openvdb::FloatGrid>(grid);
     auto const before = distance->background();
-    bool mended = false;
+    bool const mended = !ownBackground && mendBackground(*distance, voxelSize);
     auto const outcome =
         treatDistance(distance, voxelSize, chosen ? request_.distance : DistanceMode::Keep, mended);
     grid = distance;
@@ -271,10 +295,12 @@ class Decoder {
       warn("Level set '" + wanted.entry->name + "' of '" + request_.path + "' has background " +
            std::to_string(before) + "; +5 voxels is taken outside");
     }
-    if (!chosen) return;
-    record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);
-    record.distanceFactor = outcome.factor;
-    record.distanceReason = image_.text(outcome.reason);
+    if (chosen) {
+      record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);
+      record.distanceFactor = outcome.factor;
+      record.distanceReason = image_.text(outcome.reason);
+    }
+    return outcome.mode == DistanceMode::Rebuild ? 0 : outcome.factor;
   }
 
   static void decodeGrid(openvdb::GridBase const& grid, VoxelJob& job, ChannelRecord& record) {

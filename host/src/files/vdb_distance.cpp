@@ -107,13 +107,6 @@ openvdb::FloatGrid::Ptr rebuilt(openvdb::FloatGrid const& grid, double voxelSize
   return result;
 }
 
-bool mend(openvdb::FloatGrid& grid, double voxelSize) {
-  if (grid.background() > 0) return false;
-  grid.tree().root().setBackground(static_cast<float>(bandVoxels * voxelSize),
-                                   /*updateChildNodes=*/true);
-  return true;
-}
-
 /// The factor to world units: exactly the voxel size for values in cells.
 double factorFor(openvdb::FloatGrid const& grid, double voxelSize) {
   auto const perVoxel = valuePerVoxel(grid);
@@ -126,9 +119,15 @@ double factorFor(openvdb::FloatGrid const& grid, double voxelSize) {
 
 }  // namespace
 
+bool mendBackground(openvdb::FloatGrid& grid, double voxelSize) {
+  if (grid.background() > 0) return false;
+  grid.tree().root().setBackground(static_cast<float>(bandVoxels * voxelSize),
+                                   /*updateChildNodes=*/true);
+  return true;
+}
+
 DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
-                              bool& mended) {
-  mended = mend(*grid, voxelSize);
+                              bool mended) {
   if (mode == DistanceMode::Keep) return {DistanceMode::Keep, 1, "as asked for"};
   auto const before = surfaceGradients(*grid, voxelSize, voxelSize);
   if (before.samples == 0) return {DistanceMode::Keep, 1, "there is no surface"};

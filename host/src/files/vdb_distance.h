@@ -15,16 +15,19 @@ struct DistanceOutcome {
   std::string reason;
 };
 
-/// Brings a level set to a positive background and its distances to world units
-/// as `mode` says; the grid is changed in place or replaced.
-///
 /// A background that is not positive becomes five voxel sizes, outside and in
-/// all inactive values that equal it (`mended` says that it was so).
+/// all inactive values that equal it. Whether it was so.
+bool mendBackground(openvdb::FloatGrid& grid, double voxelSize);
+
+/// Brings the distances of a level set to world units as `mode` says; the grid
+/// is changed in place or replaced. A background that was mended is in world
+/// units already.
+///
 /// `Scale` takes the factor that makes the median gradient length along the zero
 /// crossing 1, or exactly the voxel size where values are in cells. `Rebuild`
 /// makes a narrow band of five voxels to each side anew. `Auto` takes the first
 /// of keep, scale and rebuild with gradients of 0.85 to 1.15 and no jumps.
 DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
-                              bool& mended);
+                              bool mended);
 
 }  // namespace Velmor::Host::Files

@@ -3,6 +3,7 @@
 #include <openvdb/openvdb.h>
 
 #include "core/channel_item.h"
+#include "files/source_field.h"
 #include "velmorapi/component.h"
 
 namespace Velmor::Host::Files {
@@ -14,10 +15,18 @@ struct EncodedGrid {
   /// Whether an inactive value is -0 or no number: OpenVDB's mask compression
   /// compares inactive values as numbers, and would change its bits.
   bool delicate = false;
+  /// Coarse cells from this edge on are in the metadata, not in the tree.
+  std::int64_t detached = SourceField::none;
 };
 EncodedGrid encodeVoxels(API::VoxelChannelItem const& channel);
-EncodedGrid encodeScalars(API::VoxelChannelItem const& channel);  ///< float, int
-EncodedGrid encodeVectors(API::VoxelChannelItem const& channel);  ///< all others
+
+/// The same for a field of the channel: `encodeScalars` for float and int, the
+/// other for vectors. They throw `RimsTooLarge` where OpenVDB's nodes do not
+/// match coarse cells, so that the rims of these would be spelled out in far
+/// more memory than the channel has.
+EncodedGrid encodeScalars(API::VoxelChannelItem const& channel, SourceField const& field);
+EncodedGrid encodeVectors(API::VoxelChannelItem const& channel, SourceField const& field);
+struct RimsTooLarge {};
 
 /// A point grid with the positions ("position", required, in our voxel units)
 /// and all other channels as attributes. `offset` is added to our positions to

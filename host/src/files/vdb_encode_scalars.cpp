@@ -13,11 +13,11 @@ struct Same {
 
 }  // namespace
 
-EncodedGrid encodeScalars(API::VoxelChannelItem const& channel) {
+EncodedGrid encodeScalars(API::VoxelChannelItem const& channel, SourceField const& field) {
   if (channel.type() == API::DataType::Float) {
-    return VoxelEncoder<openvdb::FloatGrid, float, Same>(channel).run();
+    return VoxelEncoder<openvdb::FloatGrid, float, Same>(channel, field).run();
   }
-  return VoxelEncoder<openvdb::Int32Grid, std::int32_t, Same>(channel).run();
+  return VoxelEncoder<openvdb::Int32Grid, std::int32_t, Same>(channel, field).run();
 }
 
 }  // namespace Velmor::Host::Files

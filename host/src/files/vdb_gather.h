@@ -192,9 +192,6 @@ class VoxelDecoder {
   static void setBit(std::uint64_t* words, int bit) {
     words[bit >> 6] |= std::uint64_t{1} << (bit & 63);
   }
-  static void clearBit(CellMask& mask, int bit) {
-    mask.words[static_cast<std::size_t>(bit >> 6)] &= ~(std::uint64_t{1} << (bit & 63));
-  }
 
   void allocateBlocks(int level) {
     auto& here = levels_[static_cast<std::size_t>(level)];
@@ -256,7 +253,7 @@ class VoxelDecoder {
       here.folded[t] = true;
       above.blocks[parent].values[cell] = here.blocks[t].values[0];
       if (mask[0] != 0) setBit(above.masks + std::size_t{2} * parent, cell);
-      clearBit(above.children[parent], cell);
+      above.children[parent].reset(cell);
     }
   }
 
@@ -419,7 +416,7 @@ class VoxelDecoder {
           ++slot;
           continue;
         }
-        clearBit(here.children[t], c);
+        here.children[t].reset(c);
         if (mask[0] != 0) setBit(here.masks + 2 * t, c);
       }
       kept[t + 1] = slot - first[t];

@@ -6,10 +6,11 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "files/kept_values.h"
+#include "files/keys.h"
 #include "files/source_field.h"
 #include "files/vdb_encode.h"
 
@@ -20,16 +21,18 @@ namespace Velmor::Host::Files {
 template <class Grid, class In, class Convert>
 class VoxelEncoder {
  public:
-  explicit VoxelEncoder(API::VoxelChannelItem const& channel)
-      : field_(channel), name_(channel.name()) {
+  VoxelEncoder(API::VoxelChannelItem const& channel, SourceField const& field) : field_(field) {
     // Far more than leaf tiles can need; coarse values may want any amount.
     auto const leaves = channel.layout().count(channel.layout().leafDepth());
     limit_ += 40 * static_cast<std::uint64_t>(leaves) * API::tileCells * sizeof(In);
   }
 
   EncodedGrid run() {
-    background_ = valueOf(field_.background());
-    auto grid = Grid::create(background_);
+    empty_ = valueOf(field_.empty());
+    auto grid = Grid::create(empty_);
+    if (auto const* const own = field_.otherBackground()) {
+      grid->insertMeta(Keys::background, openvdb::StringMetadata(packValue(own, sizeof(In))));
+    }
     auto& root = grid->tree().root();
     for (auto const& block : field_.blocks(field_.everything(), Upper::DIM)) {
       auto const origin = coordOf(block);
@@ -41,6 +44,12 @@ class VoxelEncoder {
         root.addChild(encodeUpper(origin).release());
       }
     }
+    std::string cells;
+    field_.forDetached([&](int depth, API::TileCoord const& tile, int cell, auto const& value) {
+      appendCoarseCell(cells, field_.shape(), depth, tile, cell, value.active, value.bytes,
+                       sizeof(In));
+    });
+    if (!cells.empty()) grid->insertMeta(Keys::coarse, openvdb::StringMetadata(cells));
     EncodedGrid result;
     result.grid = grid;
     result.delicate = delicate_;
@@ -65,7 +74,7 @@ class VoxelEncoder {
     return Convert{}(value);
   }
   bool isOutside(SourceField::Value const& value) const {
-    return !value.active && std::memcmp(value.bytes, field_.background(), sizeof(In)) == 0;
+    return !value.active && field_.isEmpty(value.bytes);
   }
 
   static bool isDelicate(float v) { return std::isnan(v) || (v == 0 && std::signbit(v)); }
@@ -81,14 +90,11 @@ class VoxelEncoder {
   /// Counts memory: the rim of a coarse cell that OpenVDB's nodes do not match
   /// becomes leaves, millions of them for the coarsest cells.
   void use(std::size_t bytes) {
-    if ((used_ += bytes) > limit_) {
-      throw std::runtime_error("the rims of coarse values in channel '" + name_ +
-                               "' would need more than " + std::to_string(limit_) + " bytes");
-    }
+    if ((used_ += bytes) > limit_) throw RimsTooLarge{};
   }
 
   std::unique_ptr<Upper> encodeUpper(openvdb::Coord const& origin) {
-    auto upper = std::make_unique<Upper>(origin, background_, false);
+    auto upper = std::make_unique<Upper>(origin, empty_, false);
     auto const box = SourceField::Box::cube(origin.x(), origin.y(), origin.z(), Upper::DIM);
     auto const blocks = field_.blocks(box, Lower::DIM);
     std::vector<std::unique_ptr<Lower>> nodes(blocks.size());
@@ -112,7 +118,7 @@ class VoxelEncoder {
 
   std::unique_ptr<Lower> encodeLower(openvdb::Coord const& origin, SourceField::Box const& box) {
     use(sizeof(Lower));
-    auto lower = std::make_unique<Lower>(origin, background_, false);
+    auto lower = std::make_unique<Lower>(origin, empty_, false);
     SourceField::Window const window(field_, box);
     std::unique_ptr<Leaf> leaf;
     for (openvdb::Index n = 0; n < Lower::NUM_VALUES; ++n) {
@@ -123,7 +129,7 @@ class VoxelEncoder {
         if (!isOutside(value)) lower->addTile(n, valueOf(value.bytes), value.active);
         continue;
       }
-      if (!leaf) leaf = std::make_unique<Leaf>(at, background_, false);
+      if (!leaf) leaf = std::make_unique<Leaf>(at, empty_, false);
       leaf->setOrigin(at);
       gather(window, *leaf);
       auto const* const data = leaf->buffer().data();
@@ -184,11 +190,10 @@ class VoxelEncoder {
     if (delicate) delicate_ = true;
   }
 
-  SourceField field_;
-  std::string name_;
-  std::uint64_t limit_ = std::uint64_t{2} << 30;
+  SourceField const& field_;
+  std::uint64_t limit_ = std::uint64_t{64} << 20;
   std::atomic<std::uint64_t> used_{0};
-  Value background_{};
+  Value empty_{};
   std::atomic<bool> delicate_{false};
 };
 

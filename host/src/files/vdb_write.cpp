@@ -4,10 +4,12 @@
 #include <openvdb/openvdb.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "core/channel_item.h"
 #include "files/keys.h"
 #include "files/plain_tiles.h"
+#include "files/source_field.h"
 #include "files/vdb_encode.h"
 #include "files/vdb_log.h"
 #include "files/vdb_metadata.h"
@@ -128,13 +130,29 @@ class ObjectWriter {
     grids_.push_back(grid);
   }
 
+  static void tell(API::Channel const& channel, std::int64_t edge) {
+    report(Severity::Warning,
+           "Channel '" + channel.name().str() + "': its coarse cells of " + std::to_string(edge) +
+               " voxels and more go into metadata that other programs do not read; they will see "
+               "empty space there");
+  }
+
   void addVoxels(API::Component const& component) {
     auto const place = placementOf(component, object_);
-    auto tiles = packPlainTiles(component);
+    std::vector<EncodedGrid> grids;
+    std::vector<SourceField> fields;
     for (auto const& channel : component.channels()) {
       auto const* const item = API::itemAs<API::VoxelChannelItem>(channel);
       if (item == nullptr) continue;
-      auto encoded = encodeVoxels(*item);
+      grids.push_back(encodeVoxels(*item));
+      fields.emplace_back(*item, grids.back().detached);
+      if (grids.back().detached != SourceField::none) tell(channel, grids.back().detached);
+    }
+    auto tiles = packPlainTiles(component, fields);
+    auto next = grids.begin();
+    for (auto const& channel : component.channels()) {
+      if (API::itemAs<API::VoxelChannelItem>(channel) == nullptr) continue;
+      auto& encoded = *next++;
       delicate_ = delicate_ || encoded.delicate;
       writeMetadata(channel.dictionary(),
                     {Keys::gridName, Keys::distanceMode, Keys::distanceFactor, Keys::distanceReason,

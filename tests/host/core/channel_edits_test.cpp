@@ -105,48 +105,5 @@ TEST(MovePlateau, NeverInwardsNorWithoutABand) {
   EXPECT_FALSE(movePlateau(API::VoxelChannel(), 5.f));
 }
 
-/// The value of a cell of the tile of some depth over voxel (0, 0, 0).
-float& cellAt(API::Channel const& channel, int depth, int cell) {
-  auto const tile = API::Layout(channel.layout()).tileAccessor().tile(0, 0, 0, depth);
-  return channel.tileData<float>(tile.index()).data[cell];
-}
-
-TEST(InactiveCells, HaveTheirValuesBackAfterAFilterOverAllDepths) {
-  auto const scene = emptyScene(1.f, 0.f);
-  addLeafTiles(scene.layout, {{0, 0, 0}});
-  cellAt(scene.distance, 2, 7) = 4.f;  // unlike the background: active
-  InactiveCells const cells(scene.distance);
-  forTiles(scene.layout, 0, 7, [&](API::TreeIndex const& index) {
-    auto const data = scene.distance.tileData<float>(index);
-    for (std::size_t e = 0; e < data.count; ++e) data.data[e] += 1.f;
-  });
-  cells.restore();
-  EXPECT_EQ(cellAt(scene.distance, 0, 3), 0.f);
-  EXPECT_EQ(cellAt(scene.distance, 6, 3), 0.f);
-  EXPECT_EQ(cellAt(scene.distance, 2, 7), 5.f);
-  EXPECT_EQ(cellAt(scene.distance, 7, 3), 1.f);  // leaves stay as the filter left them
-}
-
-TEST(InactiveCells, OfALevelSetKeepTheirSideNearTheLeaves) {
-  auto const scene = emptyScene(1.f, 5.f);
-  setFieldClass(scene.distance, FieldClass::LevelSet);
-  addLeafTiles(scene.layout, {{0, 0, 0}});
-  cellAt(scene.distance, 3, 2) = -5.f;
-  InactiveCells const cells(scene.distance);
-  addLeafTiles(scene.layout, {{300, 0, 0}});
-  for (int depth = 0; depth < 7; ++depth) {
-    cellAt(scene.distance, depth, 1) = -1000.f;
-    cellAt(scene.distance, depth, 2) = 4.f;
-  }
-  cells.restore();
-  for (int depth = 0; depth < 7; ++depth) {
-    EXPECT_EQ(cellAt(scene.distance, depth, 1), depth >= 4 ? -5.f : 5.f) << depth;
-    EXPECT_EQ(cellAt(scene.distance, depth, 2), depth == 3 ? -5.f : 5.f) << depth;
-  }
-  // Tiles that are new have what the cells above them had.
-  auto const tile = scene.layout.tileAccessor().tile(300, 0, 0, 5);
-  EXPECT_EQ(scene.distance.tileData<float>(tile.index()).data[3], 5.f);
-}
-
 }  // namespace
 }  // namespace Velmor::Host

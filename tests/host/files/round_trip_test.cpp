@@ -136,22 +136,6 @@ TEST(RoundTrip, AnyTreeShape) {
   }
 }
 
-TEST(RoundTrip, RimsOfCoarseValuesBeyondReasonAreRefused) {
-  CacheFolder const folder;
-  auto const scene = emptyScene();
-  Host::addLeafTiles(scene.layout, {{0, 0, 0}});
-  auto const root = scene.layout.tileAccessor().index({0, 0, 0}, 0);
-  for (int c = 0; c < 125; ++c) {
-    scene.distance.tileData<float>(root).data[c] = static_cast<float>(c);
-  }
-  auto const status = Host::writeObject(scene.object, folder.path().str() + "/huge.vdb");
-  EXPECT_FALSE(status.succeeded());
-  EXPECT_NE(status.message().str().find("the rims of coarse values in channel 'distance'"),
-            std::string::npos)
-      << status.message();
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path().str()));
-}
-
 std::multiset<std::vector<std::uint32_t>> pointBits(API::PointComponent const& points) {
   std::multiset<std::vector<std::uint32_t>> bits;
   for (std::size_t p = 0; p < points.elementCount(); ++p) {
