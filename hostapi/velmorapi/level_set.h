@@ -23,7 +23,8 @@ struct LevelSetOptions {
 /// points of `points` and carries further point channels onto its voxels.
 /// `inputs` are partial channel paths: position, droplet (or an empty path),
 /// then the channels to carry; `outputs` are the distance channel, then one for
-/// each carried input. `mask` and `maskChannel` may be empty. Fails, with
+/// each carried input; an input whose output is the distance channel is left
+/// out, with a warning. `mask` and `maskChannel` may be empty. Fails, with
 /// nothing written, if the position or an output is missing or a pair differs
 /// in type.
 VELMOR_EXPORT Status createLevelSet(LevelSetOptions const& options, PointComponent const& points,

@@ -18,6 +18,7 @@ using Test::Float2;
 using Test::Float3;
 using Test::meshOf;
 using Test::ObjectBuilder;
+using Test::sameBytes;
 using Test::unbalancedEdges;
 using Test::voxelScaleOf;
 
@@ -111,6 +112,39 @@ TEST_F(SurfaceOfABall, CarriesFloatChannelsOntoItsVoxels) {
     heat.sample(p, out);
     EXPECT_NEAR(out.as<float>(), 300.f, 0.05f);
   }
+}
+
+TEST_F(SurfaceOfABall, ReplacesAnOlderSurfaceOfItsName) {
+  builder.sphere(builder.voxels("ball-volume", 0.5f), 3.f, "old");
+  auto parameters = write();
+  parameters.voxel_component = "volume";
+  Surface const surface(parameters);
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_TRUE(surface.status().warnings().empty());
+  EXPECT_EQ(surface.voxels().name(), "ball-volume");
+  EXPECT_FALSE(surface.voxels().findChannel("old").valid());
+  API::Object const object(surface.points().object());
+  EXPECT_EQ(object.components().count(), 2u);
+  EXPECT_EQ(object.findComponent("ball-volume"), surface.voxels());
+  EXPECT_EQ(unbalancedEdges(meshOf(surface.distance())), 0u);
+}
+
+TEST_F(SurfaceOfABall, IsNotSpoiltByAPointChannelOfTheDistancesName) {
+  auto const expected = meshOf(Surface(write()).distance());
+  std::vector<std::string> reports;
+  Host::setMessageHandler(
+      [&](Host::Severity, std::string const& text) { reports.push_back(text); });
+  builder.pointChannel<float>(points, "distance", 0.125f);
+  Surface const surface(write());
+  ASSERT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_TRUE(sameBytes(meshOf(surface.distance()), expected));
+  EXPECT_EQ(reports,
+            std::vector<std::string>{"point channel 'particle/distance' is not carried: it would "
+                                     "replace 'ball-volume/distance'"});
+  builder.pointChannel<Float3>(points, "distance", Float3(1.f));
+  Surface const other(write());
+  ASSERT_TRUE(other.status()) << errorOf(other);
+  EXPECT_TRUE(sameBytes(meshOf(other.distance()), expected));
 }
 
 class SurfaceOfABallOfUnits : public SurfaceOfABall {

@@ -285,9 +285,11 @@ TEST_F(LoadingCalls, PositionsNeverExceedTheElementCount) {
   FakeHost::addTile(API::Layout(points.layout()), 7, {5, 0, 0});
   FakeHost::setElementCount(points, 6);
   Points const shape(parametersFor<PointsParameters>());
+  FakeHost::clearCalls();
   API::Array<Float3> world;
   EXPECT_TRUE(shape.positions(world));
   EXPECT_EQ(world.count(), 6u);
+  EXPECT_EQ(FakeHost::calls("Layout::tileIterator"), (Calls{"Layout::tileIterator 7 7 0"}));
 }
 
 }  // namespace

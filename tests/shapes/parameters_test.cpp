@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <locale>
 #include <type_traits>
+#include <vector>
 
 #include "processing/points.h"
 #include "processing/surface.h"
+#include "processing/volume.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -171,6 +174,37 @@ TEST(SurfaceParameters, PrintThroughTheBase) {
   SurfaceParameters const p;
   ShapeParameters const& base = p;
   EXPECT_EQ(base.str(), p.str());
+}
+
+// The addresses of members, which must ascend.
+template <class... Member>
+void expectAscending(Member const&... member) {
+  std::vector<void const*> const places{static_cast<void const*>(&member)...};
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+}
+
+TEST(SurfaceParameters, LieInTheOrderOfTheirDeclaration) {
+  SurfaceParameters const p;
+  expectAscending(p.cache_folder, p.object, p.point_component, p.voxel_component, p.channels,
+                  p.velocity_channel, p.uv_channel, p.velocity_scale, p.space_scale, p.fps, p.clip,
+                  p.clip_bbox, p.render_component, p.distance_channel, p.levelset_resolution_factor,
+                  p.levelset_droplet_reveal_factor, p.levelset_surface_radius,
+                  p.levelset_droplet_radius, p.levelset_max_volume_of_holes_to_close, p.dilate,
+                  p.smooth, p.smooth_mode, p.smooth_iterations, p.erode, p.enable_ocean_blending,
+                  p.ocean_blending_height, p.ocean_blending_center, p.ocean_blending_dimension,
+                  p.ocean_blending_radius, p.ocean_blending_out_channel,
+                  p.enable_ocean_blending_uvs, p.compute_laplacian, p.compute_curvature);
+}
+
+TEST(PointsParameters, LieInTheOrderOfTheirDeclaration) {
+  PointsParameters const p;
+  expectAscending(p.clip_bbox, p.position_channel, p.radius, p.enable_radius_channel,
+                  p.radius_channel);
+}
+
+TEST(VolumeParameters, LieInTheOrderOfTheirDeclaration) {
+  VolumeParameters const p;
+  expectAscending(p.clip_bbox, p.density_channel, p.smooth, p.smooth_iterations);
 }
 
 class CommaDecimals : public std::numpunct<char> {

@@ -97,6 +97,34 @@ TEST_F(SurfaceCalls, SmoothOnlyWithAStepAndPasses) {
                    "Layout::traverse 3 7 7", "Layout::traverse 0 7 7"}));
 }
 
+TEST_F(SurfaceCalls, GoThroughAllStepsInTheirOrder) {
+  addDistance();
+  auto parameters = parametersFor<SurfaceParameters>();
+  parameters.space_scale = 2.f;
+  parameters.dilate = 0.5f;
+  parameters.smooth = 0.3f;
+  parameters.erode = 0.5f;
+  parameters.enable_ocean_blending = true;
+  parameters.ocean_blending_dimension = {0.1f, 0.1f};
+  parameters.ocean_blending_radius = 0.f;
+  parameters.compute_laplacian = true;
+  Surface const surface(parameters);
+  EXPECT_EQ(surface.status().warnings().count(), 1u);  // no texture coordinates
+  Calls steps;
+  for (auto const& call : work()) {
+    for (char const* prefix : {"Layout::setVoxelScale", "StateServer::create"}) {
+      if (call.rfind(prefix, 0) == 0) steps.push_back(call);
+    }
+  }
+  EXPECT_EQ(steps,
+            (Calls{"Layout::setVoxelScale 0.2", "Layout::setVoxelScale 0.1",
+                   "StateServer::createChannel 'volume' 1 'tmp'",  // to smooth with
+                   "StateServer::createChannel 'volume' 1 'oceanTmp'",
+                   "StateServer::createChannel 'volume' 1 'tmp'",
+                   "StateServer::createChannel 'volume' 1 'laplacian'", "Layout::setVoxelScale 0.2",
+                   "StateServer::createLayout 'accel'", "Layout::setVoxelScale 0.04"}));
+}
+
 TEST_F(SurfaceCalls, DeriveChannelsInCacheUnits) {
   addDistance();
   auto parameters = parametersFor<SurfaceParameters>();
@@ -218,6 +246,19 @@ TEST_F(LevelSetCalls, EndWithoutAComponentOrAChannel) {
     EXPECT_EQ(FakeHost::calls("createLevelSet"), Calls{});
     EXPECT_FALSE(surface.accel().valid());
   }
+}
+
+TEST_F(LevelSetCalls, ScaleTheNewVoxelsAndLeaveThePointsInCacheUnits) {
+  parameters.voxel_component = "";
+  parameters.space_scale = 2.f;
+  Surface const surface(parameters);
+  EXPECT_EQ(surface.status().error(), "");
+  // The points of 0.2 grow and shrink again; the voxels made from them grow.
+  EXPECT_EQ(FakeHost::calls("Layout::setVoxelScale"),
+            (Calls{"Layout::setVoxelScale 0.4", "Layout::setVoxelScale 0.2",
+                   "Layout::setVoxelScale 0.4", "Layout::setVoxelScale 0.08"}));
+  EXPECT_EQ(API::Layout(surface.points().layout()).voxelScale(), 0.2f);
+  EXPECT_EQ(API::Layout(surface.voxels().layout()).voxelScale(), 0.4f);
 }
 
 TEST_F(LevelSetCalls, EndWhereTheHostFails) {

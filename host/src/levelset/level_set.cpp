@@ -99,6 +99,13 @@ std::string resolve(PointComponent const& points, Array<String> const& inputs,
       continue;
     }
     auto const& path = inputs[n + 1];
+    if (out == channels.distance) {
+      // Particles may bring a channel of that name; it must not overwrite what is built.
+      Host::report(Host::Severity::Warning, "point channel " + quoted(path) +
+                                                " is not carried: it would replace " +
+                                                quoted(outputs[n]));
+      continue;
+    }
     auto* const in = itemAs<PointChannelItem>(find(points, path));
     if (in == nullptr) return "no point channel " + quoted(path);
     if (in->type() != out->type()) {
