@@ -27,12 +27,12 @@ inline constexpr std::size_t componentCount = sizeof(T) / sizeof(Component<T>);
 
 /// An array of values as the array of their components, which have no gaps.
 template <class T>
-constexpr auto* components(T* values) noexcept {
-  if constexpr (std::is_arithmetic_v<T>) {
-    return values;
-  } else {
-    return values != nullptr ? &values->x : nullptr;
-  }
+Component<T>* components(T* values) noexcept {
+  return reinterpret_cast<Component<T>*>(values);
+}
+template <class T>
+Component<T> const* components(T const* values) noexcept {
+  return reinterpret_cast<Component<T> const*>(values);
 }
 
 /// `operation` applied to the components of its operands one by one.

@@ -28,8 +28,8 @@ template <int N, class Step>
 
 /// Takes the tile's voxels out of a span.
 [[gnu::always_inline]] inline void pack(float const* results, float* out) {
-  for (int k = 0; k < 5; ++k) {
-    for (int j = 0; j < 5; ++j) {
+  for (std::size_t k = 0; k < 5; ++k) {
+    for (std::size_t j = 0; j < 5; ++j) {
       std::memcpy(out + (k * 5 + j) * 5, results + (k * 7 + j) * 7, 5 * sizeof(float));
     }
   }
@@ -57,7 +57,8 @@ struct Stencil {
 
 constexpr auto mergeNines = Network::mergeOf<9>();
 constexpr auto& nineExchanges = Network::sortNineFromTriples;
-constexpr auto& mergeExchanges = mergeNines.pairs;
+// A copy: clang takes no part of an object for a template argument.
+constexpr auto mergeExchanges = mergeNines.pairs;
 
 /// Voxels that are neighbours in x share two of their three planes of nine
 /// values, and planes that are neighbours in y two of their three columns:

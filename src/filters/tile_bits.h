@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -102,7 +103,7 @@ class TileView {
     unsigned char flags[128] = {};
     for (int i = 0; i < 125; ++i) flags[i] = test(values_[i]) ? 1 : 0;
     TileBits bits = 0;
-    for (int i = 0; i < 16; ++i) {
+    for (std::size_t i = 0; i < 16; ++i) {
       std::uint64_t eight;
       std::memcpy(&eight, flags + 8 * i, sizeof eight);
       // Gathers the lowest bits of eight bytes in the highest byte.

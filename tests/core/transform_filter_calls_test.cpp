@@ -8,12 +8,14 @@
 
 #include "fakehost/scene.h"
 #include "processing/pointwise_filters.h"
+#include "support/copies.h"
 
 namespace Velmor::Processing {
 namespace {
 
 using Calls = std::vector<std::string>;
 using FakeHost::elements;
+using Test::copiesOf;
 using Int3 = orlen::Math::vec<3, int>;
 
 class TransformDriver : public testing::Test {
@@ -195,18 +197,10 @@ TEST_F(TransformDriver, CopiesAndAssignedFiltersWriteTheSame) {
   OffsetFilter<int> original(4);
   original.setTraversalMode(API::TraversalMode::Serial);
   original.setDepths(2, 2);
-  OffsetFilter<int> const copy(original);
-  OffsetFilter<int> assigned(0);
-  assigned = original;
-  OffsetFilter<int> source(original);
-  OffsetFilter<int> const moved(std::move(source));
-  OffsetFilter<int> moveAssigned(0);
-  moveAssigned = OffsetFilter<int>(original);
-  for (OffsetFilter<int> const* filter : std::initializer_list<OffsetFilter<int> const*>{
-           &original, &copy, &assigned, &moved, &moveAssigned}) {
+  for (auto const& filter : copiesOf(original, OffsetFilter<int>(0))) {
     auto const dst = scene.channel<int>("dst", 9);
     FakeHost::clearCalls();
-    filter->filter(src, dst);
+    filter.filter(src, dst);
     EXPECT_EQ(FakeHost::calls(), Calls{"Layout::traverse 0 2 2"});
     EXPECT_EQ(elements<int>(dst, two), std::vector<int>(125, 5));
     EXPECT_EQ(elements<int>(dst, three), std::vector<int>(125, 9));

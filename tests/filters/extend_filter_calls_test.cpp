@@ -11,11 +11,13 @@
 
 #include "fakehost/scene.h"
 #include "processing/extend_filter.h"
+#include "support/copies.h"
 
 namespace Velmor::Processing {
 namespace {
 
 using Calls = std::vector<std::string>;
+using Test::copiesOf;
 using Float2 = orlen::Math::vec<2, float>;
 
 class ExtendCalls : public testing::Test {
@@ -41,8 +43,8 @@ TEST_F(ExtendCalls, AddsTilesOverTheBoxByHeightThenXThenZAtEveryDepth) {
     EXPECT_EQ(calls[static_cast<std::size_t>(depth)], addTile(-100, -5, -100, depth));
     EXPECT_EQ(calls[static_cast<std::size_t>(8 + depth)], addTile(-100, -5, -95, depth));
   }
-  EXPECT_EQ(calls[41 * 8], addTile(-95, -5, -100, 0));
-  EXPECT_EQ(calls[41 * 41 * 8], addTile(-100, 0, -100, 0));
+  EXPECT_EQ(calls[41u * 8u], addTile(-95, -5, -100, 0));
+  EXPECT_EQ(calls[41u * 41u * 8u], addTile(-100, 0, -100, 0));
   EXPECT_EQ(calls.back(), addTile(100, 5, 100, 7));
 }
 
@@ -254,13 +256,6 @@ std::map<Voxel, float> voxelsOf(FakeHost::Scene const& scene, API::Channel const
 
 TEST_F(ExtendCalls, CopiesDoWhatTheOriginalDoes) {
   ExtendFilter const original(1.f, {2.f, 3.f}, {4.f, 6.f}, 1.5f, "mask");
-  ExtendFilter const copy(original);
-  ExtendFilter source(original);
-  ExtendFilter const moved(std::move(source));
-  ExtendFilter assigned(0.f, {}, {}, 0.f, "");
-  assigned = original;
-  ExtendFilter moveAssigned(0.f, {}, {}, 0.f, "");
-  moveAssigned = ExtendFilter(original);
   auto const maskOf = [](ExtendFilter const& filter) {
     FakeHost::reset();
     FakeHost::Scene const scene;
@@ -271,9 +266,8 @@ TEST_F(ExtendCalls, CopiesDoWhatTheOriginalDoes) {
   };
   auto const expected = maskOf(original);
   EXPECT_FALSE(expected.empty());
-  for (auto const* filter : {&copy, &moved, static_cast<ExtendFilter const*>(&assigned),
-                             static_cast<ExtendFilter const*>(&moveAssigned)}) {
-    EXPECT_EQ(maskOf(*filter), expected);
+  for (auto const& filter : copiesOf(original, ExtendFilter(0.f, {}, {}, 0.f, ""))) {
+    EXPECT_EQ(maskOf(filter), expected);
   }
 }
 
@@ -371,7 +365,7 @@ TEST_F(ExtendCalls, UvsReachVoxelsOfAnyTileAndLeaveTheHaloAlone) {
     }
     auto const all = FakeHost::elements<Float2>(uv, leaf);
     EXPECT_EQ(std::count(all.begin(), all.end(), Float2(7.f, 7.f)),
-              static_cast<std::ptrdiff_t>(all.size()) - width * width * width);
+              static_cast<std::ptrdiff_t>(all.size()) - std::ptrdiff_t{width} * width * width);
   }
 }
 

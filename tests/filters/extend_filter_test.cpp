@@ -314,8 +314,8 @@ struct HullCase {
 };
 
 TEST(Ocean, LeavesAHullDry) {
-  for (auto const& [halfX, halfZ, draft] : {HullCase{15., 12., 8.}, HullCase{50., 50., 30.}}) {
-    auto const scene = poolWithHull(halfX, halfZ, draft);
+  for (auto const& boat : {HullCase{15., 12., 8.}, HullCase{50., 50., 30.}}) {
+    auto const scene = poolWithHull(boat.halfX, boat.halfZ, boat.draft);
     ExtendFilter(0.3f, {0.f, 0.f}, {200.f, 200.f}, 0.f, "mask")
         .filter(scene.distance, scene.distance);
     auto const accessor = scene.layout.tileAccessor();
@@ -326,15 +326,15 @@ TEST(Ocean, LeavesAHullDry) {
       auto const out = scene.distance.tileData<float>(index), m = mask.tileData<float>(index);
       for (int e = 0; e < 125; ++e) {
         double const x = o.i + e % 5 + 0.5, y = o.j + e / 5 % 5 + 0.5, z = o.k + e / 25 + 0.5;
-        if (hull(x, y, z, halfX, halfZ, draft) >= 0. || y > 0.3) continue;
+        if (hull(x, y, z, boat.halfX, boat.halfZ, boat.draft) >= 0. || y > 0.3) continue;
         (out.data[e] > 0.f ? dry : wet) += 1;
         marked += m.data[e] == 1.f ? 1u : 0u;
       }
     });
     EXPECT_GT(dry, 5000u);
-    EXPECT_EQ(wet, 0u) << halfX;
+    EXPECT_EQ(wet, 0u) << boat.halfX;
     auto const report = inspect(scene.distance);
-    EXPECT_EQ(report.openInside, 0u) << halfX;
+    EXPECT_EQ(report.openInside, 0u) << boat.halfX;
     EXPECT_GT(report.openEdges, 0u);
   }
 }

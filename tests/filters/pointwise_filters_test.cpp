@@ -6,7 +6,8 @@
 #include <limits>
 #include <set>
 #include <type_traits>
-#include <utility>
+
+#include "support/copies.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -112,18 +113,12 @@ TEST(DilateFilter, ServesWhereverAnOffsetFilterIsExpected) {
   EXPECT_EQ(apply(ErodeFilter<float>(0.25f)), 1.25f);
 }
 
-/// What a filter, its copies and those it was assigned to make of a value.
+/// What the copies of a filter make of a value.
 template <class F, class T>
 std::set<T> outcomes(F const& original, F const& other, T const& value) {
-  F const copy(original);
-  F source(original);
-  F const moved(std::move(source));
-  F assigned(other);
-  assigned = original;
-  F moveAssigned(other);
-  moveAssigned = F(original);
-  return {original.compute(value), copy.compute(value), moved.compute(value),
-          assigned.compute(value), moveAssigned.compute(value)};
+  std::set<T> values;
+  for (auto const& filter : Test::copiesOf(original, other)) values.insert(filter.compute(value));
+  return values;
 }
 
 TEST(PointwiseFilters, CopyTheirParameters) {

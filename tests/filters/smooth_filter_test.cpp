@@ -9,6 +9,7 @@
 
 #include "processing/mixer.h"
 #include "processing/stencil_filters.h"
+#include "support/copies.h"
 #include "support/scene.h"
 
 namespace Velmor::Processing {
@@ -77,14 +78,8 @@ TEST(SmoothFilter, CopiesItsParameters) {
     return allValues(out);
   };
   Smooth const original(Smooth::Curvature, 2, 0.3f);
-  Smooth const copy(original);
-  Smooth source(original);
-  Smooth const moved(std::move(source));
-  Smooth assigned(Smooth::Laplacian, 0, 0.f), moveAssigned(Smooth::Laplacian, 0, 0.f);
-  assigned = original;
-  moveAssigned = Smooth(original);
   auto const expected = smoothed(original);
-  for (auto const& filter : {copy, moved, assigned, moveAssigned}) {
+  for (auto const& filter : copiesOf(original, Smooth(Smooth::Laplacian, 0, 0.f))) {
     EXPECT_EQ(smoothed(filter), expected);
   }
 }

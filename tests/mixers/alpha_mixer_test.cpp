@@ -6,6 +6,7 @@
 
 #include "mixers/mixed_channels.h"
 #include "processing/mixer.h"
+#include "support/copies.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -97,13 +98,7 @@ TEST(AlphaChannel, IsKeptByCopies) {
   MixedChannels const c;
   auto const a = c.add("a", 8.f), b = c.add("b", 4.f);
   AlphaMixer<float> const original(c.add("alpha", 0.25f));
-  AlphaMixer<float> const copy(original);
-  AlphaMixer<float> source(original);
-  AlphaMixer<float> const moved(std::move(source));
-  AlphaMixer<float> assigned(9.f), moveAssigned(9.f);
-  assigned = original;
-  moveAssigned = AlphaMixer<float>(original);
-  for (auto const& mixer : {copy, moved, assigned, moveAssigned}) {
+  for (auto const& mixer : copiesOf(original, AlphaMixer<float>(9.f))) {
     API::Channel out = c.add("out", 7.f);
     EXPECT_TRUE(mixer.mix(a, b, out));
     EXPECT_EQ(valueAt<float>(out), 5.f);

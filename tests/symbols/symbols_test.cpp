@@ -78,7 +78,9 @@ void expectClass(Class const& entry, std::string const& type) {
   auto const member = [&](std::string const& text) {
     expectExported(self + "::" + spelled(text, type));
   };
-  for (auto const& arguments : entry.constructors) member(shortName + "(" + arguments + ")");
+  for (auto const& arguments : entry.constructors) {
+    member(std::string(shortName).append("(").append(arguments).append(")"));
+  }
   member("~" + shortName + "()");
   expectExported(self + "::operator=(" + self + " const&)");
   if (entry.values != Values::Assignment) {
@@ -123,6 +125,7 @@ TEST(Symbols, EveryClassAndFunctionIsExported) {
 
 TEST(Symbols, NothingElseIsExported) {
   std::vector<std::string> allowed;
+  allowed.reserve(classes.size() + furtherNames.size() + families.size() * valueTypes.size());
   for (auto const& entry : classes) allowed.push_back(home + entry.name);
   for (auto const& name : furtherNames) allowed.push_back(home + name);
   for (auto const& family : families) {
