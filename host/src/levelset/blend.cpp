@@ -31,42 +31,46 @@ struct Sums {
   Lanes q = all(1e9f);
 
   template <bool adaptive>
-  void add(Region const& region, float const* squaredInverses, Lanes inverse, float const (&at)[3],
-           std::size_t begin, std::size_t end) noexcept {
-    for (auto p = begin; p < end; p += 4) {
-      auto const kept = load(keep[std::min<std::size_t>(end - p, 4)]);
-      auto const ux = load(&region.x[p]) - at[0];
-      auto const uy = load(&region.y[p]) - at[1];
-      auto const uz = load(&region.z[p]) - at[2];
-      if constexpr (adaptive) inverse = load(squaredInverses + p);
-      auto const square = (ux * ux + uy * uy + uz * uz) * inverse;
-      auto const rest = larger(1.f - square, Lanes{}) * kept;
-      q = smaller(q, square + (1.f - kept) * 1e9f);
-      auto const rest2 = rest * rest;
-      auto const weight = rest2 * rest;
-      auto const c = 6.f * rest2 * inverse;
-      auto const cx = c * ux, cy = c * uy, cz = c * uz;
-      w += weight;
-      wu[0] += weight * ux;
-      wu[1] += weight * uy;
-      wu[2] += weight * uz;
-      cu[0] += cx;
-      cu[1] += cy;
-      cu[2] += cz;
-      cuu[0] += cx * ux;
-      cuu[1] += cy * uy;
-      cuu[2] += cz * uz;
-      cuu[3] += cx * uy;
-      cuu[4] += cx * uz;
-      cuu[5] += cy * uz;
-      if constexpr (adaptive) {
-        auto const r = load(&region.radius[p]);
-        wr += weight * r;
-        cru[0] += cx * r;
-        cru[1] += cy * r;
-        cru[2] += cz * r;
+  static Sums of(Region const& region, float const* squaredInverses, Lanes inverse,
+                 float const (&at)[3], std::vector<Region::Run> const& runs) noexcept {
+    Sums s;
+    for (auto const& run : runs) {
+      for (std::size_t p = run.begin; p < run.end; p += 4) {
+        auto const kept = load(keep[std::min<std::size_t>(run.end - p, 4)]);
+        auto const ux = load(&region.x[p]) - at[0];
+        auto const uy = load(&region.y[p]) - at[1];
+        auto const uz = load(&region.z[p]) - at[2];
+        if constexpr (adaptive) inverse = load(squaredInverses + p);
+        auto const square = (ux * ux + uy * uy + uz * uz) * inverse;
+        auto const rest = larger(1.f - square, Lanes{}) * kept;
+        s.q = smaller(s.q, square + (1.f - kept) * 1e9f);
+        auto const rest2 = rest * rest;
+        auto const weight = rest2 * rest;
+        auto const c = 6.f * rest2 * inverse;
+        auto const cx = c * ux, cy = c * uy, cz = c * uz;
+        s.w += weight;
+        s.wu[0] += weight * ux;
+        s.wu[1] += weight * uy;
+        s.wu[2] += weight * uz;
+        s.cu[0] += cx;
+        s.cu[1] += cy;
+        s.cu[2] += cz;
+        s.cuu[0] += cx * ux;
+        s.cuu[1] += cy * uy;
+        s.cuu[2] += cz * uz;
+        s.cuu[3] += cx * uy;
+        s.cuu[4] += cx * uz;
+        s.cuu[5] += cy * uz;
+        if constexpr (adaptive) {
+          auto const r = load(&region.radius[p]);
+          s.wr += weight * r;
+          s.cru[0] += cx * r;
+          s.cru[1] += cy * r;
+          s.cru[2] += cz * r;
+        }
       }
     }
+    return s;
   }
 };
 
@@ -133,13 +137,25 @@ void Blend::evaluate(FieldTile& tile, API::TileCoord const& origin,
         for (std::size_t p = 0; p < squaredInverses_.size(); ++p) {
           squaredInverses_[p] = 1.f / (4.f * region_.radius[p] * region_.radius[p]);
         }
-        for (int c = 0; c < tileCells; ++c) evaluateBulk<true>(tile, c);
+        evaluateBulk<true>(tile);
       } else {
-        for (int c = 0; c < tileCells; ++c) evaluateBulk<false>(tile, c);
+        evaluateBulk<false>(tile);
       }
     }
   }
   for (auto const d : droplets) addDroplet(tile, origin, particles_->droplets()[d]);
+}
+
+template <bool adaptive>
+void Blend::evaluateBulk(FieldTile& tile) {
+  for (int c = 0; c < tileCells; ++c) {
+    if (c % API::tileWidth == 0) {
+      auto const position = cellPositions[static_cast<std::size_t>(c)];
+      region_.rowsAt(static_cast<float>(position.y) + 0.5f, static_cast<float>(position.z) + 0.5f,
+                     rows_);
+    }
+    evaluateBulk<adaptive>(tile, c);
+  }
 }
 
 template <bool adaptive>
@@ -155,10 +171,10 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
   }
   float const nominal = particles_->scale().surfaceRadius;
   float const squaredInverse = 1.f / (4.f * nominal * nominal);
-  Sums sums;
-  region_.forRuns(at[0], at[1], at[2], region_.reach(), [&](std::size_t begin, std::size_t end) {
-    sums.add<adaptive>(region_, squaredInverses_.data(), all(squaredInverse), at, begin, end);
-  });
+  region_.runsAt(at[0], rows_, runs_);
+  if (runs_.empty()) return;
+  auto const sums =
+      Sums::of<adaptive>(region_, squaredInverses_.data(), all(squaredInverse), at, runs_);
   float const nearest = 2.f * std::sqrt(leastOf(sums.q));  // in radii
   float const w = sumOf(sums.w);
   float const smallest = adaptive && w > 0.f ? sumOf(sums.wr) / w : nominal;

@@ -34,6 +34,8 @@ class Blend {
 
  private:
   template <bool adaptive>
+  void evaluateBulk(FieldTile& tile);
+  template <bool adaptive>
   void evaluateBulk(FieldTile& tile, int cell);
   void addDroplet(FieldTile& tile, API::TileCoord const& origin, Droplet const& droplet) const;
 
@@ -41,6 +43,8 @@ class Blend {
   Region region_;
   float solid_;  // a voxel with full point voxels so far around is deep; 0: none is
   std::vector<float> squaredInverses_;
+  std::vector<Region::Row> rows_;
+  std::vector<Region::Run> runs_;
 };
 
 }  // namespace Velmor::Host

@@ -3,6 +3,7 @@
 #include <tbb/enumerable_thread_specific.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "levelset/crossed_cells.h"
@@ -65,6 +66,8 @@ std::vector<std::uint32_t> const& Construction::dropletsAt(TilePlace const& plac
 // The tiles of the output near particles, but for those deep inside.
 void Construction::addBulkTiles() {
   auto const& scale = particles_->scale();
+  TileMap seen;
+  std::vector<TilePlace> places;
   for (auto const& tile : particles_->tiles()) {
     if (tile.bulk == 0) continue;
     int least[3] = {tileWidth, tileWidth, tileWidth}, most[3] = {-1, -1, -1};
@@ -85,11 +88,16 @@ void Construction::addBulkTiles() {
       low[a] = (origin[a] + least[a]) * scale.factor - reach;
       high[a] = (origin[a] + most[a] + 1) * scale.factor + reach;
     }
-    forPlaces(field_.grid(), low, high, [this](TilePlace const& place) {
-      if (field_.find(place) == nullptr && !blend_.isDeep(field_.grid().voxel(place))) {
-        field_.add(place);
-      }
+    forPlaces(field_.grid(), low, high, [&](TilePlace const& place) {
+      auto const number = static_cast<std::int32_t>(places.size());
+      if (seen.insert(place, number) == number) places.push_back(place);
     });
+  }
+  std::vector<std::uint8_t> deep(places.size());
+  forEach(places.size(),
+          [&](std::size_t p) { deep[p] = blend_.isDeep(field_.grid().voxel(places[p])) ? 1 : 0; });
+  for (std::size_t p = 0; p < places.size(); ++p) {
+    if (deep[p] == 0) field_.add(places[p]);
   }
 }
 
@@ -119,7 +127,7 @@ void Construction::sortParticlesAround() {
   auto const& scale = particles_->scale();
   std::vector<std::uint8_t> wanted(particles_->tiles().size());
   double const reach = Region::reachOf(particles_->largestRadius(), scale.margin);
-  for (std::size_t t = 0; t < field_.count(); ++t) {
+  forEach(field_.count(), [&](std::size_t t) {
     auto const corner = field_.grid().voxel(field_.tile(t).place);
     std::int32_t const origin[3] = {corner.i, corner.j, corner.k};
     double low[3], high[3];
@@ -128,9 +136,13 @@ void Construction::sortParticlesAround() {
       high[a] = (origin[a] + tileWidth + reach) / scale.factor + 2.0;
     }
     forPlaces(particles_->grid(), low, high, [&](TilePlace const& place) {
-      if (auto const n = particles_->number(place); n >= 0) wanted[static_cast<std::size_t>(n)] = 1;
+      auto const n = particles_->number(place);
+      if (n < 0) return;
+      // Many field tiles want one tile of particles; all of them write the same.
+      std::atomic_ref<std::uint8_t> const flag(wanted[static_cast<std::size_t>(n)]);
+      if (flag.load(std::memory_order_relaxed) == 0) flag.store(1, std::memory_order_relaxed);
     });
-  }
+  });
   particles_->sort(wanted);
 }
 

@@ -17,11 +17,11 @@ struct FieldTile {
 
   TilePlace place;
   std::uint32_t number = 0;  ///< among the tiles of the field, while distances are measured
-  Values phi;         ///< the field, later the signed distance
-  Values gx, gy, gz;  ///< its gradient, where it is known
-  Values cx, cy, cz;  ///< the nearest point of the surface, where `reached`
-  CellMask known;     ///< voxels whose field was summed up; the others only have a sign
-  CellMask rough;     ///< voxels where the gradient of the sums is not that of the field
+  Values phi;                ///< the field, later the signed distance
+  Values gx, gy, gz;         ///< its gradient, where it is known
+  Values cx, cy, cz;         ///< the nearest point of the surface, where `reached`
+  CellMask known;            ///< voxels whose field was summed up; the others only have a sign
+  CellMask rough;            ///< voxels where the gradient of the sums is not that of the field
   CellMask inside;
   CellMask reached, arriving;
 };

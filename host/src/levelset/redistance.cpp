@@ -101,17 +101,34 @@ bool interpolateNear(Around const& around, Vector const& from, Sample& sample) {
   int const i = floorOf(from.x), j = floorOf(from.y), k = floorOf(from.z);
   Vector const f{from.x - static_cast<float>(i), from.y - static_cast<float>(j),
                  from.z - static_cast<float>(k)};
+  // For both voxels along each axis: what it adds to the number of the tile among the 27
+  // and to that of the cell, the way to it, and its weight.
+  int tiles[3][2], cells[3][2];
+  float ways[3][2], weights[3][2];
+  int const firsts[3] = {i, j, k};
+  float const parts[3] = {f.x, f.y, f.z};
+  constexpr int tileSteps[3] = {1, 3, 9}, cellSteps[3] = {1, tileWidth, tileWidth * tileWidth};
+  for (int a = 0; a < 3; ++a) {
+    for (int d = 0; d < 2; ++d) {
+      int const at = firsts[a] + d + tileWidth, tile = at / tileWidth;
+      tiles[a][d] = tile * tileSteps[a];
+      cells[a][d] = (at - tile * tileWidth) * cellSteps[a];
+      ways[a][d] = parts[a] - static_cast<float>(d);
+      weights[a][d] = 1.f - std::abs(ways[a][d]);
+    }
+  }
   sample = {0.f, {0.f, 0.f, 0.f}};
   for (int n = 0; n < 8; ++n) {
     int const dx = n & 1, dy = n >> 1 & 1, dz = n >> 2;
-    auto const [tile, cell] = cellAround(around, i + dx, j + dy, k + dz);
+    auto const* const tile =
+        around[static_cast<std::size_t>(tiles[0][dx] + tiles[1][dy] + tiles[2][dz])];
+    int const cell = cells[0][dx] + cells[1][dy] + cells[2][dz];
     if (tile == nullptr || !tile->known.test(cell)) return false;
     auto const c = static_cast<std::size_t>(cell);
-    Vector const u =
-        f - Vector{static_cast<float>(dx), static_cast<float>(dy), static_cast<float>(dz)};
-    float const weight = (1.f - std::abs(u.x)) * (1.f - std::abs(u.y)) * (1.f - std::abs(u.z));
+    float const weight = weights[0][dx] * weights[1][dy] * weights[2][dz];
     Vector const g{tile->gx[c], tile->gy[c], tile->gz[c]};
-    sample.value += weight * (tile->phi[c] + 0.5f * dot(g, u));
+    sample.value +=
+        weight * (tile->phi[c] + 0.5f * dot(g, {ways[0][dx], ways[1][dy], ways[2][dz]}));
     sample.gradient = sample.gradient + g * weight;
   }
   return true;
@@ -261,13 +278,15 @@ void arrive(FieldTile& tile, Around const& around) {
   }
 }
 
-// Moves a point beside the surface onto it.
+// Moves a point beside the surface onto it; `there` is the field where it was last looked at.
 bool land(Neighbourhoods const& all, Around const& around, Vector& y, Sample& there) {
   for (int n = 0; n < 2; ++n) {
     if (!all.interpolate(around, y, there)) return false;
     float const slope = dot(there.gradient, there.gradient);
     if (!(slope > leastSquaredSlope)) return false;
     y = y - there.gradient * (there.value / slope);
+    // What is left is of the order of its square.
+    if (std::abs(there.value) < 0.05f) break;
   }
   return true;
 }
@@ -281,9 +300,9 @@ Vector tangentialPart(Vector const& way, Vector const& gradient) {
 // returns how far that is.
 float shortestWay(Neighbourhoods const& all, Around const& around, Vector const& from, Vector y) {
   auto best = from - y;
+  Sample at;
+  if (!all.interpolate(around, y, at)) return std::sqrt(dot(best, best));
   for (int round = 0; round < 4; ++round) {
-    Sample at;
-    if (!all.interpolate(around, y, at)) break;
     if (!(dot(at.gradient, at.gradient) > leastSquaredSlope)) break;
     auto const along = tangentialPart(from - y, at.gradient);
     if (dot(along, along) < 4e-4f) break;
@@ -300,6 +319,7 @@ float shortestWay(Neighbourhoods const& all, Around const& around, Vector const&
       if (good && dot(found, found) < dot(best, best)) {
         best = found;
         y = next;
+        at = there;
         shorter = true;
       }
       float const left =
@@ -320,8 +340,9 @@ void measure(Neighbourhoods const& all, FieldTile& tile, Around const& around) {
     if (tile.reached.test(cell)) {
       Vector const point{tile.cx[c], tile.cy[c], tile.cz[c]};
       auto const way = centreOf(cell) - point;
-      // What is far beyond the band does not come back into it.
-      if (dot(way, way) < 6.f * 6.f) d = shortestWay(all, around, centreOf(cell), point);
+      // What is beyond the band by more than neighbours' nearest points are apart does
+      // not come back into it.
+      if (dot(way, way) < 5.7f * 5.7f) d = shortestWay(all, around, centreOf(cell), point);
     }
     distance[c] = tile.inside.test(cell) ? -std::min(d, bandWidth) : std::min(d, bandWidth);
   }

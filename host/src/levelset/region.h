@@ -54,6 +54,37 @@ class Region {
     }
   }
 
+  /// A row of point voxels of which a part may lie within reach of a voxel: where it
+  /// starts in the table, and how far it goes to both sides, in point voxels.
+  struct Row {
+    std::size_t first;
+    float half;
+  };
+  /// Particles that follow each other.
+  struct Run {
+    std::uint32_t begin, end;
+  };
+
+  /// The rows for all voxels at (y, z) of the tile.
+  void rowsAt(float py, float pz, std::vector<Row>& rows) const;
+  /// Of these rows, what holds all particles within reach of the voxel at x.
+  void runsAt(float px, std::vector<Row> const& rows, std::vector<Run>& runs) const {
+    runs.resize(rows.size());
+    float const at = (px - low_[0]) * inverse_;
+    int const last = cells_[0] - 1;
+    std::size_t count = 0;
+    for (auto const& row : rows) {
+      // Rounding towards 0 rounds down: everything begins left of the tile.
+      auto const from = std::max(static_cast<int>(at - row.half), 0);
+      auto const to = std::min(static_cast<int>(at + row.half), last);
+      Run const run{starts_[row.first + static_cast<std::size_t>(from)],
+                    starts_[row.first + static_cast<std::size_t>(to) + 1]};
+      runs[count] = run;
+      count += run.begin != run.end ? 1 : 0;
+    }
+    runs.resize(count);
+  }
+
   // Positions and radii in output voxels, relative to the tile. Behind `count()` of
   // them are more, far away, so that four may be loaded anywhere.
   static constexpr std::size_t padding = 4;
