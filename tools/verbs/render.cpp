@@ -203,10 +203,11 @@ void addRender(Command& command) {
                   "matte: lit; normal: the normal as a colour; depth: the distance along the ray "
                   "(one float channel Z in .exr); density: fog")
       ->transform(CLI::CheckedTransformer(
-          std::map<std::string, Render::Shading>{{"matte", Render::Shading::Matte},
-                                                 {"normal", Render::Shading::Normal},
-                                                 {"depth", Render::Shading::Depth},
-                                                 {"density", Render::Shading::Density}}))
+                      std::map<std::string, Render::Shading>{{"matte", Render::Shading::Matte},
+                                                             {"normal", Render::Shading::Normal},
+                                                             {"depth", Render::Shading::Depth},
+                                                             {"density", Render::Shading::Density}})
+                      .description(""))
       ->type_name("matte|normal|depth|density");
   addDistanceMode(verb, options->distance);
   verb.add_option("-o,--output", options->output,
