@@ -13,9 +13,12 @@ struct VELMOR_EXPORT VolumeParameters : ShapeParameters {
   ~VolumeParameters() override;
   API::String str() const override;
 
+  /// Voxel channel that holds the density, "density" by default.
   API::String density_channel;
-  float smooth;                    ///< step of the smoothing; 0 or less turns it off
-  unsigned int smooth_iterations;  ///< 0 turns smoothing off
+  /// Step of the smoothing, 0 by default. Off at 0 and below.
+  float smooth;
+  /// Smoothing passes, 1 by default. Off at 0.
+  unsigned int smooth_iterations;
 };
 
 /// A density field: a single-float voxel channel, smoothed if asked for.

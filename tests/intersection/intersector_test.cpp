@@ -305,7 +305,7 @@ TEST(Intersector, AgreesWithAllBoxesOnAMillionRays) {
   }
   EXPECT_GT(met, rays / 10);
   // Every lost stretch is an entry leaf behind a coarse face.
-  EXPECT_LT(static_cast<double>(lossy), 0.12 * static_cast<double>(met)) << lossy << " of " << met;
+  EXPECT_LT(static_cast<double>(lossy), 0.03 * static_cast<double>(met)) << lossy << " of " << met;
   RecordProperty("share_of_rays_that_lose_path",
                  std::to_string(static_cast<double>(lossy) / static_cast<double>(met)));
 }

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numbers>
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -74,6 +76,15 @@ T sampleOf(Sampler const& sampler, Vec3f const& pos) {
   Sample out;
   sampler.sample(pos, out);
   return out.as<T>();
+}
+
+static_assert(sizeof(Sample) == 12 && std::is_copy_assignable_v<Sample>);
+
+TEST(Sample, CopiesAllItsWords) {
+  Sample one, other;
+  for (std::uint32_t w = 0; w < 3; ++w) one.words[w] = 7 + w;
+  other = one;
+  for (std::uint32_t w = 0; w < 3; ++w) EXPECT_EQ(other.words[w], 7 + w);
 }
 
 TEST(Sampler, IsEmptyByDefaultAndLeavesOutputsAlone) {
