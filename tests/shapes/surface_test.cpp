@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "processing/extend_filter.h"
+#include "processing/intersector.h"
 #include "processing/pointwise_filters.h"
+#include "processing/sampler.h"
 #include "processing/smooth_filter.h"
 #include "processing/stencil_filters.h"
 #include "shapes/shape_case.h"
@@ -363,6 +365,61 @@ TEST_F(SurfaceInOcean, DerivesChannelsAfterTheOceanAndBeforeTheSpaceScale) {
             expected(LaplacianFilter<float>(), "l"));
   EXPECT_EQ(valuesOf<float>(surface.voxels().findChannel("curvature")),
             expected(CurvatureFilter<float>(), "c"));
+}
+
+TEST_F(SurfaceInOcean, OfANarrowBandHasNoFalseSurfaces) {
+  // As most files come: distances end at three voxels.
+  for (float const halfWidth : {3.f, 5.f}) {
+    SCOPED_TRACE(testing::Message() << "half width " << halfWidth);
+    ObjectBuilder const builder("liquid");
+    auto const sphere = builder.sphere(builder.voxels(), 12.f);
+    float const band = halfWidth * 0.1f;
+    forTiles(API::Layout(sphere.layout()), 0, 7, [&](API::TreeIndex const& index) {
+      auto const data = sphere.tileData<float>(index);
+      for (std::size_t c = 0; c < data.count; ++c)
+        data.data[c] = std::clamp(data.data[c], -band, band);
+    });
+    sphere.setBackgroundValue(band);
+    auto parameters = oceanOf(builder);
+    parameters.ocean_blending_dimension = {8.f, 8.f};
+    parameters.ocean_blending_radius = 0.f;
+    parameters.enable_ocean_blending_uvs = false;
+    Surface const surface(parameters);
+    ASSERT_TRUE(surface.status()) << errorOf(surface);
+    Intersector tiles(surface.accel());
+    Sampler const sampler(surface.distance());
+    auto const at = [&](Float3 const& p) {
+      Sample out;
+      sampler.sample(p, out);
+      return out.as<float>();
+    };
+    int crossings = 0;
+    for (float x = -3.f; x <= 3.f; x += 0.17f) {
+      for (float z = -3.f; z <= 3.f; z += 0.17f) {
+        Float3 const from(x, 4.f, z), along(0.3f, -1.f, -0.2f);
+        tiles.init(from, along, 0.f, 6.f);
+        for (auto i = tiles.next(); i.valid(); i = tiles.next()) {
+          for (float t = i.t0; t + 0.02f < i.t1; t += 0.02f) {
+            Float3 const p = from + along * t;
+            if (std::abs(p.x) > 3.5f || std::abs(p.z) > 3.5f) continue;
+            if ((at(p) > 0.f) == (at(from + along * (t + 0.02f)) > 0.f)) continue;
+            // Either the water's plane or the sphere.
+            float const off = std::min(std::abs(p.y - parameters.ocean_blending_height),
+                                       std::abs(std::hypot(p.x, p.y, p.z) - 1.2f));
+            EXPECT_LT(off, 0.1f) << p.x << ' ' << p.y << ' ' << p.z;
+            ++crossings;
+          }
+        }
+      }
+    }
+    EXPECT_GT(crossings, 1000);
+    for (auto const& p : meshOf(surface.distance()).points) {
+      if (std::abs(p.x) > 3.5f || std::abs(p.z) > 3.5f) continue;
+      EXPECT_LT(std::min(std::abs(p.y - parameters.ocean_blending_height),
+                         std::abs(std::hypot(p.x, p.y, p.z) - 1.2f)),
+                0.1f);
+    }
+  }
 }
 
 TEST_F(SurfaceInOcean, WarnsOfMissingTextureCoordinatesAndGoesOn) {
