@@ -12,20 +12,27 @@ namespace Velmor::Processing {
 
 namespace {
 
-using orlen::Math::vec;
-using Vec3f = vec<3, float>;
-using Vec3i = vec<3, int>;
+using Vec3f = orlen::Math::vec<3, float>;
+
+// Of four numbers the last means nothing: all axes in one register.
+using FloatLanes = float __attribute__((vector_size(16)));
+using IntLanes = std::int32_t __attribute__((vector_size(16)));
+using LongLanes = std::int64_t __attribute__((vector_size(16)));
 
 constexpr float kNever = 3.4028234663852886e38f;
 
 struct Ray {
-  Vec3f origin, direction, reciprocal;
-  Vec3i sign;
-
-  Vec3f at(float t) const { return origin + direction * t; }
+  FloatLanes origin{}, direction{}, reciprocal{};
+  IntLanes forward{}, backward{};  // masks: the direction's sign
 };
 
-int signOf(float x) { return x > 0.f ? 1 : (x < 0.f ? -1 : 0); }
+FloatLanes toFloat(IntLanes a) { return __builtin_convertvector(a, FloatLanes); }
+
+// Of numbers that ints can hold.
+FloatLanes roundedDown(FloatLanes x) {
+  auto const whole = toFloat(__builtin_convertvector(x, IntLanes));
+  return whole > x ? whole - 1.f : whole;
+}
 
 // Rounds down to a multiple of `size`, below zero as well.
 int snap(int i, int size) {
@@ -38,56 +45,85 @@ int snap(int i, int size) {
 
 // One grid walker; lengths in voxels.
 struct LevelState {
-  Ray ray;
-  int cellSize = 0;
-  int cellOffset = 0;
   float t = 0.f;
   float tEnd = 0.f;
-  Vec3i cell;
-  Vec3i step;
-  Vec3f tDelta;
-  Vec3f tMax;
+  IntLanes cell{};
+  FloatLanes tMax{};
+  FloatLanes tDelta{};
+  IntLanes step{};
+  FloatLanes farSide{};  // of a cell from its lower corner, where the ray leaves it
+  int cellSize = 0;
+  int cellOffset = 0;
+  float perVoxel = 0.f;  // a voxel's share of a cell
+  bool hasExactSize = false;
 
-  void start(Ray const& newRay) {
-    ray = newRay;
-    t = tEnd = -1.f;
-    for (int a = 0; a < 3; ++a) {
-      step[a] = ray.sign[a] * cellSize;
-      tDelta[a] = step[a] == 0 ? kNever : static_cast<float>(step[a]) * ray.reciprocal[a];
-    }
+  void setCells(int size) {
+    cellSize = size;
+    cellOffset = -(size >> 1);
+    perVoxel = 1.f / static_cast<float>(size);
+    hasExactSize = size >= 1 && size <= 1048576;
   }
 
-  void setUp(float t0, float t1) {
-    using orlen::Math::detail::add;
-    using orlen::Math::detail::sub;
+  void start(Ray const& ray) {
+    t = tEnd = -1.f;
+    IntLanes const size = IntLanes{} + cellSize;
+    step = (ray.forward & size) | (ray.backward & -size);
+    tDelta = step == 0 ? FloatLanes{} + kNever : toFloat(step) * ray.reciprocal;
+    farSide = toFloat(ray.forward & size);
+  }
+
+  void setUp(Ray const& ray, float t0, float t1) {
     t = t0;
     tEnd = t1;
-    Vec3f const p = ray.at(t0);
-    auto const size = static_cast<float>(cellSize);
-    for (int a = 0; a < 3; ++a) {
-      // Positions far outside the tree wrap; nothing is found there either way.
-      cell[a] = add(snap(sub(toInt(std::floor(p[a])), cellOffset), cellSize), cellOffset);
-      float const d = static_cast<float>(cell[a]) - p[a];
-      if (ray.sign[a] < 0) {
-        tMax[a] = d * ray.reciprocal[a] + t0;
-      } else if (ray.sign[a] == 0) {
-        tMax[a] = kNever;
-      } else {
-        tMax[a] = (d + size) * ray.reciprocal[a] + t0;
-      }
+    FloatLanes const p = ray.origin + ray.direction * t0;
+    FloatLanes corner;
+    if (isExactNear(p)) {
+      auto const offset = static_cast<float>(cellOffset), size = static_cast<float>(cellSize);
+      auto const voxel = roundedDown(p) - offset;
+      corner = roundedDown((voxel + 0.5f) * perVoxel) * size + offset;
+      cell = __builtin_convertvector(corner, IntLanes);
+    } else {
+      cell = farCell(p);
+      corner = toFloat(cell);
     }
+    auto const tFar = (corner - p + farSide) * ray.reciprocal + t0;
+    tMax = (ray.forward | ray.backward) != 0 ? tFar : FloatLanes{} + kNever;
   }
 
   void advance() {
-    // Ties between x and y go to x, ties with z to x or y.
-    int const axis = tMax.z < tMax.x && tMax.z < tMax.y ? 2 : (tMax.x <= tMax.y ? 0 : 1);
+    // Ties between x and y go to x, ties with z to x or y. Computed, as no
+    // processor can guess it.
+    float const x = tMax[0], y = tMax[1], z = tMax[2];
+    unsigned const alongZ = static_cast<unsigned>(z < x) & static_cast<unsigned>(z < y);
+    unsigned const alongY = static_cast<unsigned>(!(x <= y)) & (alongZ ^ 1u);
+    unsigned const axis = 2 * alongZ + alongY;
     t = tMax[axis];
-    tMax[axis] += tDelta[axis];
+    tMax[axis] = t + tDelta[axis];
     cell[axis] = orlen::Math::detail::add(cell[axis], step[axis]);
   }
 
-  float exit() const { return std::min(std::min(std::min(tEnd, tMax.x), tMax.y), tMax.z); }
+  float exit() const { return std::min(std::min(std::min(tEnd, tMax[0]), tMax[1]), tMax[2]); }
+
+ private:
+  // Whether in floats the integers around a position and a cell's corner are
+  // exact, and quotients of them less than half a voxel's share of a cell off.
+  bool isExactNear(FloatLanes p) const {
+    constexpr float limit = 1048576.f;
+    auto const near = reinterpret_cast<LongLanes>((p < limit) & (p > -limit));
+    return (near[0] & near[1]) == -1 && hasExactSize;
+  }
+  [[gnu::noinline]] IntLanes farCell(FloatLanes p) const {
+    using namespace orlen::Math::detail;
+    IntLanes result{};
+    for (int a = 0; a < 3; ++a) {
+      // Positions far outside the tree wrap; nothing is found there either way.
+      result[a] = add(snap(sub(toInt(std::floor(p[a])), cellOffset), cellSize), cellOffset);
+    }
+    return result;
+  }
 };
+
+bool isValid(Interval const& i) { return i.t0 >= 0.f && i.t1 > i.t0; }
 
 }  // namespace
 
@@ -107,8 +143,7 @@ struct Intersector::Impl {
     int const width = source.tileDimInfo(0).width;
     int size = width;
     for (auto l = levels.rbegin(); l != levels.rend(); ++l) {
-      l->cellSize = size;
-      l->cellOffset = -(size >> 1);
+      l->setCells(size);
       size = orlen::Math::detail::mul(size, width);
     }
   }
@@ -117,33 +152,36 @@ struct Intersector::Impl {
   LevelState& at(int l) { return levels[static_cast<std::size_t>(l)]; }
 
   void init(Vec3f const& origin, Vec3f const& direction, float tmin, float tmax) {
-    ray.origin = origin * invVoxelScale;
-    ray.direction = direction * invVoxelScale;
-    for (int a = 0; a < 3; ++a) {
-      ray.reciprocal[a] = 1.f / ray.direction[a];
-      ray.sign[a] = signOf(ray.direction[a]);
-    }
+    auto const scaled = [this](Vec3f const& v) {
+      return FloatLanes{v.x, v.y, v.z, 0.f} * invVoxelScale;
+    };
+    ray.origin = scaled(origin);
+    ray.direction = scaled(direction);
+    ray.reciprocal = 1.f / ray.direction;
+    ray.forward = ray.direction > 0.f;
+    ray.backward = ray.direction < 0.f;
     t = tmin;
     tEnd = tmax;
     level = finest();
     for (auto& l : levels) l.start(ray);
-    levels.back().setUp(tmin, tmax);
+    levels.back().setUp(ray, tmin, tmax);
   }
 
   Interval next() {
-    Interval result;
+    Interval result(-1.f, -2.f);
     if (level < 0) return result;
     int const leaf = finest();
     LevelState& fine = at(leaf);
     for (;;) {
-      if (at(level).tEnd <= at(level).t) return result;
-      if (level != leaf && t > fine.t) {
-        fine.setUp(t, tEnd);
+      LevelState* walker = &at(level);
+      if (walker->tEnd <= walker->t) return result;
+      if (walker != &fine && t > fine.t) {
+        fine.setUp(ray, t, tEnd);
         // The entry cell behind a coarse face is passed over on purpose.
         fine.advance();
       }
-      int const depth = accessor.index({fine.cell.x, fine.cell.y, fine.cell.z}, leaf + 1).depth;
-      bool const running = result.valid();
+      int const depth = accessor.index({fine.cell[0], fine.cell[1], fine.cell[2]}, leaf + 1).depth;
+      bool const running = isValid(result);
       bool last = false;
       if (depth == leaf + 1) {
         if (!running) result.t0 = fine.t;
@@ -153,13 +191,14 @@ struct Intersector::Impl {
       }
       int const newLevel = std::min(leaf, depth);
       if (newLevel != level) {
-        at(level).advance();
+        walker->advance();
         level = newLevel;
         if (level < 0) return result;
-        if (t > at(level).t) at(level).setUp(t, tEnd);
+        walker = &at(level);
+        if (t > walker->t) walker->setUp(ray, t, tEnd);
       }
-      at(level).advance();
-      t = at(level).t;
+      walker->advance();
+      t = walker->t;
       if (last) return result;
     }
   }
@@ -167,7 +206,7 @@ struct Intersector::Impl {
 
 Interval::Interval() : t0(-1.f), t1(-2.f) {}
 Interval::Interval(float t0_, float t1_) : t0(t0_), t1(t1_) {}
-bool Interval::valid() const { return t0 >= 0.f && t1 > t0; }
+bool Interval::valid() const { return isValid(*this); }
 
 Intersector::Intersector() = default;
 Intersector::Intersector(API::Layout const& layout) : impl_(new Impl(layout)) {}
