@@ -340,9 +340,8 @@ void measure(Neighbourhoods const& all, FieldTile& tile, Around const& around) {
     if (tile.reached.test(cell)) {
       Vector const point{tile.cx[c], tile.cy[c], tile.cz[c]};
       auto const way = centreOf(cell) - point;
-      // What is beyond the band by more than neighbours' nearest points are apart does
-      // not come back into it.
-      if (dot(way, way) < 5.7f * 5.7f) d = shortestWay(all, around, centreOf(cell), point);
+      // What is far beyond the band does not come back into it.
+      if (dot(way, way) < 6.f * 6.f) d = shortestWay(all, around, centreOf(cell), point);
     }
     distance[c] = tile.inside.test(cell) ? -std::min(d, bandWidth) : std::min(d, bandWidth);
   }
