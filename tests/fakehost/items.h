@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -35,15 +37,17 @@ struct ObjectItem;
 struct ComponentItem;
 
 struct LayoutItem final : API::Item {
-  struct TileRecord {
-    API::TileCoord origin;
+  /// The tiles of a depth in the order of their making, and where they are.
+  struct Depth {
+    std::vector<API::TileCoord> origins;
+    std::map<std::array<std::int32_t, 3>, std::int32_t> slots;
   };
   int maxDepth = 0;
   int treeWidth = 0;
   int reportedWidth = 0;
   int deeperWidth = -1;
   float voxelScale = 1.f;
-  std::vector<std::vector<TileRecord>> depths;
+  std::vector<Depth> depths;
 
   int extent(int depth) const;
   API::TileDimInfo info(int depth) const;

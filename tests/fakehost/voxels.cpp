@@ -8,7 +8,11 @@ namespace Velmor::FakeHost {
 
 namespace {
 
-int floorDivide(int a, int b) { return a / b - (a % b < 0 ? 1 : 0); }
+std::int64_t floorTo(std::int64_t a, std::int64_t b) { return a - (a % b + b) % b; }
+
+bool fits(std::int64_t v) { return v == static_cast<std::int32_t>(v); }
+
+std::array<std::int32_t, 3> key(API::TileCoord const& c) { return {c.i, c.j, c.k}; }
 
 }  // namespace
 
@@ -24,25 +28,24 @@ API::TileDimInfo LayoutItem::info(int depth) const {
 
 API::TileCoord LayoutItem::originOf(API::TileCoord const& voxel, int depth) const {
   int const e = extent(depth);
-  return {floorDivide(voxel.i, e) * e, floorDivide(voxel.j, e) * e, floorDivide(voxel.k, e) * e};
+  auto const along = [e](int v) { return static_cast<std::int32_t>(floorTo(v, e)); };
+  return {along(voxel.i), along(voxel.j), along(voxel.k)};
 }
 
 API::TreeIndex LayoutItem::find(API::TileCoord const& voxel, int depth) const {
   if (depth < 0 || depth > maxDepth) return {};
-  auto const origin = originOf(voxel, depth);
-  auto const& tiles = depths[static_cast<std::size_t>(depth)];
-  for (std::size_t slot = 0; slot < tiles.size(); ++slot) {
-    if (tiles[slot].origin == origin) return {static_cast<std::int32_t>(slot), depth};
-  }
-  return {};
+  auto const& slots = depths[static_cast<std::size_t>(depth)].slots;
+  auto const found = slots.find(key(originOf(voxel, depth)));
+  if (found == slots.end()) return {};
+  return {found->second, depth};
 }
 
 API::Tile LayoutItem::tile(API::TreeIndex const& index) {
   if (index.depth < 0 || index.depth > maxDepth) return {};
-  auto const& tiles = depths[static_cast<std::size_t>(index.depth)];
+  auto const& origins = depths[static_cast<std::size_t>(index.depth)].origins;
   auto const slot = static_cast<std::size_t>(index.slot);
-  if (slot >= tiles.size()) return {};
-  return {this, index, tiles[slot].origin, info(index.depth)};
+  if (slot >= origins.size()) return {};
+  return {this, index, origins[slot], info(index.depth)};
 }
 
 LayoutItem& makeLayout(std::string const& name, float voxelScale, API::StateID state) {
@@ -90,9 +93,16 @@ API::TreeIndex addTile(API::Layout const& layout, int depth, API::TileCoord cons
   if (item == nullptr || depth < 0 || depth > item->maxDepth) return {};
   auto const known = item->find(voxel, depth);
   if (known.valid()) return known;
+  // Voxels so close to the end of all numbers are in no tile.
+  for (int const v : {voxel.i, voxel.j, voxel.k}) {
+    if (!fits(floorTo(v, item->extent(depth)))) return {};
+  }
+  auto const origin = item->originOf(voxel, depth);
   auto& tiles = item->depths[static_cast<std::size_t>(depth)];
-  tiles.push_back({item->originOf(voxel, depth)});
-  return {static_cast<std::int32_t>(tiles.size()) - 1, depth};
+  auto const slot = static_cast<std::int32_t>(tiles.origins.size());
+  tiles.origins.push_back(origin);
+  tiles.slots[key(origin)] = slot;
+  return {slot, depth};
 }
 
 }  // namespace Velmor::FakeHost
@@ -295,7 +305,7 @@ namespace {
 Array<TreeIndex> tilesOf(LayoutItem const& layout, int minDepth, int maxDepth) {
   Array<TreeIndex> tiles;
   for (int d = std::max(minDepth, 0); d <= std::min(maxDepth, layout.maxDepth); ++d) {
-    auto const count = layout.depths[static_cast<std::size_t>(d)].size();
+    auto const count = layout.depths[static_cast<std::size_t>(d)].origins.size();
     for (std::size_t slot = 0; slot < count; ++slot) {
       tiles.add({static_cast<std::int32_t>(slot), d});
     }

@@ -121,9 +121,10 @@ Scene noisyPlane(float noise, unsigned seed) {
   std::vector<float> heights(64 * 64);
   for (float& h : heights) h = normal(random);
   fillCells<float>(scene.distance, [&](double x, double y, double z) {
-    auto const at = static_cast<std::size_t>((static_cast<int>(x + 192) % 64) * 64 +
-                                             static_cast<int>(z + 192) % 64);
-    return static_cast<float>(y) - heights[at];
+    auto const column = [](double v) {
+      return static_cast<std::size_t>(std::lround(v - 0.5) & 63);
+    };
+    return static_cast<float>(y) - heights[column(x) * 64 + column(z)];
   });
   return scene;
 }
