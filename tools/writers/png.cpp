@@ -13,6 +13,8 @@ namespace Velmor::Tool {
 
 namespace {
 
+constexpr std::uint16_t half8 = 65535 / 255 / 2;  // half a step of eight bits
+
 std::uint16_t linear16(float value) {
   float const clamped = value > 0.f ? std::min(value, 1.f) : 0.f;  // NaN becomes 0
   return static_cast<std::uint16_t>(std::lround(clamped * 65535.f));
@@ -46,7 +48,12 @@ void writePng(Render::Image const& image, OutputFile& out) {
   std::vector<std::uint16_t> pixels(rgba.size());
   for (std::size_t i = 0; i < rgba.size(); i += 4) {
     std::uint16_t const alpha = linear16(rgba[i + 3]);
-    for (std::size_t c = 0; c < 3; ++c) pixels[i + c] = std::min(linear16(rgba[i + c]), alpha);
+    // What eight bits call transparent is all of one colour: viewers that leave
+    // alpha aside would show it as speckles.
+    bool const hidden = alpha <= half8;
+    for (std::size_t c = 0; c < 3; ++c) {
+      pixels[i + c] = hidden ? alpha : std::min(linear16(rgba[i + c]), alpha);
+    }
     pixels[i + 3] = alpha;
   }
   png_image header{};

@@ -13,7 +13,8 @@ namespace Velmor::Host::Files {
 struct EncodedGrid {
   openvdb::GridBase::Ptr grid;
   /// Whether an inactive value is -0 or no number: OpenVDB's mask compression
-  /// compares inactive values as numbers, and would change its bits.
+  /// compares inactive values as numbers, and would change its bits. Or the
+  /// smallest int, which it would negate.
   bool delicate = false;
   /// Coarse cells from this edge on are in the metadata, not in the tree.
   std::int64_t detached = SourceField::none;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ class VoxelEncoder {
 
   EncodedGrid run() {
     empty_ = valueOf(field_.empty());
+    delicate_ = isDelicate(empty_);
     auto grid = Grid::create(empty_);
     if (auto const* const own = field_.otherBackground()) {
       grid->insertMeta(Keys::background, openvdb::StringMetadata(packValue(own, sizeof(In))));
@@ -78,7 +80,7 @@ class VoxelEncoder {
   }
 
   static bool isDelicate(float v) { return std::isnan(v) || (v == 0 && std::signbit(v)); }
-  static bool isDelicate(std::int32_t) { return false; }
+  static bool isDelicate(std::int32_t v) { return v == std::numeric_limits<std::int32_t>::min(); }
   template <class T>
   static bool isDelicate(openvdb::math::Vec3<T> const& v) {
     return isDelicate(v.x()) || isDelicate(v.y()) || isDelicate(v.z());
@@ -179,11 +181,8 @@ class VoxelEncoder {
         }
       }
       mask.template getWord<std::uint64_t>(static_cast<openvdb::Index>(x)) = plane;
-      if constexpr (!std::is_same_v<Value, std::int32_t> &&
-                    !std::is_same_v<Value, openvdb::Vec3i>) {
-        for (int n = 0; n < edge * edge; ++n) {
-          delicate |= isDelicate(out[(x << 6) | n]) && ((plane >> n) & 1u) == 0;
-        }
+      for (int n = 0; n < edge * edge; ++n) {
+        delicate |= isDelicate(out[(x << 6) | n]) && ((plane >> n) & 1u) == 0;
       }
     }
     leaf.setValueMask(mask);
