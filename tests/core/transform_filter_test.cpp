@@ -9,6 +9,7 @@
 
 #include "processing/pointwise_filters.h"
 #include "support/scene.h"
+#include "support/seed.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -184,7 +185,7 @@ class WholeTiles : public testing::Test {
     return values;
   }
 
-  unsigned int const seed_ = std::random_device{}();
+  unsigned int const seed_ = Velmor::Test::newSeed();
   RandomBits bits_{(std::cout << "seed " << seed_ << '\n', seed_)};
 };
 

@@ -8,6 +8,7 @@
 
 #include "processing/stencil_filters.h"
 #include "support/scene.h"
+#include "support/seed.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -149,7 +150,7 @@ using Stencils = testing::Types<MeanFilter<float>, MedianFilter<float>, Laplacia
 TYPED_TEST_SUITE(Kernels, Stencils);
 
 TYPED_TEST(Kernels, GiveTheValuesOfComputeVoxelByVoxel) {
-  auto const seed = std::random_device{}();
+  auto const seed = Velmor::Test::newSeed();
   std::cout << "seed " << seed << '\n';
   std::mt19937 random(seed);
   auto const scene = cubeScene();

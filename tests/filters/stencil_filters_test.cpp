@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/scene.h"
+#include "support/seed.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -191,7 +192,7 @@ using MakeFilter = std::unique_ptr<HaloFilter<float>> (*)();
 class Stencils : public testing::TestWithParam<MakeFilter> {};
 
 TEST_P(Stencils, AgreeWithADenseEvaluationAcrossTilesThatAreThereOrNot) {
-  auto const seed = std::random_device{}();
+  auto const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   auto const scene = patchyScene(seed);
   auto const filter = GetParam()();

@@ -5,6 +5,7 @@
 
 #include "fakehost/fakehost.h"
 #include "intersection/plain_walk.h"
+#include "support/seed.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -25,7 +26,7 @@ API::Layout randomLayout(std::mt19937& random) {
 }
 
 TEST(IntersectorOnFakeHost, TakesWidthAndDepthFromTheLayout) {
-  unsigned const seed = std::random_device{}();
+  unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> turn(-1.f, 1.f);

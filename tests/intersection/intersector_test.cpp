@@ -16,6 +16,7 @@
 #include "core/failing_allocation.h"
 #include "intersection/plain_walk.h"
 #include "support/scene.h"
+#include "support/seed.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -252,7 +253,7 @@ double covered(std::vector<std::pair<double, double>> const& stretches, double a
 // only what is there; what it may leave out is the first leaf cell behind the
 // face of a coarse cell, entered from another coarse cell.
 TEST(Intersector, AgreesWithAllBoxesOnAMillionRays) {
-  unsigned const seed = std::random_device{}();
+  unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   long rays = 0, met = 0, lossy = 0;
@@ -311,7 +312,7 @@ TEST(Intersector, AgreesWithAllBoxesOnAMillionRays) {
 }
 
 TEST(Intersector, LosesOnlyEntryLeavesBehindCoarseFaces) {
-  unsigned const seed = std::random_device{}();
+  unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> place(-40.f, 40.f), turn(-1.f, 1.f);
@@ -408,7 +409,7 @@ TEST(PlainWalk, HasCellsOfFiveToThePowerOfTheirHeight) {
 }
 
 TEST(Intersector, HasTheBitsOfThePlainWalk) {
-  unsigned const seed = std::random_device{}();
+  unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "support/scene.h"
+#include "support/seed.h"
 
 namespace Velmor::Test {
 
@@ -40,8 +41,6 @@ inline Scene randomScene(unsigned seed, int tiles = 60) {
   });
   return scene;
 }
-
-inline unsigned newSeed() { return std::random_device()(); }
 
 /// All shapes of tree that a test should hold for.
 inline std::vector<Host::LayoutSettings> treeShapes() {

@@ -12,6 +12,7 @@
 
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
+#include "support/seed.h"
 
 namespace Velmor::Test {
 namespace {
@@ -97,8 +98,7 @@ TEST(HostileFile, EndsInSuccessOrAMessageNeverInACrash) {
   auto const contents = seeds(folder.path().str());
   auto const* const wished = std::getenv("VELMOR_HOSTILE_FILES");
   int const count = wished != nullptr ? std::atoi(wished) : 2000;
-  auto const* const given = std::getenv("VELMOR_SEED");
-  auto const seed = given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device{}();
+  auto const seed = std::uint64_t{newSeed()};
   std::cout << "seed " << seed << "\n";
   Host::setMessageHandler([](Host::Severity, std::string const&) {});
   Threads const one(1);

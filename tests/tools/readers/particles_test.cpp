@@ -11,6 +11,7 @@
 
 #include "failure.h"
 #include "support/cache_folder.h"
+#include "support/seed.h"
 #include "tools/run.h"
 
 namespace Velmor::Tool {
@@ -249,7 +250,7 @@ TEST_F(ReadParticles, CountsBeyondTheFileAreNotBelieved) {
 
 // Damaged files give particles or a message, never anything else.
 TEST_F(ReadParticles, DamageIsSurvived) {
-  auto const seed = std::random_device{}();
+  auto const seed = Velmor::Test::newSeed();
   RecordProperty("seed", std::to_string(seed));
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
