@@ -87,6 +87,12 @@ KeptChannels::~KeptChannels() {
   }
 }
 
+void checkNotInput(Input const& input, std::string const& path) {
+  if (input.holds(path)) {
+    throw Failure(ExitCode::Usage, path, "is the input itself; name another file for the result");
+  }
+}
+
 void checkCacheOutput(std::string const& path) {
   if (extensionOf(path) != "vdb" && !isSpecialOutput(path)) {
     throw Failure(ExitCode::Usage, path, "cache files are written as .vdb");

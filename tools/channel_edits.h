@@ -57,6 +57,10 @@ class KeptChannels {
   std::vector<Kept> kept_;
 };
 
+/// Throws a `Failure` of code `Usage` if the path is a cache file of the input:
+/// what is read is never overwritten.
+void checkNotInput(Input const& input, std::string const& path);
+
 /// Throws a `Failure` of code `Usage` unless `path` ends in .vdb or is special,
 /// and what `checkOutput` throws.
 void checkCacheOutput(std::string const& path);

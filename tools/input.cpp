@@ -77,6 +77,7 @@ Input::Input(std::string path) : path_(std::move(path)) {
   ScanGraph const scan(path_);
   scan.importer().readFiles(false, false, "", "");
   for (auto const& file : Host::cacheFiles(scan.importer())) {
+    files_.push_back(file.path);
     if (objects_.empty() || objects_.back().name != file.object) {
       objects_.push_back({file.object, false, {}});
     }
@@ -133,6 +134,16 @@ API::String Input::query(Selection const& selection) const {
   auto const frame = "frame=" + std::to_string(selection.frame);
   // A file is one object, whatever its name.
   return isFile_ ? frame : frame + ", name=\"" + selection.object + "\"";
+}
+
+bool Input::holds(std::string const& path) const {
+  struct stat there {
+  }, file{};
+  if (stat(path.c_str(), &there) != 0) return false;
+  return std::any_of(files_.begin(), files_.end(), [&](std::string const& name) {
+    return stat(name.c_str(), &file) == 0 && file.st_dev == there.st_dev &&
+           file.st_ino == there.st_ino;
+  });
 }
 
 API::Object Input::load(Selection const& selection) const {
@@ -243,9 +254,15 @@ FoundChannel defaultDensity(API::Object const& object, std::string const& subjec
 
 bool hasDistance(API::Object const& object) {
   auto const all = floatChannels(object);
-  return std::any_of(all.begin(), all.end(), [](auto const& channel) {
-    return channel.at.channel == "distance" || channel.fieldClass == Host::FieldClass::LevelSet;
+  auto const named = [&](char const* name) {
+    return std::any_of(all.begin(), all.end(),
+                       [&](auto const& channel) { return channel.at.channel == name; });
+  };
+  auto const levelSets = std::count_if(all.begin(), all.end(), [](auto const& channel) {
+    return channel.fieldClass == Host::FieldClass::LevelSet;
   });
+  // Several level sets beside a density are what a smoke solver keeps of its domain.
+  return named("distance") || levelSets == 1 || (levelSets > 1 && !named("density"));
 }
 
 std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted) {

@@ -53,6 +53,9 @@ class Input {
   API::String cacheFolder() const { return path_; }
   API::String query(Selection const& selection) const;
 
+  /// Whether a path leads to one of the cache files.
+  bool holds(std::string const& path) const;
+
   /// Loads a selection by itself, without any shape.
   API::Object load(Selection const& selection) const;
 
@@ -62,6 +65,7 @@ class Input {
   std::string path_;
   bool isFile_ = false;
   std::vector<CacheObject> objects_;
+  std::vector<std::string> files_;
 };
 
 /// A channel found in an object.

@@ -1,6 +1,7 @@
 #include "view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 
 #include "failure.h"
@@ -54,6 +55,8 @@ void addView(CLI::App& verb, ViewOptions& options) {
 
 void checkView(ViewOptions& options) {
   parseSize(options.size, options.settings);
+  // The range that is checked as the option is read lets "nan" pass.
+  if (!std::isfinite(options.fov)) throw Failure(ExitCode::Usage, "", "--fov is not a number");
   if (options.eye.empty() != options.target.empty()) {
     throw Failure(ExitCode::Usage, "", "--eye and --target go together");
   }

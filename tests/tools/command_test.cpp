@@ -104,6 +104,16 @@ TEST_F(CommandTest, MissingInputIsCodeThree) {
   EXPECT_FALSE(std::filesystem::exists(out("a.ply")));
 }
 
+TEST_F(CommandTest, WhatIsNoNumberIsWrongUsage) {
+  expectFailure(
+      runCommand({"render", cache(), "--object", "drop", "--fov", "nan", "-o", out("a.png")}), 2,
+      "--fov is not a number");
+  expectFailure(runCommand({"import", out("a.csv"), "--object", "a", "--cache", out("c"),
+                            "--voxel-size", "nan"}),
+                2, "--voxel-size is not a number");
+  EXPECT_FALSE(std::filesystem::exists(out("a.png")));
+}
+
 TEST_F(CommandTest, AnObjectMustBeNamedWhereThereAreSeveral) {
   expectFailure(runCommand({"mesh", cache(), "-o", out("a.ply")}), 3,
                 "holds several objects; choose one with --object: 'ball', 'drop'");

@@ -225,6 +225,19 @@ TEST_F(FilterCommand, WritesCacheFilesOnly) {
   EXPECT_NE(run.err.find("written as .vdb"), std::string::npos);
 }
 
+TEST_F(FilterCommand, NeverWritesOverItsInput) {
+  auto const before = values<float>(read(input), "density");
+  auto const link = folder.path().str() + "/link.vdb";
+  std::filesystem::create_symlink(input, link);
+  for (auto const& place : {input, link}) {
+    auto const run =
+        runCommand({"filter", input, "--channel", "density", "--op", "offset:1", "-o", place});
+    EXPECT_EQ(run.exit, 2);
+    EXPECT_NE(run.err.find("is the input itself"), std::string::npos) << run.err;
+  }
+  EXPECT_EQ(values<float>(read(input), "density"), before);
+}
+
 TEST_F(FilterCommand, SaysSoWhereTheOutputCannotBeWritten) {
   auto const run = runCommand({"filter", input, "--channel", "density", "--op", "offset:1", "-o",
                                folder.path().str() + "/no/such/folder/out.vdb"});

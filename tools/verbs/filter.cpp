@@ -96,6 +96,7 @@ void run(Session& session, FilterOptions const& options) {
 
   Stopwatch total, watch;
   Input const input(options.input.path);
+  checkNotInput(input, options.output);
   auto const selection = input.select(options.input);
   auto const object = input.load(selection);
   double const loadSeconds = watch.lap();

@@ -106,6 +106,10 @@ void importFrame(Session& session, ImportOptions const& options, PointGrid const
 }
 
 void run(Session& session, ImportOptions const& options) {
+  // The check for positive numbers lets "nan" pass.
+  if (options.voxelSize && !std::isfinite(*options.voxelSize)) {
+    throw Failure(ExitCode::Usage, "", "--voxel-size is not a number");
+  }
   checkName(options.object.name);
   auto const files = filesOf(options);
   auto const folder = options.cache + "/" + options.object.name;

@@ -90,10 +90,11 @@ Subject load(Session& session, Input const& input, Selection const& selection,
       API::Component const component(object.findComponent(channel.component));
       API::Channel const data(component.findChannel(channel.channel));
       if (data.dataType() != API::DataType::Float) {
+        auto const hint = channelHint(object, options.channel, API::DataType::Float);
         throw Failure(ExitCode::Input, input.path(),
                       (found ? "channel '" + options.channel + "' is no float channel"
                              : "no channel '" + options.channel + "'") +
-                          channelHint(object, options.channel, API::DataType::Float));
+                          (hint.empty() ? "" : ". " + hint));
       }
       fog = asked ||
             (Host::fieldClass(data) != Host::FieldClass::LevelSet && channel.channel != "distance");
