@@ -62,6 +62,16 @@ ReadRequest makeRequest(std::string const& path,
   return request;
 }
 
+/// What the reading side said. A damaged file may have written over its memory,
+/// the name of the file and all: rubbish is replaced, and what does not name the
+/// file is given its name.
+std::string legible(std::string text, std::string const& path) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < ' ') c = '?';
+  }
+  return text.find(path) != std::string::npos ? text : "'" + path + "': " + text;
+}
+
 API::Status take(Image const& image, ReadRequest const& request, std::string const& objectName,
                  API::Ref& server) {
   if (auto const wrong = image.check(); !wrong.empty()) {
@@ -70,9 +80,12 @@ API::Status take(Image const& image, ReadRequest const& request, std::string con
   auto const& head = image.header();
   auto const* const messages = image.at<MessageRecord>(head.messages);
   for (std::uint64_t m = 0; m < head.messages.count; ++m) {
-    report(static_cast<Severity>(messages[m].severity), image.text(messages[m].text));
+    report(static_cast<Severity>(messages[m].severity),
+           legible(image.text(messages[m].text), request.path));
   }
-  if (head.failed != 0) return API::Status::failure(image.text(head.failure));
+  if (head.failed != 0) {
+    return API::Status::failure(legible(image.text(head.failure), request.path));
+  }
   return loadState(image, request.path, objectName, server);
 }
 

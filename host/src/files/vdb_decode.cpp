@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <ios>
 #include <memory>
 #include <new>
 
@@ -59,6 +60,14 @@ bool isVoxelGrid(openvdb::GridBase const& grid) {
   return grid.isType<openvdb::FloatGrid>() || grid.isType<openvdb::DoubleGrid>() ||
          grid.isType<openvdb::Int32Grid>() || grid.isType<openvdb::Vec3SGrid>() ||
          grid.isType<openvdb::Vec3DGrid>() || grid.isType<openvdb::Vec3IGrid>();
+}
+
+/// Streams have no better words for the end of a file than "iostream error".
+std::string reasonOf(std::exception const& error) {
+  if (dynamic_cast<std::ios_base::failure const*>(&error) != nullptr) {
+    return "it ends too early, or is no .vdb file";
+  }
+  return error.what();
 }
 
 class Decoder {
@@ -130,7 +139,7 @@ class Decoder {
           fitting.push_back({&entry, *placement, textOf(*entry.grid, Keys::component)});
         }
       } catch (std::exception const& error) {
-        reason = error.what();
+        reason = reasonOf(error);
       }
       if (!reason.empty()) skip(entry.name, reason);
       passOn(log, entry.name);
@@ -181,7 +190,7 @@ class Decoder {
     } catch (std::exception const& error) {
       channels_.resize(known);
       image_.rewind(mark);
-      skip(grid.entry->name, error.what());
+      skip(grid.entry->name, reasonOf(error));
     }
     grid.entry->grid.reset();
     passOn(log, grid.entry->name);
@@ -388,7 +397,7 @@ void decode(ReadRequest const& request, ImageBuilder& image) {
     failure = "'" + request.path + "' needs more memory than the limit of " +
               std::to_string(request.memoryLimit) + " bytes";
   } catch (std::exception const& error) {
-    failure = "Could not read '" + request.path + "': " + error.what();
+    failure = "Could not read '" + request.path + "': " + reasonOf(error);
   }
   if (!failure.empty()) {
     image.rewind(start);

@@ -136,8 +136,8 @@ std::uint64_t bareSteps(openvdb::FloatTree const& tree) {
     if (!inside(*it)) continue;  // each such pair has an inside tile
     openvdb::CoordBBox box;
     if (!it.getBoundingBox(box)) continue;
-    for (int axis = 0; axis < 3; ++axis) {
-      int const u = (axis + 1) % 3, v = (axis + 2) % 3;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      auto const u = (axis + 1) % 3, v = (axis + 2) % 3;
       for (auto const beyond : {box.min()[axis] - 1, box.max()[axis] + 1}) {
         openvdb::Coord at;
         at[axis] = beyond;

@@ -143,6 +143,7 @@ TEST(HostileFile, WhatIsNoVdbIsSaidToBeNone) {
       auto const loaded = load(path, how);
       EXPECT_FALSE(loaded.object.valid());
       EXPECT_NE(loaded.message.find("rubbish.vdb"), std::string::npos);
+      EXPECT_EQ(loaded.message.find("iostream"), std::string::npos) << loaded.message;
     }
   }
   auto const folderItself = load(folder.path().str());
