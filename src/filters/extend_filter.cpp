@@ -31,8 +31,9 @@ class PlaneSdfVisitor final : public API::Visitor {
     int const cell = tile.info().extent / width;
     int const first = -data.halo, end = width + data.halo;
     for (int y = first; y < end; ++y) {
-      float const centre =
-          static_cast<float>(y * cell + tile.coord().j) + static_cast<float>(cell) * 0.5f;
+      // A host may have tiles up to the last number.
+      std::int64_t const lowest = std::int64_t{y} * cell + tile.coord().j;
+      float const centre = static_cast<float>(lowest) + static_cast<float>(cell) * 0.5f;
       float const value = (centre - heightVox_) * voxelScale_;
       for (int z = first; z < end; ++z) {
         for (int x = first; x < end; ++x) data.data[data.offset(x, y, z)] = value;
