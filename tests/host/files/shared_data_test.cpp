@@ -24,11 +24,11 @@ struct Listed {
   std::size_t active = 0;
   std::optional<std::size_t> points;
   std::optional<std::pair<double, double>> range;
-  std::string library;  // that wrote the file, such as 7.2
+  std::string writer;  // the version of OpenVDB that wrote the file, such as 7.2
 };
 
-/// The version of the library that wrote a file, from its head.
-std::string libraryOf(fs::path const& file) {
+/// The version of OpenVDB that wrote a file, from its head.
+std::string writerOf(fs::path const& file) {
   std::ifstream in(file, std::ios::binary);
   std::array<std::uint32_t, 5> head{};  // magic in two words, format, major, minor
   in.read(reinterpret_cast<char*>(head.data()), sizeof head);
@@ -43,7 +43,7 @@ std::vector<Listed> list(fs::path const& data) {
   std::regex const section("## ([a-z0-9-]+)"), row("\\| ([^ |]+\\.vdb) \\|.*");
   std::regex const grid("`([^`]*)` (float|int32|vec3s|ptdataidx32),? ?([^;|]*)");
   std::regex const active("([0-9]+) active/"), points("([0-9]+) points");
-  std::regex const library("\\(lib ([0-9.]+)\\)");
+  std::regex const writer("\\(lib ([0-9.]+)\\)");
   std::regex const range("values ([-+.e0-9]+)\\.\\.([-+.e0-9]+)");
   while (std::getline(in, line)) {
     std::smatch match;
@@ -51,7 +51,7 @@ std::vector<Listed> list(fs::path const& data) {
     if (!std::regex_match(line, match, row)) continue;
     auto const file = folder / match[1].str();
     std::smatch version;
-    std::regex_search(line, version, library);
+    std::regex_search(line, version, writer);
     for (std::sregex_iterator at(line.begin(), line.end(), grid), end; at != end; ++at) {
       Listed one{file, (*at)[1], (*at)[2], 0, {}, {}, version.empty() ? "" : version[1].str()};
       auto const rest = (*at)[3].str();
@@ -119,7 +119,7 @@ TEST(SharedData, EveryFileLoadsWithTheListedCounts) {
       files[listed.file] = load(listed.file.string());
     }
     auto const& loaded = files[listed.file];
-    if (!listed.library.empty() && libraryOf(listed.file) != listed.library) {
+    if (!listed.writer.empty() && writerOf(listed.file) != listed.writer) {
       replaced.insert(listed.file);
       continue;
     }
@@ -153,7 +153,7 @@ TEST(SharedData, EveryFileLoadsWithTheListedCounts) {
   EXPECT_EQ(refused, 2);
   if (!replaced.empty()) {
     GTEST_SKIP() << replaced.begin()->filename() << " and " << replaced.size() - 1
-                 << " others were left out: another library wrote them than the list says";
+                 << " others were left out: another version wrote them than the list says";
   }
 }
 
@@ -165,7 +165,7 @@ TEST(SharedData, DistancesAreJudgedByTheirGradients) {
   auto const all = list(data);
   auto const modeOf = [&](char const* file, char const* channel) {
     for (auto const& listed : all) {
-      if (listed.file == data / file && libraryOf(listed.file) != listed.library) {
+      if (listed.file == data / file && writerOf(listed.file) != listed.writer) {
         return std::string("replaced");
       }
     }
@@ -173,11 +173,11 @@ TEST(SharedData, DistancesAreJudgedByTheirGradients) {
     return loaded.channel(channel).dictionary().value<API::String>("distance_mode").str();
   };
   EXPECT_EQ(modeOf("cortex/sphere.vdb", "ls_sphere"), "keep");
-  if (auto const mode = modeOf("zeno/sphere.vdb", "unnamed"); mode != "replaced") {
-    EXPECT_EQ(mode, "keep");
-  }
   EXPECT_EQ(modeOf("c42-gas-cache/fluid_data_0001.vdb", "phi_out"), "keep");
   EXPECT_EQ(modeOf("c42-gas-cache/fluid_data_0001.vdb", "phi_obstacle"), "rebuild");
+  auto const last = modeOf("zeno/sphere.vdb", "unnamed");
+  if (last == "replaced") GTEST_SKIP() << "zeno/sphere.vdb is not the file that the list describes";
+  EXPECT_EQ(last, "keep");
 }
 
 }  // namespace
