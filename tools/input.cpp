@@ -187,6 +187,19 @@ std::string typeName(API::DataType type) {
   return "none";
 }
 
+int componentsOf(API::DataType type) {
+  switch (type) {
+    case API::DataType::Float2:
+    case API::DataType::Int2:
+      return 2;
+    case API::DataType::Float3:
+    case API::DataType::Int3:
+      return 3;
+    default:
+      return 1;
+  }
+}
+
 std::optional<FoundChannel> findChannel(API::Object const& object, std::string const& name) {
   for (auto const& component : object.components()) {
     API::VoxelComponent const voxels = component;

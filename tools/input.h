@@ -95,6 +95,8 @@ std::string channelHint(API::Object const& object, std::string const& name, API:
 
 /// "float", "float2", ... as users read it.
 std::string typeName(API::DataType type);
+/// Numbers in a value of a type: 1 to 3.
+int componentsOf(API::DataType type);
 
 /// How far the world of a component lies from its own coordinates.
 std::array<double, 3> origin(API::Component const& component);

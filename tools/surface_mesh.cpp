@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 
+#include "input.h"
 #include "names.h"
 #include "output.h"
 #include "processing/mesher.h"
@@ -63,19 +64,6 @@ void addNormals(Processing::Surface const& surface, Mesh& mesh) {
                }
              });
   fillNormals(mesh);
-}
-
-int componentsOf(API::DataType type) {
-  switch (type) {
-    case API::DataType::Float2:
-    case API::DataType::Int2:
-      return 2;
-    case API::DataType::Float3:
-    case API::DataType::Int3:
-      return 3;
-    default:
-      return 1;
-  }
 }
 
 void addAttribute(Processing::Surface const& surface, std::string const& name, Mesh& mesh,

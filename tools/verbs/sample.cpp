@@ -94,25 +94,12 @@ void appendNumber(std::string& text, T value) {
   text.append(digits.data(), end);
 }
 
-std::size_t componentsOf(API::DataType type) {
-  switch (type) {
-    case API::DataType::Float2:
-    case API::DataType::Int2:
-      return 2;
-    case API::DataType::Float3:
-    case API::DataType::Int3:
-      return 3;
-    default:
-      return 1;
-  }
-}
-
 bool isInteger(API::DataType type) {
   return type == API::DataType::Int || type == API::DataType::Int2 || type == API::DataType::Int3;
 }
 
 void appendSample(std::string& text, Processing::Sample const& sample, API::DataType type) {
-  for (std::size_t c = 0; c < componentsOf(type); ++c) {
+  for (std::size_t c = 0; c < static_cast<std::size_t>(componentsOf(type)); ++c) {
     text += ',';
     if (isInteger(type)) {
       appendNumber(text, static_cast<std::int32_t>(sample.words[c]));
@@ -126,7 +113,7 @@ void appendSample(std::string& text, Processing::Sample const& sample, API::Data
 
 std::string headerOf(API::DataType type, bool gradient) {
   std::string header = "x,y,z";
-  auto const count = componentsOf(type);
+  auto const count = static_cast<std::size_t>(componentsOf(type));
   for (std::size_t c = 0; c < count; ++c) {
     header += count == 1 ? ",value" : ",value_" + std::to_string(c);
   }

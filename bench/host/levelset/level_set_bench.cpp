@@ -98,20 +98,27 @@ void finish(benchmark::State& state, Particles const& particles, PeakMemory cons
   state.counters["peak MB"] = peak.megabytes();
 }
 
+/// A new output each time, as for every frame; giving the old one back is part of
+/// what is measured.
+API::VoxelChannel build(benchmark::State& state, Particles const& all,
+                        ObjectBuilder const& builder) {
+  auto const voxels = builder.voxels("volume", 1.f);
+  API::VoxelChannel const distance(
+      builder.server().createChannel(voxels, API::DataType::Float, "distance"));
+  auto const status = API::createLevelSet(all.scene.options, all.scene.points(), all.scene.inputs,
+                                          API::VoxelComponent(), "", voxels, all.scene.outputs);
+  if (!status.succeeded()) state.SkipWithError("no level set");
+  return distance;
+}
+
 /// Arguments: thousands of particles, particles per voxel, threads.
 void createLevelSet(benchmark::State& state) {
   Threads const threads(static_cast<int>(state.range(2)));
   auto const& all = particles(state);
   PeakMemory const peak;
   for (auto _ : state) {
-    // A new output each time, as for every frame; giving the old one back is part of it.
     ObjectBuilder const builder("surface");
-    auto const voxels = builder.voxels("volume", 1.f);
-    API::VoxelChannel const distance(
-        builder.server().createChannel(voxels, API::DataType::Float, "distance"));
-    auto const status = API::createLevelSet(all.scene.options, all.scene.points(), all.scene.inputs,
-                                            API::VoxelComponent(), "", voxels, all.scene.outputs);
-    if (!status.succeeded()) state.SkipWithError("no level set");
+    build(state, all, builder);
   }
   finish(state, all, peak);
 }
@@ -128,12 +135,7 @@ void createLevelSetAndMesh(benchmark::State& state) {
   PeakMemory const peak;
   for (auto _ : state) {
     ObjectBuilder const builder("surface");
-    auto const voxels = builder.voxels("volume", 1.f);
-    API::VoxelChannel const distance(
-        builder.server().createChannel(voxels, API::DataType::Float, "distance"));
-    auto const status = API::createLevelSet(all.scene.options, all.scene.points(), all.scene.inputs,
-                                            API::VoxelComponent(), "", voxels, all.scene.outputs);
-    if (!status.succeeded()) state.SkipWithError("no level set");
+    auto const distance = build(state, all, builder);
     API::Array<Float3> points;
     API::Array<orlen::Math::vec<3, int>> triangles;
     Processing::MarchingCubes(0).mesh(distance, points, triangles);

@@ -129,22 +129,11 @@ void Region::gather(API::TileCoord const& origin, float least) {
 
 void Region::rowsAt(float py, float pz, std::vector<Row>& rows) const {
   rows.clear();
-  float const reach2 = reach_ * reach_;
-  int const z0 = clampedCell(pz - reach_, 2), z1 = clampedCell(pz + reach_, 2);
-  int const y0 = clampedCell(py - reach_, 1), y1 = clampedCell(py + reach_, 1);
-  for (int cz = z0; cz <= z1; ++cz) {
-    float const dz = gap(pz, cz, 2);
-    for (int cy = y0; cy <= y1; ++cy) {
-      float const dy = gap(py, cy, 1);
-      float const rest = reach2 - dz * dz - dy * dy;
-      if (!(rest > 0.f)) continue;
-      auto const first =
-          static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz);
-      if (starts_[first] == starts_[first + static_cast<std::size_t>(cells_[0])]) continue;
-      // A little more, for what rounding may take away.
-      rows.push_back({first, std::sqrt(rest) * inverse_ + 1e-4f});
-    }
-  }
+  forRows(py, pz, reach_, [&](std::size_t first, float half) {
+    if (starts_[first] == starts_[first + static_cast<std::size_t>(cells_[0])]) return;
+    // A little more, for what rounding may take away.
+    rows.push_back({first, half * inverse_ + 1e-4f});
+  });
 }
 
 bool Region::full(float px, float py, float pz, float extent) const noexcept {

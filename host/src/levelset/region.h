@@ -35,23 +35,11 @@ class Region {
   /// of a point, relative to the tile like the positions.
   template <class Function>
   void forRuns(float px, float py, float pz, float reach, Function const& function) const {
-    float const reach2 = reach * reach;
-    int const z0 = clampedCell(pz - reach, 2), z1 = clampedCell(pz + reach, 2);
-    int const y0 = clampedCell(py - reach, 1), y1 = clampedCell(py + reach, 1);
-    for (int cz = z0; cz <= z1; ++cz) {
-      float const dz = gap(pz, cz, 2);
-      for (int cy = y0; cy <= y1; ++cy) {
-        float const dy = gap(py, cy, 1);
-        float const rest = reach2 - dz * dz - dy * dy;
-        if (!(rest > 0.f)) continue;
-        float const half = std::sqrt(rest);
-        auto const row =
-            static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz);
-        auto const begin = starts_[row + static_cast<std::size_t>(clampedCell(px - half, 0))];
-        auto const end = starts_[row + static_cast<std::size_t>(clampedCell(px + half, 0)) + 1];
-        if (begin != end) function(begin, end);
-      }
-    }
+    forRows(py, pz, reach, [&](std::size_t row, float half) {
+      auto const begin = starts_[row + static_cast<std::size_t>(clampedCell(px - half, 0))];
+      auto const end = starts_[row + static_cast<std::size_t>(clampedCell(px + half, 0)) + 1];
+      if (begin != end) function(begin, end);
+    });
   }
 
   /// A row of point voxels of which a part may lie within reach of a voxel: where it
@@ -92,6 +80,27 @@ class Region {
   std::vector<std::uint32_t> index;
 
  private:
+  /// Calls `function(first, half)` for the rows of point voxels that reach to
+  /// within `reach` of a line along x: where each starts in the table, and half the
+  /// length of what is within reach.
+  template <class Function>
+  void forRows(float py, float pz, float reach, Function const& function) const {
+    float const reach2 = reach * reach;
+    int const z0 = clampedCell(pz - reach, 2), z1 = clampedCell(pz + reach, 2);
+    int const y0 = clampedCell(py - reach, 1), y1 = clampedCell(py + reach, 1);
+    for (int cz = z0; cz <= z1; ++cz) {
+      float const dz = gap(pz, cz, 2);
+      for (int cy = y0; cy <= y1; ++cy) {
+        float const dy = gap(py, cy, 1);
+        float const rest = reach2 - dz * dz - dy * dy;
+        if (!(rest > 0.f)) continue;
+        function(
+            static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz),
+            std::sqrt(rest));
+      }
+    }
+  }
+
   int clampedCell(float a, int axis) const noexcept {
     return std::clamp(floorOf((a - low_[axis]) * inverse_), 0, cells_[axis] - 1);
   }
