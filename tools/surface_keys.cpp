@@ -21,61 +21,81 @@ namespace {
 
 using Parameters = Processing::SurfaceParameters;
 
-// Puts a text into a field; false if it does not fit.
-using Setter = std::function<bool(std::string const&, Parameters&)>;
+struct Field {
+  // Puts a text into the field; false if it does not fit.
+  std::function<bool(std::string const&, Parameters&)> set;
+  std::function<Json(Parameters const&)> get;
+};
 
 struct Key {
   char const* name;
   char const* kind;
   char const* help;
-  Setter set;
+  Field field;
 };
 
 bool fitsFloat(double x) {
   return std::abs(x) <= static_cast<double>(std::numeric_limits<float>::max());
 }
 
-template <class Owner>
-Setter number(float Owner::*field) {
-  return [field](std::string const& text, Parameters& p) {
-    auto const value = parseVector<1>(text);
-    if (!value || !fitsFloat((*value)[0])) return false;
-    p.*field = static_cast<float>((*value)[0]);
-    return true;
-  };
-}
-
-Setter integer(int Parameters::*field) {
-  return [field](std::string const& text, Parameters& p) {
-    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), p.*field);
-    return error == std::errc() && end == text.data() + text.size();
-  };
+// The number as people write it: 0.1, not the nearest double to a float's 0.1.
+Json shortest(float x) {
+  std::array<char, 32> digits{};
+  auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), x).ptr;
+  double value = 0.;
+  std::from_chars(digits.data(), end, value);
+  return value;
 }
 
 template <class Owner>
-Setter flag(bool Owner::*field) {
-  return [field](std::string const& text, Parameters& p) {
-    bool const on = text == "true" || text == "1" || text == "on" || text == "yes";
-    p.*field = on;
-    return on || text == "false" || text == "0" || text == "off" || text == "no";
-  };
+Field number(float Owner::*field) {
+  return {[field](std::string const& text, Parameters& p) {
+            auto const value = parseVector<1>(text);
+            if (!value || !fitsFloat((*value)[0])) return false;
+            p.*field = static_cast<float>((*value)[0]);
+            return true;
+          },
+          [field](Parameters const& p) { return shortest(p.*field); }};
+}
+
+Field integer(int Parameters::*field) {
+  return {[field](std::string const& text, Parameters& p) {
+            auto const end = text.data() + text.size();
+            auto const read = std::from_chars(text.data(), end, p.*field);
+            return read.ec == std::errc() && read.ptr == end;
+          },
+          [field](Parameters const& p) { return Json(p.*field); }};
 }
 
 template <class Owner>
-Setter name(API::String Owner::*field) {
-  return [field](std::string const& text, Parameters& p) {
-    p.*field = text;
-    return true;
-  };
+Field flag(bool Owner::*field) {
+  return {[field](std::string const& text, Parameters& p) {
+            bool const on = text == "true" || text == "1" || text == "on" || text == "yes";
+            p.*field = on;
+            return on || text == "false" || text == "0" || text == "off" || text == "no";
+          },
+          [field](Parameters const& p) { return Json(p.*field); }};
 }
 
-Setter pair(orlen::Math::vec<2, float> Parameters::*field) {
-  return [field](std::string const& text, Parameters& p) {
-    auto const value = parseVector<2>(text);
-    if (!value || !fitsFloat((*value)[0]) || !fitsFloat((*value)[1])) return false;
-    p.*field = {static_cast<float>((*value)[0]), static_cast<float>((*value)[1])};
-    return true;
-  };
+template <class Owner>
+Field name(API::String Owner::*field) {
+  return {[field](std::string const& text, Parameters& p) {
+            p.*field = text;
+            return true;
+          },
+          [field](Parameters const& p) { return Json((p.*field).str()); }};
+}
+
+Field pair(orlen::Math::vec<2, float> Parameters::*field) {
+  return {[field](std::string const& text, Parameters& p) {
+            auto const value = parseVector<2>(text);
+            if (!value || !fitsFloat((*value)[0]) || !fitsFloat((*value)[1])) return false;
+            p.*field = {static_cast<float>((*value)[0]), static_cast<float>((*value)[1])};
+            return true;
+          },
+          [field](Parameters const& p) {
+            return Json{shortest((p.*field).x), shortest((p.*field).y)};
+          }};
 }
 
 bool setBox(std::string const& text, Parameters& p) {
@@ -86,6 +106,13 @@ bool setBox(std::string const& text, Parameters& p) {
   return true;
 }
 
+Json boxOf(Parameters const& p) {
+  auto const corner = [](auto const& v) {
+    return Json{shortest(v.x), shortest(v.y), shortest(v.z)};
+  };
+  return {{"min", corner(p.clip_bbox.min)}, {"max", corner(p.clip_bbox.max)}};
+}
+
 bool setChannels(std::string const& text, Parameters& p) {
   p.channels.clear();
   std::istringstream names(text);
@@ -93,6 +120,12 @@ bool setChannels(std::string const& text, Parameters& p) {
     if (!channel.empty()) p.channels.add(channel);
   }
   return true;
+}
+
+Json channelsOf(Parameters const& p) {
+  auto names = Json::array();
+  for (auto const& channel : p.channels) names.push_back(channel.str());
+  return names;
 }
 
 bool same(std::string const& text, char const* word) {
@@ -107,10 +140,18 @@ bool setRenderComponent(std::string const& text, Parameters& p) {
   return particle || same(text, "Volume") || text == "0";
 }
 
+Json renderComponentOf(Parameters const& p) {
+  return p.render_component == Parameters::Particle ? "Particle" : "Volume";
+}
+
 bool setSmoothMode(std::string const& text, Parameters& p) {
   bool const curvature = same(text, "Curvature") || text == "1";
   p.smooth_mode = curvature ? Parameters::Curvature : Parameters::Laplacian;
   return curvature || same(text, "Laplacian") || text == "0";
+}
+
+Json smoothModeOf(Parameters const& p) {
+  return p.smooth_mode == Parameters::Curvature ? "Curvature" : "Laplacian";
 }
 
 std::vector<Key> const& keys() {
@@ -119,15 +160,18 @@ std::vector<Key> const& keys() {
   static std::vector<Key> const all{
       {"point_component", "NAME", "Component of the points", name<S>(&S::point_component)},
       {"voxel_component", "NAME", "Component of the voxels", name<S>(&S::voxel_component)},
-      {"channels", "NAMES", "Channel names, carried along only", setChannels},
+      {"channels", "NAMES", "Channel names, carried along only", {setChannels, channelsOf}},
       {"velocity_channel", "NAME", "Velocities to be scaled", name<S>(&S::velocity_channel)},
       {"uv_channel", "NAME", "Texture coordinates of the ocean", name<S>(&S::uv_channel)},
       {"velocity_scale", "FACTOR", "Factor on velocities", number<S>(&S::velocity_scale)},
       {"space_scale", "FACTOR", "Factor on the world size", number<S>(&S::space_scale)},
       {"fps", "RATE", "Frames per second: velocities become units per frame", number<S>(&S::fps)},
       {"clip", "true|false", "Load only what lies in clip-bbox", flag<S>(&S::clip)},
-      {"clip_bbox", "X,Y,Z,X,Y,Z", "The lowest and the highest corner", setBox},
-      {"render_component", "Volume|Particle", "Where the distance comes from", setRenderComponent},
+      {"clip_bbox", "X,Y,Z,X,Y,Z", "The lowest and the highest corner", {setBox, boxOf}},
+      {"render_component",
+       "Volume|Particle",
+       "Where the distance comes from",
+       {setRenderComponent, renderComponentOf}},
       {"distance_channel", "NAME", "Channel of the distance (Volume)",
        name<P>(&P::distance_channel)},
       {"levelset_resolution_factor", "FACTOR", "Voxels of the surface per voxel of the points",
@@ -143,7 +187,10 @@ std::vector<Key> const& keys() {
        number<P>(&P::levelset_max_volume_of_holes_to_close)},
       {"dilate", "DISTANCE", "Moves the surface outwards first", number<P>(&P::dilate)},
       {"smooth", "AMOUNT", "Step of the smoothing", number<P>(&P::smooth)},
-      {"smooth_mode", "Laplacian|Curvature", "Flow of the smoothing", setSmoothMode},
+      {"smooth_mode",
+       "Laplacian|Curvature",
+       "Flow of the smoothing",
+       {setSmoothMode, smoothModeOf}},
       {"smooth_iterations", "N", "Passes of the smoothing", integer(&P::smooth_iterations)},
       {"erode", "DISTANCE", "Moves the surface inwards at last", number<P>(&P::erode)},
       {"enable_ocean_blending", "true|false", "Blend the liquid into an ocean",
@@ -210,6 +257,7 @@ void addSurfaceKeys(CLI::App& verb, SurfaceValues& values) {
             dashed == plain ? plain : dashed + "," + plain,
             [&values, &key](std::string const& text) { values[key.name] = text; }, key.help)
         ->type_name(key.kind)
+        ->default_str(textOf(key.field.get(Parameters())).value_or(""))
         ->group("Keys of the surface");
   }
 }
@@ -250,11 +298,17 @@ SurfaceValues readSurfaceValues(std::string const& path) {
   return values;
 }
 
+Json surfaceValues(Processing::SurfaceParameters const& parameters) {
+  Json values;
+  for (auto const& key : keys()) values[key.name] = key.field.get(parameters);
+  return values;
+}
+
 void setSurfaceValues(SurfaceValues const& values, std::string const& source,
                       Processing::SurfaceParameters& parameters) {
   for (auto const& [name, text] : values) {
     auto const* const key = find(name);
-    if (key != nullptr && !key->set(text, parameters)) refuse(source, *key, text);
+    if (key != nullptr && !key->field.set(text, parameters)) refuse(source, *key, text);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "processing/surface.h"
+#include "session.h"
 
 namespace Velmor::Tool {
 
@@ -26,5 +27,8 @@ SurfaceValues readSurfaceValues(std::string const& path);
 /// `Usage` that a value of the wrong kind brings.
 void setSurfaceValues(SurfaceValues const& values, std::string const& source,
                       Processing::SurfaceParameters& parameters);
+
+/// All keys with their values, such as `readSurfaceValues` reads back.
+Json surfaceValues(Processing::SurfaceParameters const& parameters);
 
 }  // namespace Velmor::Tool

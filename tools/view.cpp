@@ -46,11 +46,15 @@ void addView(CLI::App& verb, ViewOptions& options) {
       ->type_name("X,Y,Z");
   verb.add_option("--fov", options.fov, "Vertical field of view")
       ->check(CLI::Range(0.01, 179.))
-      ->type_name("DEGREES");
-  verb.add_option("--size", options.size, "Pixels of the picture")->type_name("WIDTHxHEIGHT");
+      ->type_name("DEGREES")
+      ->capture_default_str();
+  verb.add_option("--size", options.size, "Pixels of the picture")
+      ->type_name("WIDTHxHEIGHT")
+      ->capture_default_str();
   verb.add_option("--samples", options.settings.samples, "Rays per pixel")
       ->check(CLI::Range(1, 4096))
-      ->type_name("N");
+      ->type_name("N")
+      ->capture_default_str();
 }
 
 void checkView(ViewOptions& options) {
@@ -81,13 +85,14 @@ Render::Camera cameraOf(ViewOptions const& options, std::array<double, 3> const&
       framed, options.fov, static_cast<double>(options.settings.width) / options.settings.height);
 }
 
-double coverage(Render::Image const& image) {
+double coverage(Session& session, Render::Image const& image, std::string const& path) {
   std::size_t hit = 0;
   auto const pixels =
       static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height);
   for (std::size_t i = 0; i < pixels; ++i) {
     if (image.rgba.empty() ? image.depth[i] > 0.f : image.rgba[4 * i + 3] > 0.f) ++hit;
   }
+  if (hit == 0) session.warn(path + ": the camera sees nothing");
   return static_cast<double>(hit) / static_cast<double>(pixels);
 }
 

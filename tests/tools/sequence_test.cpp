@@ -191,6 +191,34 @@ TEST_F(SequenceTest, AttributesAndNormalsReachTheVertices) {
   EXPECT_NE(unknown.err.find("did you mean 'velocity'?"), std::string::npos) << unknown.err;
 }
 
+TEST_F(SequenceTest, SaysWhatIsMissingWhereParticlesWereNotAskedFor) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const run = runCommand({"surface", at("cache"), "--object", "water", "--mesh", at("m.ply")});
+  EXPECT_EQ(run.exit, 6);
+  EXPECT_NE(run.err.find("--render-component Particle"), std::string::npos) << run.err;
+}
+
+TEST_F(SequenceTest, NamesTheKeyThatTheLevelSetRefuses) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const run = surface({"--levelset-surface-radius", "1e6", "--mesh", at("m.ply")});
+  EXPECT_EQ(run.exit, 6);
+  EXPECT_NE(run.err.find("surface radius 1000000.0"), std::string::npos) << run.err;
+}
+
+TEST_F(SequenceTest, WarnsOfAPictureOfNothing) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const away = surface(
+      {"--eye", "0,0,5", "--target", "0,0,10", "--size", "16x16", "--render", at("away.png")});
+  EXPECT_EQ(away.exit, 0);
+  EXPECT_NE(away.err.find("away.png: the camera sees nothing"), std::string::npos) << away.err;
+  auto const towards = surface(
+      {"--eye", "0,0,5", "--target", "0,0,0", "--size", "16x16", "--render", at("towards.png")});
+  EXPECT_EQ(towards.err.find("sees nothing"), std::string::npos) << towards.err;
+}
+
 TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);
@@ -198,12 +226,19 @@ TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
                               "clip_bbox": {"min": [-1, -1, -1], "max": [1, 1, 1]}})");
   auto const thick = surface({"--params", at("p.json"), "--mesh", at("m.ply"), "--json"});
   ASSERT_EQ(thick.exit, 0) << thick.err;
-  EXPECT_NE(Json::parse(thick.out)["parameters"].get<std::string>().find("surface_radius = 2\n"),
-            std::string::npos);
+  auto const keys = Json::parse(thick.out)["parameters"];
+  EXPECT_EQ(keys["levelset_surface_radius"], 2);
+  EXPECT_EQ(keys["clip_bbox"]["max"], (Json{1, 1, 1}));
+  EXPECT_EQ(keys["render_component"], "Particle");
+  EXPECT_EQ(keys["compute_laplacian"], false);
   auto const thin = surface({"--params", at("p.json"), "--levelset_surface_radius", "1", "--mesh",
                              at("m.ply"), "--json"});
-  EXPECT_NE(Json::parse(thin.out)["parameters"].get<std::string>().find("surface_radius = 1\n"),
-            std::string::npos);
+  EXPECT_EQ(Json::parse(thin.out)["parameters"]["levelset_surface_radius"], 1);
+  // What a report says is what a parameter file may hold, but for the input's own.
+  writeFile(at("again.json"), keys.dump());
+  auto const again = surface({"--params", at("again.json"), "--mesh", at("again.ply"), "--json"});
+  ASSERT_EQ(again.exit, 0) << again.err;
+  EXPECT_EQ(Json::parse(again.out)["parameters"], keys);
   writeFile(at("bad.json"), R"({"smoth": 1})");
   auto const bad = surface({"--params", at("bad.json"), "--mesh", at("m.ply")});
   EXPECT_EQ(bad.exit, 2);

@@ -134,6 +134,16 @@ void run(Session& session, RenderOptions options) {
     session.warn(input.path() + ": nothing to be seen: '" + subject.channel.channel + "' " +
                  (fog ? "holds no voxels" : "crosses zero nowhere"));
   }
+  if (fog && options.distance != Host::DistanceMode::Auto) {
+    session.note(input.path() + ": '" + subject.channel.channel +
+                 "' is shown as fog: --distance does nothing");
+  }
+  auto& shading = options.view.settings.shading;
+  if (fog && shading == Render::Shading::Normal) {
+    session.note(input.path() + ": '" + subject.channel.channel +
+                 "' is shown as fog, which has no normals");
+  }
+  if (fog && shading != Render::Shading::Depth) shading = Render::Shading::Density;
   auto const camera = cameraOf(options.view, subject.origin, box);
   double const loadSeconds = watch.lap();
 
@@ -154,7 +164,7 @@ void run(Session& session, RenderOptions options) {
   double const rays =
       static_cast<double>(image.width) * image.height * options.view.settings.samples;
   Vec3d const eye = camera.eye() + Vec3d(subject.origin[0], subject.origin[1], subject.origin[2]);
-  double const covered = coverage(image);
+  double const covered = coverage(session, image, options.output);
   double const totalSeconds = total.lap();
   Json report;
   report["input"] = input.path();

@@ -218,8 +218,11 @@ Status createLevelSet(LevelSetOptions const& options, PointComponent const& poin
   if (Host::mustFail(Host::Call::CreateLevelSet)) {
     return Status::failure("level set creation failed on request");
   }
+  // Also reported: callers tend to say no more than that the call failed.
   auto const failure = [](std::string const& reason) {
-    return Status::failure("cannot create a level set: " + reason);
+    auto const text = "cannot create a level set: " + reason;
+    Host::report(Host::Severity::Error, text);
+    return Status::failure(text);
   };
   try {
     if (mask.valid() || !maskChannel.empty()) return failure("masks are not supported");
