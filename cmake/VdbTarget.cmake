@@ -13,4 +13,7 @@ target_include_directories(velmor_openvdb SYSTEM INTERFACE ${VELMOR_OPENVDB_INCL
 # that its library and ours must share: hidden, each would have its own, and the
 # flags that guard them would still be common.
 target_compile_options(velmor_openvdb INTERFACE -fvisibility=default)
+# It negates the background of int grids as it reads, the smallest int too.
+target_compile_options(velmor_openvdb INTERFACE
+  $<$<CONFIG:Sanitized>:-fno-sanitize=signed-integer-overflow>)
 target_link_libraries(velmor_openvdb INTERFACE ${VELMOR_OPENVDB_LIBRARIES})

@@ -15,7 +15,7 @@ else
 fi
 
 cmake --preset clang -Wno-dev
-cmake --build --preset clang -j "$jobs"
+cmake --build --preset clang -j "$jobs" --target all benchmarks
 
 filter=$(IFS='|' && echo "${*:-.}")
 git ls-files '*.cpp' | grep -E "$filter" | while read -r source; do

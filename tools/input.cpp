@@ -187,17 +187,12 @@ std::string typeName(API::DataType type) {
   return "none";
 }
 
-int componentsOf(API::DataType type) {
-  switch (type) {
-    case API::DataType::Float2:
-    case API::DataType::Int2:
-      return 2;
-    case API::DataType::Float3:
-    case API::DataType::Int3:
-      return 3;
-    default:
-      return 1;
-  }
+Json reportOf(Input const& input, Selection const& selection) {
+  Json report;
+  report["input"] = input.path();
+  report["object"] = selection.object;
+  report["frame"] = selection.frame;
+  return report;
 }
 
 std::optional<FoundChannel> findChannel(API::Object const& object, std::string const& name) {
@@ -247,10 +242,11 @@ FoundChannel defaultChannel(API::Object const& object, std::string const& subjec
   for (auto const& c : fitting.empty() ? candidates : fitting) {
     names.push_back(c.component == "volume" ? c.channel : c.component + "/" + c.channel);
   }
+  if (candidates.empty()) throw Failure(ExitCode::Input, subject, "holds no float channel");
   throw Failure(ExitCode::Input, subject,
                 "no channel '" + name + "' and " + (fitting.empty() ? "no " : "several ") + kind +
                     (fitting.empty() ? "" : "s") +
-                    "; choose one with --channel: " + quotedList(names, "no float channel"));
+                    "; choose one with --channel: " + quotedList(names, ""));
 }
 
 }  // namespace

@@ -95,8 +95,9 @@ std::string channelHint(API::Object const& object, std::string const& name, API:
 
 /// "float", "float2", ... as users read it.
 std::string typeName(API::DataType type);
-/// Numbers in a value of a type: 1 to 3.
-int componentsOf(API::DataType type);
+
+/// What the report on one frame of an input begins with.
+Json reportOf(Input const& input, Selection const& selection);
 
 /// How far the world of a component lies from its own coordinates.
 std::array<double, 3> origin(API::Component const& component);

@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -49,7 +50,7 @@ Session::~Session() { Host::setMessageHandler(nullptr); }
 
 void Session::note(std::string const& text) {
   std::lock_guard const lock(mutex_);
-  if (firstTime(text) && !options_.quiet) say("velmor: note: " + text);
+  if (!options_.quiet && firstTime(text)) say("velmor: note: " + text);
 }
 
 void Session::hostError(std::string const& text) {
@@ -59,9 +60,11 @@ void Session::hostError(std::string const& text) {
 
 void Session::warn(std::string const& text) {
   std::lock_guard const lock(mutex_);
-  if (!firstTime(text)) return;
-  warnings_.push_back(text);
-  if (!options_.quiet) say("velmor: warning: " + text);
+  if (std::find(warnings_.begin(), warnings_.end(), text) == warnings_.end()) {
+    warnings_.push_back(text);
+  }
+  // What was not said may have to be said as an error yet.
+  if (!options_.quiet && firstTime(text)) say("velmor: warning: " + text);
 }
 
 void Session::error(Failure const& failure) {

@@ -1,6 +1,7 @@
 #include "surface_input.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <optional>
 
 namespace Velmor::Tool {
@@ -53,6 +54,17 @@ std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::s
   return found;
 }
 
+bool holdsParticles(Input const& input, Selection const& selection) {
+  try {
+    auto const components = input.load(selection).components();
+    return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
+      return API::PointComponent{API::Ref(component)}.valid();
+    });
+  } catch (Failure const&) {
+    return false;  // the surface has said what is wrong
+  }
+}
+
 }  // namespace
 
 LoadedSurface loadSurface(Session& session, Input const& input, Selection const& selection,
@@ -79,9 +91,20 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
       throw Failure(ExitCode::Input, input.path(), surface->status().error().str() + hint);
     }
   }
-  session.check(surface->status(), input.path());
+  checkSurface(session, *surface, input, selection);
   loaded.origin = origin(surface->voxels());
   return loaded;
+}
+
+void checkSurface(Session& session, Processing::Surface const& surface, Input const& input,
+                  Selection const& selection) {
+  if (!surface.status() && !surface.voxels().valid() && holdsParticles(input, selection)) {
+    throw Failure(ExitCode::Input, input.path(),
+                  surface.status().error().str() +
+                      " The object has particles: velmor surface makes a surface of them, with "
+                      "--render-component Particle");
+  }
+  session.check(surface.status(), input.path());
 }
 
 void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode) {

@@ -27,6 +27,12 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
                           std::string const& channel, Host::DistanceMode distance,
                           Processing::SurfaceParameters parameters = {});
 
+/// Passes on the status of a surface that takes its distance from voxels, as
+/// `Session::check` does. Where the object has particles instead, the `Failure`
+/// says how they become a surface.
+void checkSurface(Session& session, Processing::Surface const& surface, Input const& input,
+                  Selection const& selection);
+
 /// Adds --distance to a verb.
 void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode);
 

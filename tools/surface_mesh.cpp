@@ -80,7 +80,7 @@ void addAttribute(Processing::Surface const& surface, std::string const& name, M
   auto const type = sampler.dataType();
   VertexValues values;
   values.name = name;
-  values.components = componentsOf(type);
+  values.components = static_cast<int>(API::componentsOf(type));
   values.integer =
       type == API::DataType::Int || type == API::DataType::Int2 || type == API::DataType::Int3;
   auto const count = at(values.components);

@@ -85,14 +85,13 @@ Render::Camera cameraOf(ViewOptions const& options, std::array<double, 3> const&
       framed, options.fov, static_cast<double>(options.settings.width) / options.settings.height);
 }
 
-double coverage(Session& session, Render::Image const& image, std::string const& path) {
+double coverage(Render::Image const& image) {
   std::size_t hit = 0;
   auto const pixels =
       static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height);
   for (std::size_t i = 0; i < pixels; ++i) {
     if (image.rgba.empty() ? image.depth[i] > 0.f : image.rgba[4 * i + 3] > 0.f) ++hit;
   }
-  if (hit == 0) session.warn(path + ": the camera sees nothing");
   return static_cast<double>(hit) / static_cast<double>(pixels);
 }
 

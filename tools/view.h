@@ -5,7 +5,6 @@
 #include <string>
 
 #include "render/render.h"
-#include "session.h"
 
 namespace Velmor::Tool {
 
@@ -30,8 +29,7 @@ Render::Camera cameraOf(ViewOptions const& options, std::array<double, 3> const&
                         Render::Box const& box);
 
 bool isEmpty(Render::Box const& box);
-/// The share of the pixels that show something. Warns where there is none, as a
-/// picture of nothing looks like a broken one.
-double coverage(Session& session, Render::Image const& image, std::string const& path);
+/// The share of the pixels that show something.
+double coverage(Render::Image const& image);
 
 }  // namespace Velmor::Tool

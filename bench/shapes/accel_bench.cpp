@@ -44,19 +44,12 @@ void openvdbMaskLeaves(benchmark::State& state) {
   report(state, static_cast<double>(mask->leafCount()), static_cast<double>(mask->memUsage()));
 }
 
-BENCHMARK(accelLayout)
-    ->ArgName("radius")
-    ->Arg(100)
-    ->Arg(200)
-    ->Arg(400)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(openvdbMaskLeaves)
-    ->ArgName("radius")
-    ->Arg(100)
-    ->Arg(200)
-    ->Arg(400)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
+void radii(benchmark::internal::Benchmark* bench) {
+  bench->ArgName("radius")->Arg(100)->Arg(200)->Arg(400)->UseRealTime()->Unit(
+      benchmark::kMillisecond);
+}
+
+BENCHMARK(accelLayout)->Apply(radii);
+BENCHMARK(openvdbMaskLeaves)->Apply(radii);
 
 }  // namespace

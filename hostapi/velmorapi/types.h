@@ -37,6 +37,27 @@ inline constexpr DataType dataTypeOf<orlen::Math::vec<2, int>> = DataType::Int2;
 template <>
 inline constexpr DataType dataTypeOf<orlen::Math::vec<3, int>> = DataType::Int3;
 
+/// The components of a value of a type, 1 to 3; 0 for `None` and for numbers that
+/// belong to the host.
+constexpr std::size_t componentsOf(DataType type) noexcept {
+  switch (type) {
+    case DataType::Float:
+    case DataType::Int:
+      return 1;
+    case DataType::Float2:
+    case DataType::Int2:
+      return 2;
+    case DataType::Float3:
+    case DataType::Int3:
+      return 3;
+    case DataType::None:
+      break;
+  }
+  return 0;
+}
+/// Bytes of a value of a type; 0 like its components.
+constexpr std::size_t valueSize(DataType type) noexcept { return 4 * componentsOf(type); }
+
 /// How a traversal visits tiles. Mode 0 visits on the calling thread with the
 /// visitor itself; every other value, named or not, may visit on several
 /// workers with copies. The mode never changes a result.

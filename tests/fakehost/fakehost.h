@@ -91,6 +91,10 @@ VELMOR_EXPORT Script& script();
 /// Default settings, an empty log, no items.
 VELMOR_EXPORT void reset();
 
+/// Tiles of a width, and channels with a border of `halo` elements around each, x
+/// or z fastest in memory, from now on.
+VELMOR_EXPORT void useTiles(int width, int halo, bool zFastest);
+
 /// The log: one line per call, "Class::operation" and the arguments between
 /// blanks, texts in single quotes. Tests rely on:
 ///

@@ -11,21 +11,9 @@ int edgeOf(ComponentItem const& component, TileShape const& shape) {
   return component.layout->treeWidth + 2 * shape.halo;
 }
 
-std::size_t valueSize(API::DataType type) {
-  switch (type) {
-    case API::DataType::Float:
-    case API::DataType::Int:
-      return 4;
-    case API::DataType::Float2:
-    case API::DataType::Int2:
-      return 8;
-    case API::DataType::Float3:
-    case API::DataType::Int3:
-      return 12;
-    case API::DataType::None:
-      return 0;
-  }
-  return 4;  // types that the library knows nothing of
+std::size_t storedSize(API::DataType type) {
+  // Types that the library knows nothing of have a size, too.
+  return type == API::DataType::None ? 0 : std::max<std::size_t>(4, valueSize(type));
 }
 
 // The scripted shape with its zeros filled in.
@@ -152,7 +140,7 @@ Ref StateServer::createComponent(String const& type, String const& name, float v
 Ref StateServer::createChannel(Component const& component, DataType type,
                                String const& name) const {
   log("StateServer::createChannel", quoted(component.name()), static_cast<int>(type), quoted(name));
-  auto const size = valueSize(type);
+  auto const size = storedSize(type);
   if (!valid() || !component.valid() || size == 0 || mustFail("StateServer::createChannel")) {
     return {};
   }

@@ -11,6 +11,19 @@ World& world() {
 
 Script& script() { return world().script; }
 
+void useTiles(int width, int halo, bool zFastest) {
+  auto& now = script();
+  now.treeWidth = now.reportedWidth = width;
+  now.nextChannel = TileShape();
+  now.nextChannel.halo = halo;
+  int const edge = width + 2 * halo;
+  if (zFastest) {
+    now.nextChannel.strides[0] = edge * edge;
+    now.nextChannel.strides[1] = edge;
+    now.nextChannel.strides[2] = 1;
+  }
+}
+
 void reset() {
   auto& w = world();
   w.script = Script();

@@ -65,15 +65,7 @@ TEST(MarchingCubesOnFakeHost, MeshesAnyHaloStridesAndWidth) {
       for (bool const zFastest : {false, true}) {
         SCOPED_TRACE(testing::Message() << "width " << width << ", halo " << halo);
         FakeHost::reset();
-        auto& script = FakeHost::script();
-        script.treeWidth = script.reportedWidth = width;
-        script.nextChannel.halo = halo;
-        int const edge = width + 2 * halo;
-        if (zFastest) {
-          script.nextChannel.strides[0] = edge * edge;
-          script.nextChannel.strides[1] = edge;
-          script.nextChannel.strides[2] = 1;
-        }
+        FakeHost::useTiles(width, halo, zFastest);
         auto const channel = sphereOnFakeHost();
         for (unsigned const subdivisions : {0u, 1u, 7u}) {
           // Too fine for a block per tile, and slow in the reference.
@@ -82,7 +74,7 @@ TEST(MarchingCubesOnFakeHost, MeshesAnyHaloStridesAndWidth) {
               ReferenceMarchingCubes().mesh(channel, static_cast<int>(subdivisions) + 1);
           EXPECT_EQ(unbalancedEdges(expected), 0u);
           for (int const workers : {0, 1, 4}) {
-            script.workers = workers;
+            FakeHost::script().workers = workers;
             EXPECT_TRUE(sameBytes(meshOf(channel, subdivisions), expected))
                 << subdivisions << " subdivisions, " << workers << " workers";
           }

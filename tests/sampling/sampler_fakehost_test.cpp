@@ -103,15 +103,7 @@ TEST_F(SamplerOnFakeHost, ReadsIntegersFromTilesOfAnyHaloStridesAndWidth) {
       for (bool const zFastest : {false, true}) {
         SCOPED_TRACE(testing::Message() << "width " << width << ", halo " << halo);
         FakeHost::reset();
-        auto& script = FakeHost::script();
-        script.treeWidth = script.reportedWidth = width;
-        script.nextChannel.halo = halo;
-        int const edge = width + 2 * halo;
-        if (zFastest) {
-          script.nextChannel.strides[0] = edge * edge;
-          script.nextChannel.strides[1] = edge;
-          script.nextChannel.strides[2] = 1;
-        }
+        FakeHost::useTiles(width, halo, zFastest);
         open(0.5f);
         auto const channel = add("n", DataType::Int);
         API::Layout const layout(component.layout());

@@ -197,6 +197,20 @@ TEST_F(SequenceTest, SaysWhatIsMissingWhereParticlesWereNotAskedFor) {
   auto const run = runCommand({"surface", at("cache"), "--object", "water", "--mesh", at("m.ply")});
   EXPECT_EQ(run.exit, 6);
   EXPECT_NE(run.err.find("--render-component Particle"), std::string::npos) << run.err;
+  auto const mesh = runCommand({"mesh", at("cache"), "-o", at("m.ply")});
+  EXPECT_EQ(mesh.exit, 3);
+  EXPECT_NE(mesh.err.find("velmor surface makes a surface of them"), std::string::npos) << mesh.err;
+}
+
+TEST_F(SequenceTest, AnImportThatFailsLeavesNoFolder) {
+  writeFile(at("p.0001.csv"), "no,numbers\n");
+  auto const run = import();
+  EXPECT_EQ(run.exit, 6);
+  EXPECT_FALSE(std::filesystem::exists(at("cache")));
+  // A folder that was there stays.
+  std::filesystem::create_directory(at("cache"));
+  EXPECT_EQ(import().exit, 6);
+  EXPECT_TRUE(std::filesystem::is_empty(at("cache")));
 }
 
 TEST_F(SequenceTest, NamesTheKeyThatTheLevelSetRefuses) {

@@ -4,6 +4,8 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 
 #include "support/cache_folder.h"
@@ -16,9 +18,22 @@ namespace {
 
 class RealFile : public testing::TestWithParam<std::string> {};
 
-TEST_P(RealFile, EveryLevelSetGivesAClosedSurfaceOrNone) {
-  auto const results = meshLevelSets(std::string(VELMOR_SHARED_DATA) + "/" + GetParam());
-  if (results.empty()) GTEST_SKIP() << "no level set in this file";
+TEST_P(RealFile, GivesAClosedSurfaceForEveryLevelSetOrSaysThatThereIsNone) {
+  auto const path = std::string(VELMOR_SHARED_DATA) + "/" + GetParam();
+  auto const results = meshLevelSets(path);
+  if (results.empty()) {
+    // Without a level set there is nothing to be guessed, and the command says so.
+    CacheFolder const folder;
+    auto const out = folder.path().str() + "/none.ply";
+    auto const run = runCommand({"mesh", path, "-o", out});
+    EXPECT_EQ(run.exit, 3);
+    std::initializer_list<char const*> const reasons{"no level set", "holds no float channel",
+                                                     "has particles", "is skipped"};
+    EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(), [&run](char const* reason) {
+      return run.err.find(reason) != std::string::npos;
+    })) << run.err;
+    EXPECT_FALSE(std::filesystem::exists(out));
+  }
   for (auto const& result : results) {
     SCOPED_TRACE(result.channel + ": " + result.mode + ": " + result.reason);
     EXPECT_EQ(result.error, "");

@@ -94,12 +94,12 @@ void run(Session& session, FilterOptions const& options) {
   if (isStandardOutput(options.output)) session.reportToStandardError();
   checkCacheOutput(options.output);
 
-  Stopwatch total, watch;
+  Times times;
   Input const input(options.input.path);
   checkNotInput(input, options.output);
   auto const selection = input.select(options.input);
   auto const object = input.load(selection);
-  double const loadSeconds = watch.lap();
+  times.end("load");
 
   auto [component, channel] = findTarget(object, options, operators, input.path());
   bool const missing = !channel.valid();
@@ -131,25 +131,18 @@ void run(Session& session, FilterOptions const& options) {
     KeptChannels const kept(component);
     for (auto const& step : steps) step(channel);
   }
-  double const filterSeconds = watch.lap();
+  times.end("filter");
   writeCache(object, options.output);
-  double const writeSeconds = watch.lap();
-  double const totalSeconds = total.lap();
+  times.end("write");
 
-  Json report;
-  report["input"] = input.path();
-  report["object"] = selection.object;
-  report["frame"] = selection.frame;
+  Json report = reportOf(input, selection);
   report["component"] = component.name().str();
   report["channel"] = options.channel;
   report["result"] = channel.name().str();
   report["type"] = typeName(target.type);
   report["operators"] = options.operators;
   report["output"] = options.output;
-  report["seconds"] = {{"load", loadSeconds},
-                       {"filter", filterSeconds},
-                       {"write", writeSeconds},
-                       {"total", totalSeconds}};
+  report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << "object     " << selection.object << ", frame " << selection.frame << '\n'
@@ -157,10 +150,7 @@ void run(Session& session, FilterOptions const& options) {
        << typeName(target.type) << '\n'
        << "operators ";
   for (auto const& each : options.operators) text << ' ' << each;
-  text << '\n'
-       << std::fixed << std::setprecision(2) << "seconds    " << totalSeconds << " (load "
-       << loadSeconds << ", filter " << filterSeconds << ", write " << writeSeconds << ")\n"
-       << "output     " << options.output << '\n';
+  text << '\n' << "seconds    " << times.text() << '\n' << "output     " << options.output << '\n';
   session.report(std::move(report), text.str());
 }
 

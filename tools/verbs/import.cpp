@@ -82,6 +82,34 @@ std::string fileOf(ImportOptions const& options, int frame) {
   return options.cache + "/" + name + "/" + FramePattern(name + ".####.vdb").path(frame);
 }
 
+// Makes a folder, and takes away again what it made of it if nothing comes to lie
+// there.
+class Folder {
+ public:
+  explicit Folder(std::string path) : path_(std::move(path)) {
+    for (auto part = path_; !part.empty() && !std::filesystem::exists(part);
+         part = part.parent_path()) {
+      made_.push_back(part);
+    }
+    std::error_code error;
+    std::filesystem::create_directories(path_, error);
+    if (error)
+      throw Failure(ExitCode::Output, path_.string(), "cannot be made: " + error.message());
+  }
+  ~Folder() {
+    std::error_code notEmpty;
+    for (auto const& part : made_) {
+      if (!std::filesystem::remove(part, notEmpty)) return;
+    }
+  }
+  Folder(Folder const&) = delete;
+  Folder& operator=(Folder const&) = delete;
+
+ private:
+  std::filesystem::path path_;
+  std::vector<std::filesystem::path> made_;  // the deepest first
+};
+
 void importFrame(Session& session, ImportOptions const& options, PointGrid const& grid,
                  std::string const& path, FrameOutcome& outcome) {
   auto const particles = readParticles(path);
@@ -113,12 +141,10 @@ void run(Session& session, ImportOptions const& options) {
   checkName(options.object.name);
   auto const files = filesOf(options);
   auto const folder = options.cache + "/" + options.object.name;
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw Failure(ExitCode::Output, folder, "cannot be made: " + error.message());
-  Stopwatch watch;
+  Folder const made(folder);
+  Times times;
   auto const grid = gridOf(options, files);
-  double const measureSeconds = watch.lap();
+  times.end("measure");
 
   std::vector<int> frames;
   for (auto const& [frame, path] : files) frames.push_back(frame);
@@ -128,7 +154,7 @@ void run(Session& session, ImportOptions const& options) {
       [&](FrameOutcome& outcome) {
         importFrame(session, options, grid, files.at(outcome.frame), outcome);
       });
-  double const importSeconds = watch.lap();
+  times.end("import");
 
   std::size_t particles = 0;
   for (auto const& outcome : outcomes) {
@@ -144,15 +170,14 @@ void run(Session& session, ImportOptions const& options) {
   report["origin"] = grid.origin;
   report["particles"] = particles;
   reportFrames(outcomes, report);
-  report["seconds"] = {{"measure", measureSeconds},
-                       {"import", importSeconds},
-                       {"total", measureSeconds + importSeconds}};
+  report["seconds"] = times.json();
 
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << "object      " << options.object.name << '\n'
        << "voxel size  " << std::setprecision(6) << grid.voxelSize
        << (options.voxelSize ? " (as given)\n"
+           : particles == 0  ? " (there was nothing to measure)\n"
                              : " (measured: eight particles in a filled voxel)\n");
   if (grid.origin != std::array<double, 3>{}) {
     text << "origin      " << std::setprecision(9) << grid.origin[0] << ", " << grid.origin[1]
@@ -160,9 +185,8 @@ void run(Session& session, ImportOptions const& options) {
   }
   text << "particles   " << particles << '\n'
        << "frames      " << summaryOf(outcomes) << '\n'
-       << std::fixed << std::setprecision(2) << "seconds     " << measureSeconds + importSeconds
-       << " (measure " << measureSeconds << ", import " << importSeconds << ")\n"
-       << "output      " << folder << '\n';
+       << "seconds     " << times.text() << '\n'
+       << "output      " << (std::filesystem::is_empty(folder) ? "none" : folder) << '\n';
   session.report(std::move(report), text.str());
   // A single file that cannot be read is an unreadable input, no gap in a sequence.
   if (outcomes.size() == 1 && !outcomes.front().error.empty()) {

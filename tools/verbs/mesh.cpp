@@ -1,4 +1,3 @@
-#include <iomanip>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -27,7 +26,7 @@ struct MeshOptions {
 void run(Session& session, MeshOptions const& options) {
   auto const& format = meshFormat(options.output);
   if (isStandardOutput(options.output)) session.reportToStandardError();
-  Stopwatch total, watch;
+  Times times;
 
   Input const input(options.input.path);
   auto const selection = input.select(options.input);
@@ -37,25 +36,21 @@ void run(Session& session, MeshOptions const& options) {
   parameters.fps = 1.f;  // velocities on vertices as the cache holds them
   auto const [surface, channel, origin] =
       loadSurface(session, input, selection, options.channel, options.distance, parameters);
-  double const loadSeconds = watch.lap();
+  times.end("load");
 
   auto const [mesh, degenerate, open] = meshOf(*surface, origin, options.content, input.path());
-  double const meshSeconds = watch.lap();
+  times.end("mesh");
 
   if (mesh.triangles.empty()) {
     session.warn(input.path() + ": no surface: '" + channel.channel + "' crosses zero nowhere");
   }
   writeMesh(session, mesh, options.output);
-  double const writeSeconds = watch.lap();
-  double const totalSeconds = total.lap();
+  times.end("write");
 
   auto const how = surface->distance().dictionary();
   auto const mode = how.value<API::String>("distance_mode").str();
   auto const reason = how.value<API::String>("distance_reason").str();
-  Json report;
-  report["input"] = input.path();
-  report["object"] = selection.object;
-  report["frame"] = selection.frame;
+  Json report = reportOf(input, selection);
   report["component"] = channel.component;
   report["channel"] = channel.channel;
   report["distance"] = {
@@ -69,10 +64,7 @@ void run(Session& session, MeshOptions const& options) {
   report["triangles"] = mesh.triangles.count();
   report["degenerate_triangles_left_out"] = degenerate;
   report["open_edges"] = open;
-  report["seconds"] = {{"load", loadSeconds},
-                       {"mesh", meshSeconds},
-                       {"write", writeSeconds},
-                       {"total", totalSeconds}};
+  report["seconds"] = times.json();
 
   std::ostringstream text;
   text.imbue(std::locale::classic());
@@ -84,8 +76,7 @@ void run(Session& session, MeshOptions const& options) {
   text << "vertices    " << mesh.vertices.count() << '\n'
        << "triangles   " << mesh.triangles.count() << '\n'
        << "open edges  " << open << '\n'
-       << std::fixed << std::setprecision(2) << "seconds     " << totalSeconds << " (load "
-       << loadSeconds << ", mesh " << meshSeconds << ", write " << writeSeconds << ")\n"
+       << "seconds     " << times.text() << '\n'
        << "output      " << options.output << '\n';
   session.report(std::move(report), text.str());
 

@@ -1,5 +1,4 @@
 #include <cmath>
-#include <iomanip>
 #include <locale>
 #include <memory>
 #include <optional>
@@ -93,12 +92,12 @@ void run(Session& session, MixOptions const& options) {
   if (isStandardOutput(options.output)) session.reportToStandardError();
   checkCacheOutput(options.output);
 
-  Stopwatch total, watch;
+  Times times;
   Input const input(options.input.path);
   checkNotInput(input, options.output);
   auto const selection = input.select(options.input);
   auto const object = input.load(selection);
-  double const loadSeconds = watch.lap();
+  times.end("load");
 
   auto const a = requireChannel(object, options.a, input.path());
   auto const b = requireChannel(object, options.b, input.path());
@@ -124,15 +123,11 @@ void run(Session& session, MixOptions const& options) {
   if (!mix(options, alpha.channel, a.channel, b.channel, out.channel)) {
     throw Failure(ExitCode::Other, input.path(), "the channels could not be mixed");
   }
-  double const mixSeconds = watch.lap();
+  times.end("mix");
   writeCache(object, options.output);
-  double const writeSeconds = watch.lap();
-  double const totalSeconds = total.lap();
+  times.end("write");
 
-  Json report;
-  report["input"] = input.path();
-  report["object"] = selection.object;
-  report["frame"] = selection.frame;
+  Json report = reportOf(input, selection);
   report["rule"] = options.rule;
   report["component"] = a.component.name().str();
   report["a"] = options.a;
@@ -143,15 +138,13 @@ void run(Session& session, MixOptions const& options) {
   if (alpha.channel.valid()) report["alpha_channel"] = options.alphaChannel;
   report["type"] = typeName(out.channel.dataType());
   report["output"] = options.output;
-  report["seconds"] = {
-      {"load", loadSeconds}, {"mix", mixSeconds}, {"write", writeSeconds}, {"total", totalSeconds}};
+  report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << "object   " << selection.object << ", frame " << selection.frame << '\n'
        << "channel  " << a.component.name().str() << '/' << out.channel.name().str() << ", "
        << typeName(out.channel.dataType()) << '\n'
-       << std::fixed << std::setprecision(2) << "seconds  " << totalSeconds << " (load "
-       << loadSeconds << ", mix " << mixSeconds << ", write " << writeSeconds << ")\n"
+       << "seconds  " << times.text() << '\n'
        << "output   " << options.output << '\n';
   session.report(std::move(report), text.str());
 }

@@ -122,7 +122,7 @@ void run(Session& session, RenderOptions options) {
   auto const& format = imageFormat(options.output);
   checkView(options.view);
   if (isStandardOutput(options.output)) session.reportToStandardError();
-  Stopwatch total, watch;
+  Times times;
   Input const input(options.input.path);
   auto const selection = input.select(options.input);
   checkOutput(options.output);
@@ -145,7 +145,7 @@ void run(Session& session, RenderOptions options) {
   }
   if (fog && shading != Render::Shading::Depth) shading = Render::Shading::Density;
   auto const camera = cameraOf(options.view, subject.origin, box);
-  double const loadSeconds = watch.lap();
+  times.end("load");
 
   Render::Image image;
   {
@@ -156,7 +156,7 @@ void run(Session& session, RenderOptions options) {
                                         subject.surface.surface->accel(), camera,
                                         options.view.settings, show);
   }
-  double const renderSeconds = watch.lap();
+  double const renderSeconds = times.end("render");
   OutputFile out(options.output);
   format.write(image, out);
   out.commit();
@@ -164,12 +164,10 @@ void run(Session& session, RenderOptions options) {
   double const rays =
       static_cast<double>(image.width) * image.height * options.view.settings.samples;
   Vec3d const eye = camera.eye() + Vec3d(subject.origin[0], subject.origin[1], subject.origin[2]);
-  double const covered = coverage(session, image, options.output);
-  double const totalSeconds = total.lap();
-  Json report;
-  report["input"] = input.path();
-  report["object"] = selection.object;
-  report["frame"] = selection.frame;
+  double const covered = coverage(image);
+  if (covered == 0. && !isEmpty(box)) session.warn(options.output + ": the camera sees nothing");
+  times.end("write");
+  Json report = reportOf(input, selection);
   report["component"] = subject.channel.component;
   report["channel"] = subject.channel.channel;
   report["as"] = fog ? "fog" : "surface";
@@ -182,7 +180,7 @@ void run(Session& session, RenderOptions options) {
   report["format"] = format.name;
   report["rays"] = rays;
   report["rays_per_second"] = renderSeconds > 0. ? rays / renderSeconds : 0.;
-  report["seconds"] = {{"load", loadSeconds}, {"render", renderSeconds}, {"total", totalSeconds}};
+  report["seconds"] = times.json();
 
   std::ostringstream text;
   text.imbue(std::locale::classic());
@@ -192,8 +190,7 @@ void run(Session& session, RenderOptions options) {
        << "size      " << image.width << " x " << image.height << ", "
        << options.view.settings.samples << " rays per pixel\n"
        << std::fixed << std::setprecision(1) << "covered   " << covered * 100. << " %\n"
-       << std::setprecision(2) << "seconds   " << totalSeconds << " (load " << loadSeconds
-       << ", render " << renderSeconds << ")\n"
+       << "seconds   " << times.text() << '\n'
        << "output    " << options.output << '\n';
   session.report(std::move(report), text.str());
 }

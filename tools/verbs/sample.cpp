@@ -5,7 +5,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <iomanip>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -99,7 +98,7 @@ bool isInteger(API::DataType type) {
 }
 
 void appendSample(std::string& text, Processing::Sample const& sample, API::DataType type) {
-  for (std::size_t c = 0; c < static_cast<std::size_t>(componentsOf(type)); ++c) {
+  for (std::size_t c = 0; c < API::componentsOf(type); ++c) {
     text += ',';
     if (isInteger(type)) {
       appendNumber(text, static_cast<std::int32_t>(sample.words[c]));
@@ -113,7 +112,7 @@ void appendSample(std::string& text, Processing::Sample const& sample, API::Data
 
 std::string headerOf(API::DataType type, bool gradient) {
   std::string header = "x,y,z";
-  auto const count = static_cast<std::size_t>(componentsOf(type));
+  auto const count = API::componentsOf(type);
   for (std::size_t c = 0; c < count; ++c) {
     header += count == 1 ? ",value" : ",value_" + std::to_string(c);
   }
@@ -126,7 +125,7 @@ void run(Session& session, SampleOptions const& options) {
     throw Failure(ExitCode::Usage, options.output, "values are written as .csv");
   }
   if (isStandardOutput(options.output)) session.reportToStandardError();
-  Stopwatch total, watch;
+  Times times;
   Input const input(options.input.path);
   auto const selection = input.select(options.input);
   checkOutput(options.output);
@@ -143,7 +142,7 @@ void run(Session& session, SampleOptions const& options) {
                       typeName(type));
   }
   auto const shift = origin(source.component);
-  double const loadSeconds = watch.lap();
+  times.end("load");
 
   std::size_t const count = positions->table.rows();
   constexpr std::size_t rowsPerPiece = 4096;
@@ -181,32 +180,28 @@ void run(Session& session, SampleOptions const& options) {
       text += '\n';
     }
   });
-  double const sampleSeconds = watch.lap();
+  times.end("sample");
 
   OutputFile out(options.output);
   out.write(headerOf(type, options.gradient));
   for (auto const& piece : pieces) out.write(piece);
   out.commit();
-  double const totalSeconds = total.lap();
+  times.end("write");
 
-  Json report;
-  report["input"] = input.path();
-  report["object"] = selection.object;
-  report["frame"] = selection.frame;
+  Json report = reportOf(input, selection);
   report["component"] = source.component.name().str();
   report["channel"] = options.channel;
   report["type"] = typeName(type);
   report["points"] = count;
   report["output"] = options.output;
-  report["seconds"] = {{"load", loadSeconds}, {"sample", sampleSeconds}, {"total", totalSeconds}};
+  report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << "object    " << selection.object << ", frame " << selection.frame << '\n'
        << "channel   " << source.component.name().str() << '/' << options.channel << ", "
        << typeName(type) << '\n'
        << "points    " << count << '\n'
-       << std::fixed << std::setprecision(2) << "seconds   " << totalSeconds << " (load "
-       << loadSeconds << ", sample " << sampleSeconds << ")\n"
+       << "seconds   " << times.text() << '\n'
        << "output    " << options.output << '\n';
   session.report(std::move(report), text.str());
 }

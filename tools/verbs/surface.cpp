@@ -198,7 +198,11 @@ class SurfaceSequence {
     auto parameters = parameters_;
     parameters.object = input_.query(selection);
     Processing::Surface const surface(parameters);
-    check(surface, selection);
+    if (particles()) {
+      session_.check(surface.status(), input_.path());
+    } else {
+      checkSurface(session_, surface, input_, selection);
+    }
     auto place = origin(surface.voxels());
     for (auto& x : place) x *= static_cast<double>(parameters.space_scale);
     Json seconds;
@@ -229,7 +233,10 @@ class SurfaceSequence {
       out.commit();
       seconds["render"] = watch.lap();
       outcome.report["picture"] = path;
-      outcome.report["covered"] = coverage(session_, image, path);
+      double const covered = coverage(image);
+      // A picture of nothing looks like a broken one.
+      if (covered == 0.) session_.warn(path + ": the camera sees nothing");
+      outcome.report["covered"] = covered;
       if (outcome.line.empty()) outcome.line = "picture";
     }
     if (!options_.vdb.empty()) {
@@ -240,29 +247,6 @@ class SurfaceSequence {
     }
     outcome.report["tiles"] = Host::tileCount(surface.accel(), surface.accel().maxDepth());
     outcome.report["parts"] = seconds;
-  }
-
-  // The surface's own words leave a user alone who forgot where the liquid is.
-  void check(Processing::Surface const& surface, Selection const& selection) {
-    if (!surface.status() && !particles() && hasParticles(selection)) {
-      throw Failure(ExitCode::Input, input_.path(),
-                    surface.status().error().str() +
-                        " The object has particles: --render-component Particle makes a surface "
-                        "of them");
-    }
-    session_.check(surface.status(), input_.path());
-  }
-
-  bool hasParticles(Selection const& selection) const {
-    try {
-      auto const object = input_.load(selection);
-      auto const components = object.components();
-      return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
-        return API::PointComponent{API::Ref(component)}.valid();
-      });
-    } catch (Failure const&) {
-      return false;
-    }
   }
 
   Render::Camera cameraFor(Processing::Surface const& surface,

@@ -14,24 +14,6 @@
 
 namespace Velmor::API {
 
-/// Bytes of a value of a channel type; 0 for types that channels cannot have.
-constexpr std::size_t valueSize(DataType type) noexcept {
-  switch (type) {
-    case DataType::Float:
-    case DataType::Int:
-      return 4;
-    case DataType::Float2:
-    case DataType::Int2:
-      return 8;
-    case DataType::Float3:
-    case DataType::Int3:
-      return 12;
-    case DataType::None:
-      break;
-  }
-  return 0;
-}
-
 /// Which points lie in which leaf tile: those of slot s are [starts[s], starts[s + 1]).
 struct PointRanges {
   std::vector<std::size_t> starts{0};

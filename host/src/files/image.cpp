@@ -19,23 +19,6 @@ constexpr std::uint64_t smallest = std::uint64_t{1} << 20;
 
 }  // namespace
 
-std::size_t elementSize(API::DataType type) noexcept {
-  switch (type) {
-    case API::DataType::Float:
-    case API::DataType::Int:
-      return 4;
-    case API::DataType::Float2:
-    case API::DataType::Int2:
-      return 8;
-    case API::DataType::Float3:
-    case API::DataType::Int3:
-      return 12;
-    case API::DataType::None:
-      break;
-  }
-  return 0;
-}
-
 ImageBuilder::ImageBuilder(int fd, std::size_t limit) : fd_(fd) {
   for (std::uint64_t size = std::max<std::uint64_t>(limit, smallest); size >= smallest; size /= 2) {
     if (fd_ >= 0 && ::ftruncate(fd_, static_cast<off_t>(size)) != 0) continue;
@@ -126,7 +109,7 @@ std::string Image::checkTiles(Span const& coords, int level) const {
 }
 
 std::string Image::checkChannel(ChannelRecord const& channel) const {
-  auto const size = elementSize(static_cast<API::DataType>(channel.type));
+  auto const size = API::valueSize(static_cast<API::DataType>(channel.type));
   if (!holds(channel.name, 1) || !holds(channel.distanceReason, 1) || size == 0 ||
       channel.component >= header().components.count ||
       channel.fieldClass > static_cast<std::uint32_t>(FieldClass::Staggered) ||

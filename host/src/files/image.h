@@ -98,9 +98,6 @@ struct ImageHeader {
   Span messages;    // MessageRecord
 };
 
-/// Bytes of one element of a channel type; 0 for types that channels do not have.
-std::size_t elementSize(API::DataType type) noexcept;
-
 /// Thrown where an image would grow beyond its limit.
 struct ImageFull {};
 

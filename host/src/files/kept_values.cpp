@@ -24,7 +24,7 @@ void appendWords(std::string& text, std::byte const* value, std::size_t size) {
 }
 
 bool takeWords(std::string_view& text, API::DataType type, std::uint32_t (&words)[mostWords]) {
-  auto const count = elementSize(type) / wordSize;
+  auto const count = API::valueSize(type) / wordSize;
   if (count == 0 || count > mostWords) return false;
   for (std::size_t w = 0; w < count; ++w) {
     if ((w != 0 && !take(text, ',')) || !take(text, words[w])) return false;

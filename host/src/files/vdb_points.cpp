@@ -235,7 +235,7 @@ void restoreOrder(Leaves const& leaves, PointsJob& job, std::vector<ChannelRecor
   }
   std::vector<std::byte> sorted;
   for (auto c = first; c < channels.size(); ++c) {
-    auto const size = elementSize(static_cast<API::DataType>(channels[c].type));
+    auto const size = API::valueSize(static_cast<API::DataType>(channels[c].type));
     auto* const values = job.image.at(channels[c].points);
     sorted.resize(count * size);
     for (std::uint64_t n = 0; n < count; ++n) {
@@ -297,13 +297,13 @@ void decodePoints(openvdb::GridBase const& grid, PointsJob& job,
     }
     auto const mark = job.image.mark();
     Span span;
-    auto* const out = job.image.allocateBytes(leaves.first.back(), elementSize(type), span);
+    auto* const out = job.image.allocateBytes(leaves.first.back(), API::valueSize(type), span);
     if (!reader->copy(leaves, name, attribute->stride, out)) {
       job.image.rewind(mark);
       job.warn("attribute '" + name + "' is skipped: its integers need more than 32 bits");
       continue;
     }
-    if (leaves.clipped) compact(leaves, out, elementSize(type));
+    if (leaves.clipped) compact(leaves, out, API::valueSize(type));
     span.count = leaves.count();
     add(name, channel, type, span);
   }

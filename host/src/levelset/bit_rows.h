@@ -1,11 +1,24 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 
 #include "levelset/field.h"
 
 namespace Velmor::Host {
+
+inline bool isEmpty(CellMask const& mask) noexcept { return (mask.words[0] | mask.words[1]) == 0; }
+
+/// Calls `function(cell)` for the cells of a mask.
+template <class Function>
+void forBits(CellMask const& mask, Function const& function) {
+  for (int w = 0; w < 2; ++w) {
+    for (auto bits = mask.words[static_cast<std::size_t>(w)]; bits != 0; bits &= bits - 1) {
+      function(64 * w + std::countr_zero(bits));
+    }
+  }
+}
 
 /// The bits of a row of five cells of a mask; rows are numbered y + 5 z.
 inline unsigned rowOf(CellMask const& mask, int row) noexcept {

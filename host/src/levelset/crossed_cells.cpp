@@ -68,17 +68,6 @@ bool isCrossed(Around const& around, FieldTile const& tile, int cell) {
   return false;
 }
 
-bool isEmpty(CellMask const& mask) { return (mask.words[0] | mask.words[1]) == 0; }
-
-template <class Function>
-void forBits(CellMask const& mask, Function const& function) {
-  for (int w = 0; w < 2; ++w) {
-    for (auto bits = mask.words[static_cast<std::size_t>(w)]; bits != 0; bits &= bits - 1) {
-      function(64 * w + std::countr_zero(bits));
-    }
-  }
-}
-
 }  // namespace
 
 void keepCrossedCells(Field& field) {

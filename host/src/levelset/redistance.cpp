@@ -39,17 +39,6 @@ void setTo(CellMask& mask, bool value) {
                 value ? (std::uint64_t{1} << (tileCells - 64)) - 1 : 0};
 }
 
-bool isEmpty(CellMask const& mask) { return (mask.words[0] | mask.words[1]) == 0; }
-
-template <class Function>
-void forBits(CellMask const& mask, Function const& function) {
-  for (int w = 0; w < 2; ++w) {
-    for (auto bits = mask.words[static_cast<std::size_t>(w)]; bits != 0; bits &= bits - 1) {
-      function(64 * w + std::countr_zero(bits));
-    }
-  }
-}
-
 // The voxels with a neighbour of the other sign.
 CellMask besideSurface(BitRows const& inside) {
   CellMask mask;
