@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <utility>
 #include <variant>
@@ -61,6 +62,7 @@ struct ChannelItem final : API::Item {
   ComponentItem* component = nullptr;
   TileShape shape;
   std::vector<unsigned char> background;  // one value
+  std::mutex tilesMutex;  // tiles are filled where they are first asked for, on any thread
   std::map<std::pair<int, int>, std::vector<unsigned char>> tiles;
 
   std::size_t size() const { return background.size(); }

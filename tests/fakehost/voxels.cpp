@@ -62,6 +62,7 @@ LayoutItem& makeLayout(std::string const& name, float voxelScale, API::StateID s
 
 unsigned char* ChannelItem::storage(API::TreeIndex const& index) {
   if (!component->layout->tile(index).valid()) return nullptr;
+  std::lock_guard const lock(tilesMutex);
   auto& bytes = tiles[{index.depth, index.slot}];
   if (bytes.empty()) {
     bytes.resize(shape.count * size());
