@@ -1,6 +1,6 @@
 #!/bin/bash
 # Runs every benchmark program (those whose name holds the argument, if one is
-# given) and writes the medians of five runs into docs/performance.md.
+# given) and writes the medians of three runs into docs/performance.md.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 bin=build/release/bin
@@ -11,7 +11,7 @@ for program in "$bin"/*_bench; do
   name=$(basename "$program")
   case "$name" in *"${1:-}"*) ;; *) continue ;; esac
   echo "== $name"
-  "$program" --benchmark_repetitions="${VELMOR_REPETITIONS:-5}" \
+  "$program" --benchmark_repetitions="${VELMOR_REPETITIONS:-3}" \
     --benchmark_report_aggregates_only=true --benchmark_out_format=json \
     --benchmark_out="$results/$name.json"
 done
