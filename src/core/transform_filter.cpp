@@ -15,13 +15,15 @@ class TransformVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const&, API::TreeIndex const& index) override {
     auto const in = src_.tileData<T>(index);
-    auto const out = src_ == dst_ ? in : dst_.tileData<T>(index);
+    // A pointer, not all that is known of the tile: copying what was only just
+    // written by words stalls for a tenth of the time that a tile takes.
+    T* const out = src_ == dst_ ? in.data : dst_.tileData<T>(index).data;
     // A channel of another type has no values of type T.
-    if (in.data == nullptr || out.data == nullptr) return;
+    if (in.data == nullptr || out == nullptr) return;
     if (kernel_ != nullptr) {
-      kernel_(*filter_, in.data, out.data, in.count);
+      kernel_(*filter_, in.data, out, in.count);
     } else {
-      for (std::size_t e = 0; e < in.count; ++e) out.data[e] = filter_->compute(in.data[e]);
+      for (std::size_t e = 0; e < in.count; ++e) out[e] = filter_->compute(in.data[e]);
     }
   }
 
