@@ -1,73 +1,21 @@
 #include "velmorapi/halo.h"
 
-#include <algorithm>
 #include <array>
-#include <cstring>
+#include <bit>
+#include <cstdint>
 #include <exception>
-#include <utility>
 
 #include "core/channel_item.h"
+#include "core/halo_block.h"
 #include "core/neighbourhood.h"
 
 namespace Velmor::API {
 
 namespace {
 
-/// The rows of a block that come from one source along an axis.
-struct Part {
-  int begin, count;
-  int cell;  // of the first of them in its source
-};
-constexpr Part parts[3] = {{0, 1, tileWidth - 1}, {1, tileWidth, 0}, {tileWidth + 1, 1, 0}};
-constexpr int edge = tileWidth + 2;
-
-/// Copies a column of cells at `x` of their source to one place of each row.
-template <class T, Part py, Part pz>
-void fillColumn(CellSource const& source, int x, T* __restrict to) {
-  // Of a single value all steps are 0.
-  auto const masked = [&source](int cell) {
-    return static_cast<std::size_t>(static_cast<std::uint32_t>(cell) & source.mask);
-  };
-  auto const* plane = reinterpret_cast<T const*>(source.data) + masked(cellOf(x, py.cell, pz.cell));
-  auto const stepY = masked(cellOf(0, 1, 0)), stepZ = masked(cellOf(0, 0, 1));
-  for (int z = 0; z < pz.count; ++z, plane += stepZ) {
-    auto const* from = plane;
-    for (int y = 0; y < py.count; ++y, from += stepY) to[edge * (y + edge * z)] = *from;
-  }
-}
-
-/// Fills the rows of one part along y and one along z from the sources of their
-/// left end, their middle and their right end.
-template <class T, Part py, Part pz>
-void fillRows(CellSource const* three, T* __restrict block) {
-  T* const rows = block + edge * (py.begin + edge * pz.begin);
-  fillColumn<T, py, pz>(three[0], tileWidth - 1, rows);
-  auto const* const middle = reinterpret_cast<T const*>(three[1].data);
-  if (three[1].mask != 0) {
-    for (int z = 0; z < pz.count; ++z) {
-      for (int y = 0; y < py.count; ++y) {
-        std::memcpy(rows + 1 + edge * (y + edge * z), middle + cellOf(0, py.cell + y, pz.cell + z),
-                    tileWidth * sizeof(T));
-      }
-    }
-  } else {
-    for (int z = 0; z < pz.count; ++z) {
-      for (int y = 0; y < py.count; ++y) {
-        std::fill_n(rows + 1 + edge * (y + edge * z), tileWidth, *middle);
-      }
-    }
-  }
-  fillColumn<T, py, pz>(three[2], 0, rows + edge - 1);
-}
-
-/// Copies a tile and its border of one cell, 7 x 7 x 7 in all.
-template <class T>
-void fillBlock(Neighbourhood::Sources const& sources, T* block) {
-  [&]<std::size_t... I>(std::index_sequence<I...>) {
-    (fillRows<T, parts[I % 3], parts[I / 3]>(&sources[3 * I], block), ...);
-  }
-  (std::make_index_sequence<9>());
-}
+// The rows of seven sources along x that a cell's 27 sources lie in: three along
+// y and three along z, a bit each, from (0, 0, 0) on.
+constexpr std::uint64_t rowsAround = 0b111 * (1 | 1 << blockEdge | 1 << (2 * blockEdge));
 
 }  // namespace
 
@@ -77,18 +25,72 @@ struct HaloedCacheBase::State {
 
   VoxelChannel channel;
   Neighbourhood near;
-  Neighbourhood::Sources rootSources;
+  FillBlock fill = blockFillers(near.channel().size()).front();
+  // Of a tile's children and those around it: the next tile's block is most
+  // often made of the same ones.
+  std::array<CellSource, static_cast<std::size_t>(blockEdge* blockEdge* blockEdge)> around;
+  std::uint64_t known = 0;  // a bit per row along x
 
-  Neighbourhood::Sources const& sources(TreeIndex const& index) {
-    auto const& item = near.channel();
-    if (index.depth == 0) {  // the root has no neighbours
-      rootSources.fill({item.background(), 0});
-      rootSources[13] = {item.values(0, index.slot), ~std::uint32_t{0}};
-      return rootSources;
+  Branch const* parent = nullptr;
+  int cell = 0;
+  std::uint64_t stamp = 0;
+
+  // The parent's next child, which most often is what is asked for next.
+  TreeIndex expected{-1, -1};
+  int expectedCell = 0;
+
+  /// The first of a tile's 27 sources; the others lie behind it as in a block.
+  CellSource const* sources(TreeIndex const& index) {
+    auto const& layout = near.channel().layout();
+    if (index == expected && layout.stamp() == stamp) {
+      cell = expectedCell;
+    } else if (index.depth == 0) {
+      return rootSources(index);
+    } else {
+      stamp = layout.stamp();
+      auto const& record = layout.record(index.depth, index.slot);
+      parent = &layout.branch(index.depth - 1, record.parent);
+      cell = record.cell;
+      if (near.centre(index.depth - 1, parent->coord)) known = 0;
     }
-    auto const& record = item.layout().record(index.depth, index.slot);
-    near.centre(index.depth - 1, item.layout().branch(index.depth - 1, record.parent).coord);
-    return near.sources(record.cell);
+    return sourcesAround(cell);
+  }
+
+  /// Finds the next tile's sources, so that their values are on their way
+  /// through the caches while this tile is worked on.
+  void expect(TreeIndex const& index) {
+    expected = {-1, -1};
+    if (index.depth == 0) return;
+    for (int next = cell + 1; next < tileCells; ++next) {
+      auto const& entry = parent->children[static_cast<std::size_t>(next)];
+      if (auto const slot = entry.load(std::memory_order_acquire); slot > 0) {
+        expected = {slot - 1, index.depth};
+        expectedCell = next;
+        sourcesAround(next);
+        return;
+      }
+    }
+  }
+
+ private:
+  CellSource const* rootSources(TreeIndex const& index) {  // the root has no neighbours
+    auto const& item = near.channel();
+    known = 0;
+    around.fill({item.background(), 0});
+    around[1 + blockEdge + blockEdge * blockEdge] = {item.values(0, index.slot), ~std::uint32_t{0}};
+    return around.data();
+  }
+
+  CellSource const* sourcesAround(int child) {
+    auto const at = cellPositions[static_cast<std::size_t>(child)];
+    int const row = at.y + blockEdge * at.z;
+    for (auto missing = rowsAround << row & ~known; missing != 0; missing &= missing - 1) {
+      int const r = std::countr_zero(missing);
+      near.row(r % blockEdge - 1, r / blockEdge - 1,
+               &around[static_cast<std::size_t>(blockEdge * r)]);
+      known |= std::uint64_t{1} << r;
+    }
+    return &around[static_cast<std::size_t>(at.x + blockEdge * row)];
   }
 };
 
@@ -113,9 +115,8 @@ Status HaloedCacheBase::gather(TreeIndex const& index, void* block) {
   if (state_ == nullptr) return Status::failure("the haloed cache has no channel");
   auto const& channel = state_->near.channel();
   if (!channel.layout().exists(index)) return Status::failure("no such tile");
-  auto const& sources = state_->sources(index);
-  withBits(channel.size(),
-           [&]<class Bits>(Bits*) { fillBlock(sources, static_cast<Bits*>(block)); });
+  state_->fill(state_->sources(index), block);
+  state_->expect(index);
   return {};
 }
 

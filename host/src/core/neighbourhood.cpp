@@ -1,7 +1,6 @@
 #include "core/neighbourhood.h"
 
 #include <algorithm>
-#include <bit>
 
 namespace Velmor::API {
 
@@ -9,43 +8,31 @@ namespace {
 
 Branch const noBranch{};
 
-// The parents, one bit each, that hold the three cells around a cell of the
-// middle one: products of an x, a y and a z set.
-constexpr std::array<std::uint32_t, tileWidth> xParents{0b11, 0b10, 0b10, 0b10, 0b110};
-constexpr std::array<std::uint32_t, tileWidth> yParents{0b1001, 0b1000, 0b1000, 0b1000, 0b1001000};
-constexpr std::array<std::uint32_t, tileWidth> zParents{1 | 1 << 9, 1 << 9, 1 << 9, 1 << 9,
-                                                        1 << 9 | 1 << 18};
-
 }  // namespace
 
-Neighbourhood::Sources const& Neighbourhood::sources(int cell) noexcept {
-  if (cell == sourcesCell_) return sources_;
-  auto const at = cellPositions[index(cell)];
-  auto const needed = xParents[index(at.x)] * yParents[index(at.y)] * zParents[index(at.z)];
-  for (auto missing = needed & ~known_; missing != 0; missing &= missing - 1) {
-    find(std::countr_zero(missing));
+void Neighbourhood::row(int y, int z, CellSource* to) noexcept {
+  auto const ay = along(y), az = along(z);
+  int const first = 3 * (ay.tile + 3 * az.tile), cell = cellOf(0, ay.cell, az.cell);
+  for (int t = first; t < first + 3; ++t) {
+    if ((known_ >> t & 1u) == 0) find(t);
   }
-  // Most often the cell before was the last one: two thirds are known.
-  bool const next = cell == sourcesCell_ + 1 && at.x != 0 && sourcesCell_ >= 0;
-  sourcesCell_ = cell;
-  auto const along1 = along(at.x - 1), along2 = along(at.x), along3 = along(at.x + 1);
-  auto* to = sources_.data();
-  for (int z = at.z - 1; z <= at.z + 1; ++z) {
-    auto const az = along(z);
-    for (int y = at.y - 1; y <= at.y + 1; ++y, to += 3) {
-      auto const ay = along(y);
-      int const tile = 3 * (ay.tile + 3 * az.tile), first = cellOf(0, ay.cell, az.cell);
-      if (next) {
-        to[0] = to[1];
-        to[1] = to[2];
-      } else {
-        to[0] = source(tile + along1.tile, first + along1.cell);
-        to[1] = source(tile + along2.tile, first + along2.cell);
-      }
-      to[2] = source(tile + along3.tile, first + along3.cell);
-    }
-  }
-  return sources_;
+  // Neither what is there nor what is not decides a jump: none could be foreseen.
+  auto const put = [this, &to](Parent const& parent, int at) {
+    auto const child = LayoutItem::settled(parent.branch->children[index(at)]) - 1;
+    auto const tile = ~static_cast<std::uintptr_t>(static_cast<std::intptr_t>(child >> 31));
+    auto const* const values = childPool_->at(child & static_cast<std::int32_t>(tile));
+    auto const* const value = parent.values + index(at) * parent.step;
+    auto const* const data =
+        reinterpret_cast<std::byte const*>(  // NOLINT(performance-no-int-to-ptr)
+            (reinterpret_cast<std::uintptr_t>(values) & tile) |
+            (reinterpret_cast<std::uintptr_t>(value) & ~tile));
+    // Of a single value it is lines that are near already.
+    for (int line = 0; line < 8; ++line) __builtin_prefetch(data + 64 * line);
+    *to++ = {data, static_cast<std::uint32_t>(tile)};
+  };
+  put(parents_[index(first)], cell + tileWidth - 1);
+  for (int x = 0; x < tileWidth; ++x) put(parents_[index(first + 1)], cell + x);
+  put(parents_[index(first + 2)], cell);
 }
 
 void Neighbourhood::find(int tile) noexcept {

@@ -33,25 +33,23 @@ inline constexpr auto cellsAlong = [] {
 /// Serves one thread.
 class Neighbourhood {
  public:
-  /// A child and the 26 around it, x fastest.
-  using Sources = std::array<CellSource, 27>;
-
   /// `channel` must outlive the neighbourhood.
   explicit Neighbourhood(VoxelChannelItem const& channel) noexcept : channel_(&channel) {}
 
   VoxelChannelItem const& channel() const noexcept { return *channel_; }
 
   /// Moves to the place of a tile of `depth` that starts at `origin`, whether
-  /// there is such a tile or not, even outside the root.
-  void centre(int depth, TileCoord const& origin) noexcept {
+  /// there is such a tile or not, even outside the root. False if it is there
+  /// already, and no tile was added since: what was found before still holds.
+  bool centre(int depth, TileCoord const& origin) noexcept {
     auto const now = channel_->layout().stamp();
-    if (depth == depth_ && origin == origin_ && now == stamp_) return;
+    if (depth == depth_ && origin == origin_ && now == stamp_) return false;
     depth_ = depth;
     origin_ = origin;
     stamp_ = now;
     known_ = 0;
-    sourcesCell_ = -1;
     childPool_ = &channel_->pool(depth + 1);
+    return true;
   }
 
   /// What holds the cells of the child in cell (x, y, z) of the place, each
@@ -62,8 +60,8 @@ class Neighbourhood {
     if ((known_ >> tile & 1u) == 0) find(tile);
     return source(tile, cellOf(ax.cell, ay.cell, az.cell));
   }
-  /// The same for the child in a cell (13) and the 26 around it. Good until the next call.
-  Sources const& sources(int cell) noexcept;
+  /// The same for the seven children along x, from -1 to 5.
+  void row(int y, int z, CellSource* to) noexcept;
 
  private:
   struct Parent {
@@ -92,8 +90,6 @@ class Neighbourhood {
   std::uint32_t known_ = 0;  // a bit per parent
   std::array<Parent, 27> parents_{};
   Host::Pool const* childPool_ = nullptr;
-  int sourcesCell_ = -1;  // whose sources these are
-  Sources sources_;
   // The last path through the tree.
   std::array<std::int32_t, maxLeafDepth + 1> slots_{};
   int pathDepth_ = -1;

@@ -60,7 +60,9 @@ class Pool {
   }
 
   int chunkOf(std::int32_t slot) const noexcept {
-    return static_cast<int>(std::bit_width(static_cast<std::uint32_t>(slot) >> shift_));
+    // The width of the number, by that of one above 0: it takes no jump.
+    auto const at = static_cast<std::uint32_t>(slot) >> shift_;
+    return static_cast<int>(std::bit_width(2 * at | 1)) - 1;
   }
   std::size_t firstSlot(int chunk) const noexcept {
     return chunk == 0 ? 0 : std::size_t{1} << (shift_ + chunk - 1);
