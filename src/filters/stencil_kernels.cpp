@@ -26,13 +26,16 @@ template <int N, class Step>
   for (int p = N - lanes; p < N; ++p) step(p);
 }
 
-/// Takes the tile's voxels out of a span.
+/// Takes the tile's voxels out of a span, a row in a vector of eight: what a row
+/// puts behind its end the next one overwrites.
 [[gnu::always_inline]] inline void pack(float const* results, float* out) {
-  for (std::size_t k = 0; k < 5; ++k) {
-    for (std::size_t j = 0; j < 5; ++j) {
-      std::memcpy(out + (k * 5 + j) * 5, results + (k * 7 + j) * 7, 5 * sizeof(float));
-    }
+  constexpr std::size_t rows = 25, width = 5, vector = 8;
+  auto const from = [](std::size_t row) { return (row / width * 7 + row % width) * 7; };
+#pragma GCC unroll 24
+  for (std::size_t row = 0; row + 1 < rows; ++row) {
+    std::memcpy(out + row * width, results + from(row), vector * sizeof(float));
   }
+  std::memcpy(out + (rows - 1) * width, results + from(rows - 1), width * sizeof(float));
 }
 
 struct Mean {
@@ -40,9 +43,6 @@ struct Mean {
 };
 struct Laplacian {
   [[gnu::always_inline]] static float at(float const* c) { return StencilRules::laplacian(c); }
-};
-struct Curvature {
-  [[gnu::always_inline]] static float at(float const* c) { return StencilRules::curvature(c); }
 };
 
 template <class Rule>
@@ -52,6 +52,27 @@ struct Stencil {
     float const* const first = tile.values + firstVoxel;
     sweep<span>([&](int p) __attribute__((always_inline)) { results[p] = Rule::at(first + p); });
     pack(results, out);
+  }
+};
+
+/// Takes roots and quotients, which are slow, of the tile's voxels alone.
+struct Curvature {
+  [[gnu::always_inline]] static void run(Block const& tile, float* out) {
+    constexpr int count = 125;
+    alignas(64) float squares[span], numerators[span];
+    alignas(64) float square[count], numerator[count], results[count];
+    float const* const first = tile.values + firstVoxel;
+    sweep<span>([&](int p) __attribute__((always_inline)) {
+      auto const terms = StencilRules::curvatureTerms(first + p);
+      squares[p] = terms.squared;
+      numerators[p] = terms.numerator;
+    });
+    pack(squares, square);
+    pack(numerators, numerator);
+    sweep<count>([&](int p) __attribute__((always_inline)) {
+      results[p] = StencilRules::curvature({square[p], numerator[p]});
+    });
+    std::memcpy(out, results, sizeof results);
   }
 };
 
@@ -160,7 +181,7 @@ VectorLevel bestVectorLevel() {
 
 StencilKernels stencilKernels(VectorLevel level) {
   using Lap = Stencil<Laplacian>;
-  using Curv = Stencil<Curvature>;
+  using Curv = Curvature;
   switch (level) {
     case VectorLevel::Avx512:
       return {&avx512<Stencil<Mean>>, &avx512<Median>, &avx512<Lap>, &avx512<Curv>};

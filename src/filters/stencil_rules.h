@@ -35,7 +35,12 @@ inline constexpr int sx = 1, sy = 7, sz = 49;
   return sum * 0.16666667f;
 }
 
-[[gnu::always_inline]] inline float curvature(float const* c) {
+/// The squared length of the gradient, and what is divided by it.
+struct CurvatureTerms {
+  float squared, numerator;
+};
+
+[[gnu::always_inline]] inline CurvatureTerms curvatureTerms(float const* c) {
   float const dx = (c[sx] - c[-sx]) * 0.5f;
   float const dy = (c[sy] - c[-sy]) * 0.5f;
   float const dz = (c[sz] - c[-sz]) * 0.5f;
@@ -46,13 +51,21 @@ inline constexpr int sx = 1, sy = 7, sz = 49;
   float const dxy = (c[sx + sy] - c[sx - sy] + c[-sx - sy] - c[-sx + sy]) * 0.25f;
   float const dxz = (c[sx + sz] - c[sx - sz] + c[-sx - sz] - c[-sx + sz]) * 0.25f;
   float const dyz = (c[sy + sz] - c[sy - sz] + c[-sy - sz] - c[-sy + sz]) * 0.25f;
-  float const g = std::sqrt(squared);
   float const n = dy * dy * (dxx + dzz) + dx * dx * (dyy + dzz) + dz * dz * (dxx + dyy) -
                   2.f * ((dxy * dy + dxz * dz) * dx + dyz * dy * dz);
+  return {squared, n};
+}
+
+[[gnu::always_inline]] inline float curvature(CurvatureTerms const& terms) {
+  float const g = std::sqrt(terms.squared);
   // Twice the square, not the cube, and a third: the flow's own scaling.
-  float const result = n / (2.f * g * g) * 0.33333334f;
+  float const result = terms.numerator / (2.f * g * g) * 0.33333334f;
   // A NaN gradient is not "no gradient": it must come out as NaN.
-  return 0.f >= squared ? 0.f : result;
+  return 0.f >= terms.squared ? 0.f : result;
+}
+
+[[gnu::always_inline]] inline float curvature(float const* c) {
+  return curvature(curvatureTerms(c));
 }
 
 /// Ascending, NaN last.
