@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <new>
 
 namespace Velmor::Host {
 
@@ -71,18 +70,7 @@ class Pool {
     return address(base + firstSlot(chunk) * stride_);
   }
 
-  void allocate(int chunk) {
-    auto const first = firstSlot(chunk);
-    auto const slots = chunk == 0 ? std::size_t{1} << shift_ : first;
-    void* const block = std::calloc(slots, stride_);
-    if (block == nullptr) throw std::bad_alloc();
-    // A base is where slot 0 would lie if the chunk reached back to it.
-    auto const base = reinterpret_cast<std::uintptr_t>(block) - first * stride_;
-    auto expected = none;
-    if (!bases_[index(chunk)].compare_exchange_strong(expected, base, std::memory_order_acq_rel)) {
-      std::free(block);
-    }
-  }
+  void allocate(int chunk);
 
   std::size_t stride_;
   int shift_;
