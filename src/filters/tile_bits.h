@@ -1,5 +1,7 @@
 #pragma once
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -100,14 +102,12 @@ class TileView {
   template <class Test>
   TileBits where(Test test) const {
     if (!valid()) return 0;
-    unsigned char flags[128] = {};
-    for (int i = 0; i < 125; ++i) flags[i] = test(values_[i]) ? 1 : 0;
+    alignas(16) unsigned char flags[128] = {};
+    for (int i = 0; i < 125; ++i) flags[i] = test(values_[i]) ? 0xff : 0;
     TileBits bits = 0;
-    for (std::size_t i = 0; i < 16; ++i) {
-      std::uint64_t eight;
-      std::memcpy(&eight, flags + 8 * i, sizeof eight);
-      // Gathers the lowest bits of eight bytes in the highest byte.
-      bits |= TileBits{(eight * 0x0102040810204080u) >> 56} << (8 * i);
+    for (int i = 0; i < 8; ++i) {
+      auto const sixteen = _mm_load_si128(reinterpret_cast<__m128i const*>(flags) + i);
+      bits |= TileBits{static_cast<unsigned>(_mm_movemask_epi8(sixteen))} << (16 * i);
     }
     return width_ == 5 ? bits : bits & tileBox(0, width_ - 1, 0, width_ - 1, 0, width_ - 1);
   }
