@@ -26,6 +26,11 @@ class HaloVisitor final : public API::Visitor {
     auto const& tile = cache_.tile(index);
     auto const out = dst_.tileData<T>(index);
     int const width = layout_.tileDimInfo(0).width;
+    // Its lines arrive while the block is gathered: a store that waits for one
+    // would hold up all stores after it, those of the next block among them.
+    auto const* const first = reinterpret_cast<char const*>(out.data);
+    for (std::size_t at = 0; at < out.count * sizeof(T); at += 64)
+      __builtin_prefetch(first + at, 1);
     cache_.update(index);
     if (!storesWidth(out, width)) return;
     assert(width <= blockEdge);
