@@ -73,29 +73,52 @@ std::int32_t LayoutItem::addRoot() noexcept {
   return seen > 0 ? seen - 1 : addTile(root_, 0, {-1, 0});
 }
 
+std::int32_t LayoutItem::reserve(int depth, std::int32_t count) noexcept {
+  auto& used = counts_[at(depth)];
+  auto first = used.load(std::memory_order_relaxed);
+  do {
+    if (first >= std::numeric_limits<std::int32_t>::max() - count) return -1;
+  } while (!used.compare_exchange_weak(first, first + count, std::memory_order_acq_rel));
+  return first;
+}
+
 std::int32_t LayoutItem::addTile(std::atomic<std::int32_t>& entry, int depth,
                                  TileRecord record) noexcept {
-  std::int32_t seen = 0;
-  while (!entry.compare_exchange_weak(seen, -1, std::memory_order_acq_rel)) {
-    if (seen > 0) return seen - 1;
-    if (seen < 0) std::this_thread::yield();
-    seen = 0;
-  }
-  auto slot = count(depth);
-  do {
-    if (slot == std::numeric_limits<std::int32_t>::max() - 1) {
-      entry.store(0, std::memory_order_release);
-      return -1;
-    }
-  } while (!counts_[at(depth)].compare_exchange_weak(slot, slot + 1, std::memory_order_acq_rel));
+  std::lock_guard const lock(lockOf(depth, record.parent));
+  auto const seen = entry.load(std::memory_order_relaxed);
+  if (seen > 0) return seen - 1;
+  entry.store(-1, std::memory_order_relaxed);  // ahead of the count
+  auto slot = reserve(depth, 1);
   try {
-    makeTile(depth, slot, record);
+    if (slot >= 0) makeTile(depth, slot, record);
   } catch (std::bad_alloc const&) {
-    entry.store(0, std::memory_order_release);  // the slot stays unused
-    return -1;
+    slot = -1;  // stays unused
   }
   entry.store(slot + 1, std::memory_order_release);
   return slot;
+}
+
+void LayoutItem::addLeaves(std::int32_t slot, std::uint8_t const* cells, int count) noexcept {
+  std::lock_guard const lock(lockOf(leafDepth_, slot));
+  auto& children = branch(leafDepth_ - 1, slot).children;
+  std::array<std::uint8_t, tileCells> missing;
+  int n = 0;
+  for (int c = 0; c < count; ++c) {
+    auto& entry = children[cells[c]];
+    if (entry.load(std::memory_order_relaxed) != 0) continue;
+    entry.store(-1, std::memory_order_relaxed);  // ahead of the count
+    missing[at(n++)] = cells[c];
+  }
+  if (n == 0) return;
+  auto first = reserve(leafDepth_, n);
+  try {
+    if (first >= 0) makeLeaves(first, slot, missing.data(), n);
+  } catch (std::bad_alloc const&) {
+    first = -1;  // the slots stay unused
+  }
+  for (int m = 0; m < n; ++m) {
+    children[missing[at(m)]].store(first >= 0 ? first + m + 1 : 0, std::memory_order_release);
+  }
 }
 
 void LayoutItem::makeTile(int depth, std::int32_t slot, TileRecord record) {
@@ -116,9 +139,28 @@ void LayoutItem::makeTile(int depth, std::int32_t slot, TileRecord record) {
     reinterpret_cast<Branch*>(branches.at(slot))->coord = coord;
     branchCount_.fetch_add(1, std::memory_order_acq_rel);
   }
-  if (hasValues_.load(std::memory_order_acquire)) {
-    std::shared_lock const lock(valuesMutex_);
-    for (auto* const values : values_) values->addTile(depth, slot, record);
+  makeValues(depth, slot, 1);
+}
+
+void LayoutItem::makeLeaves(std::int32_t first, std::int32_t parent, std::uint8_t const* cells,
+                            int count) {
+  auto& records = records_[at(leafDepth_)];
+  for (int done = 0; done < count;) {
+    records.ensure(first + done);
+    auto* to = reinterpret_cast<TileRecord*>(records.at(first + done));
+    int const end = done + std::min(count - done, records.run(first + done));
+    for (; done < end; ++done) *to++ = {parent, cells[done]};
+  }
+  makeValues(leafDepth_, first, count);
+}
+
+void LayoutItem::makeValues(int depth, std::int32_t first, int count) {
+  if (!hasValues_.load(std::memory_order_acquire)) return;
+  std::shared_lock const lock(valuesMutex_);
+  for (auto* const values : values_) {
+    for (auto slot = first; slot < first + count; ++slot) {
+      values->addTile(depth, slot, record(depth, slot));
+    }
   }
 }
 

@@ -52,6 +52,18 @@ struct Branch {
 };
 static_assert(sizeof(Branch) == 512);
 
+/// Guards child tables while tiles are made, which takes little time.
+class alignas(64) TileLock {
+ public:
+  void lock() noexcept {
+    while (taken_.exchange(true, std::memory_order_acquire)) std::this_thread::yield();
+  }
+  void unlock() noexcept { taken_.store(false, std::memory_order_release); }
+
+ private:
+  std::atomic<bool> taken_{false};
+};
+
 /// The sparse tile tree behind a `Layout`. Adding and finding tiles are safe
 /// from any number of threads.
 class LayoutItem final : public Item {
@@ -140,6 +152,9 @@ class LayoutItem final : public Item {
     auto const seen = entry.load(std::memory_order_acquire);
     return seen > 0 ? seen - 1 : addTile(entry, depth + 1, {slot, cell});
   }
+  /// Makes the missing ones of a tile right above the leaves, in the order of
+  /// `cells`, of which there are 125 at most; none if memory or slots run out.
+  void addLeaves(std::int32_t slot, std::uint8_t const* cells, int count) noexcept;
 
   /// Of a chain of tiles, `slots[0]` to `slots[depth]`, the deepest above the
   /// leaves that holds the voxel; -1 if none does.
@@ -180,8 +195,15 @@ class LayoutItem final : public Item {
     return static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b);
   }
   DepthTiles orderedTiles(int depth) const;
+  TileLock& lockOf(int depth, std::int32_t parent) noexcept {
+    return locks_[(static_cast<std::size_t>(parent) + at(depth)) % locks_.size()];
+  }
+  /// The first of `count` new slots, or -1 if there are not so many.
+  std::int32_t reserve(int depth, std::int32_t count) noexcept;
   std::int32_t addTile(std::atomic<std::int32_t>& entry, int depth, TileRecord record) noexcept;
   void makeTile(int depth, std::int32_t slot, TileRecord record);
+  void makeLeaves(std::int32_t first, std::int32_t parent, std::uint8_t const* cells, int count);
+  void makeValues(int depth, std::int32_t first, int count);
 
   int leafDepth_;
   int reportedWidth_;
@@ -205,6 +227,8 @@ class LayoutItem final : public Item {
   mutable std::array<DepthTiles, maxLeafDepth + 1> orders_;  // good while no tile is added
 
   std::shared_ptr<DictionaryStore> dictionary_;
+
+  std::array<TileLock, 32> locks_;  // each of the child tables of many tiles
 };
 
 /// Values that follow the tiles of a layout: a channel's storage, as its tree sees it.

@@ -5,12 +5,8 @@
 #include <type_traits>
 
 #include "core/sampler_item.h"
+#include "core/sampler_taps.h"
 #include "velmorapi/channel.h"
-
-// The order of operations, whatever the position: products and sums along y for
-// each of the three x, then along z, then along x, each from the lowest tap up.
-// A position on the border of two voxels has two taps on that axis instead of
-// three, as the third weight is zero: an infinite value there must not matter.
 
 namespace Velmor::API {
 
@@ -18,11 +14,6 @@ namespace {
 
 using orlen::Math::vec;
 using Position = vec<3, float>;
-
-// Beyond every tree, and exact in float together with its halves.
-constexpr float farAway = 4194304.f;
-
-using FloatLanes = float __attribute__((vector_size(16)));
 
 /// Three values that lie side by side along x, as one.
 template <class T>
@@ -69,31 +60,6 @@ Row<T> loadRow(T const* from, int count) {
   }
 }
 
-/// A position as the voxels that hold it, along each axis, and its distances
-/// from their centres, in [-0.5, 0.5).
-struct Axes {
-  IntLanes voxel;
-  FloatLanes r;
-};
-
-/// Of coordinates between -farAway and farAway.
-Axes axesAt(FloatLanes x) {
-  auto const toFloat = [](IntLanes a) { return __builtin_convertvector(a, FloatLanes); };
-  auto voxel = __builtin_convertvector(x, IntLanes);
-  voxel += toFloat(voxel) > x;  // truth is -1
-  auto const r = x - (toFloat(voxel) + 0.5f);
-  auto const above = r >= 0.5f;  // just below an integer, rounded onto it
-  return {voxel - above, above ? FloatLanes{} - 0.5f : r};
-}
-
-/// The factors of the lowest, the middle and the highest tap along each axis.
-struct Factors {
-  FloatLanes low, middle, high;
-};
-Factors weightsAt(FloatLanes r) {
-  auto const below = 0.5f - r, above = 0.5f + r;
-  return {0.5f * (below * below), 0.75f - r * r, 0.5f * (above * above)};
-}
 Factors slopesAt(FloatLanes r) { return {r - 0.5f, -2.f * r, 0.5f + r}; }
 
 /// Taps reach from two voxels before a block to two behind it; `first` is the
