@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 #include "core/tile_width.h"
+#include "velmorapi/bulk.h"
 #include "velmorapi/object_model.h"
 #include "velmorapi/state_server.h"
 
@@ -45,10 +47,10 @@ class BBoxVisitor final : public API::Visitor {
   Voxel max_{std::numeric_limits<int>::min()};
 };
 
-// Has no copies: all tiles are added through the one accessor, in one order.
+// Has no copies: all tiles are added in one order.
 class SurfaceFinderVisitor final : public API::Visitor {
  public:
-  SurfaceFinderVisitor(API::VoxelChannel const& distance, API::TileAccessor const& accel,
+  SurfaceFinderVisitor(API::VoxelChannel const& distance, API::Layout const& accel,
                        float voxelScale, int tileWidth)
       : distance_(distance), accel_(accel), voxelScale_(voxelScale), tileWidth_(tileWidth) {}
 
@@ -59,25 +61,30 @@ class SurfaceFinderVisitor final : public API::Visitor {
     Voxel const width(tileWidth_);
     Voxel const origin = Voxel(coord.i, coord.j, coord.k) * width;
     float const near = voxelScale_ * 2.598076f;  // 1.5 diagonals
+    auto const edge = static_cast<std::size_t>(tileWidth_);
+    points_.resize(edge * edge * edge);
+    std::size_t count = 0;
     for (int a = 0; a < tileWidth_; ++a) {
       for (int b = 0; b < tileWidth_; ++b) {
+        auto const* const row = values.data + values.offset(a, b, 0);
+        auto const step = values.offset(a, b, 1) - values.offset(a, b, 0);
+        Voxel const first = origin + Voxel(a, b, 0) * width;
         for (int c = 0; c < tileWidth_; ++c) {
-          if (std::abs(values.data[values.offset(a, b, c)]) < near) {
-            Voxel const point = origin + Voxel(a, b, c) * width;
-            for (int depth = 0; depth <= 7; ++depth) {
-              accel_.addTile({point.x, point.y, point.z}, depth);
-            }
-          }
+          // Written in any case: a jump would be foreseen wrongly too often.
+          points_[count] = {first.x, first.y, (first + Voxel(0, 0, c) * width).z};
+          count += std::abs(row[c * step]) < near ? 1u : 0u;
         }
       }
     }
+    API::addTiles(accel_, points_.data(), count, 7);
   }
 
  private:
   API::VoxelChannel distance_;
-  API::TileAccessor accel_;
+  API::Layout accel_;
   float voxelScale_;
   int tileWidth_;
+  std::vector<API::TileCoord> points_;
 };
 
 }  // namespace
@@ -99,7 +106,7 @@ API::Layout createAccelLayout(API::VoxelChannel const& distance) {
   int const width = source.tileDimInfo(0).width;
   API::Layout accel(server.createLayout("accel"));
   accel.setVoxelScale(source.voxelScale() / static_cast<float>(width));
-  SurfaceFinderVisitor finder(distance, accel.tileAccessor(), source.voxelScale(), width);
+  SurfaceFinderVisitor finder(distance, accel, source.voxelScale(), width);
   source.traverse(finder, API::TraversalMode::Serial, source.maxDepth(), source.maxDepth());
   return accel;
 }
