@@ -55,6 +55,13 @@ void CellBlock::place(std::array<int, 3> const& corners,
   margin_ = ordinary ? reach * 0x1p-20f : 1.f;
 
   auto const count = nx_ * ny_ * nz_;
+  for (std::size_t e = 0; e < edgeEnds_.size(); ++e) {
+    auto const offset = [this](int end) {
+      auto const& o = Tables::corners[static_cast<std::size_t>(end)];
+      return at(o.x, o.y, o.z);
+    };
+    edgeEnds_[e] = {offset(Tables::edges[e].from), offset(Tables::edges[e].to)};
+  }
   if (count != old) {
     values_.resize(count);
     edgeVertex_.assign(3 * count, -1);
@@ -91,27 +98,28 @@ CellBlock::Vertex CellBlock::makeVertex(std::array<int, 3> const& from, int axis
   // block, no other block meets it.
   float const along = inCells[axis], start = corner[axis];
   bool const insideEdge = along >= start + margin_ && along <= start + 1.f - margin_;
-  bool const onFace = (axis != 0 && onFace_[0][i] != 0) || (axis != 1 && onFace_[1][j] != 0) ||
-                      (axis != 2 && onFace_[2][k] != 0);
-  return {inCells * cellSize_, onFace || !insideEdge};
+  int const faces = (axis != 0 ? onFace_[0][i] : 0) + (axis != 1 ? onFace_[1][j] : 0) +
+                    (axis != 2 ? onFace_[2][k] : 0);
+  constexpr Meetings beyond[3] = {0, 1, 3};
+  return {inCells * cellSize_, insideEdge ? beyond[faces] : many};
 }
 
 void CellBlock::polygonise(int i, int j, int k, unsigned cube) {
   std::array<int, 12> vertexOf;
+  auto const first = at(i, j, k);
   for (unsigned mask = Tables::edgeMasks[cube]; mask != 0; mask &= mask - 1) {
     auto const e = static_cast<std::size_t>(std::countr_zero(mask));
     auto const& edge = Tables::edges[e];
-    auto const& p = Tables::corners[static_cast<std::size_t>(edge.from)];
-    auto const& q = Tables::corners[static_cast<std::size_t>(edge.to)];
-    auto const from = at(i + p.x, j + p.y, k + p.z);
+    auto const from = first + edgeEnds_[e].from;
     auto const slot = 3 * from + static_cast<std::size_t>(edge.axis);
     if (edgeVertex_[slot] < 0) {
-      auto const to = at(i + q.x, j + q.y, k + q.z);
+      auto const& p = Tables::corners[static_cast<std::size_t>(edge.from)];
+      auto const to = first + edgeEnds_[e].to;
       auto vertex = makeVertex({i + p.x, j + p.y, k + p.z}, edge.axis, values_[from], values_[to]);
       vertexOf[e] = static_cast<int>(vertices_.size());
       // A NaN position equals no other, so each of its uses is a vertex of its own.
       if (isNaN(vertex.position)) {
-        vertex.shared = false;
+        vertex.meetings = 0;
       } else {
         edgeVertex_[slot] = vertexOf[e];
         usedEdges_.push_back(slot);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "velmorapi/bulk.h"
 #include "velmorapi/math.h"
 
 namespace Velmor::Processing {
@@ -18,9 +19,14 @@ class CellBlock {
  public:
   using Point = orlen::Math::vec<3, float>;
 
+  /// How many other blocks may bring a vertex with the same position: those that
+  /// meet at its edge, or any number, which `many` stands for.
+  using Meetings = std::uint8_t;
+  static constexpr Meetings many = 255;
+
   struct Vertex {
     Point position;
-    bool shared;  // another edge of this or another block may have the same position
+    Meetings meetings;
   };
 
   CellBlock(float invRes, float cellSize) : invRes_(invRes), cellSize_(cellSize) {}
@@ -36,12 +42,13 @@ class CellBlock {
     return (static_cast<std::size_t>(i) * ny_ + static_cast<std::size_t>(j)) * nz_ +
            static_cast<std::size_t>(k);
   }
-  float& value(std::size_t at) noexcept { return values_[at]; }
+  /// One per corner, in the order of `at`.
+  float* values() noexcept { return values_.data(); }
   float value(std::size_t at) const noexcept { return values_[at]; }
-  /// Where corner (i, j, k) is sampled.
-  Point samplePosition(int i, int j, int k) const noexcept {
-    return {sampleAt_[0][static_cast<std::size_t>(i)], sampleAt_[1][static_cast<std::size_t>(j)],
-            sampleAt_[2][static_cast<std::size_t>(k)]};
+  /// Where the corners are sampled: all, or those of layer `i`.
+  API::SampleGrid samplePoints() const noexcept { return sampleGrid(0, nx_); }
+  API::SampleGrid samplePoints(int i) const noexcept {
+    return sampleGrid(static_cast<std::size_t>(i), 1);
   }
 
   /// Makes the triangles of cell (i, j, k), whose case number is `cube`.
@@ -51,6 +58,10 @@ class CellBlock {
   std::vector<orlen::Math::vec<3, int>> const& triangles() const noexcept { return triangles_; }
 
  private:
+  API::SampleGrid sampleGrid(std::size_t layer, std::size_t layers) const noexcept {
+    return {
+        sampleAt_[0].data() + layer, sampleAt_[1].data(), sampleAt_[2].data(), layers, ny_, nz_};
+  }
   void setCoordinates(int axis, int corners, std::int32_t corner);
   Vertex makeVertex(std::array<int, 3> const& from, int axis, float f, float g) const noexcept;
 
@@ -61,6 +72,10 @@ class CellBlock {
   std::array<std::vector<float>, 3> coordinate_, sampleAt_;
   std::array<std::vector<std::uint8_t>, 3> onFace_;
   std::vector<float> values_;
+  struct EdgeEnds {
+    std::size_t from, to;  // counted from the cell's first corner
+  };
+  std::array<EdgeEnds, 12> edgeEnds_{};
   std::vector<std::int32_t> edgeVertex_;  // three per corner, -1 where none yet
   std::vector<std::size_t> usedEdges_;
   std::vector<Vertex> vertices_;

@@ -24,6 +24,13 @@ namespace Tables = MarchingCubesTables;
 // Up to so many corners per axis a tile is one block, its rows are bit masks.
 constexpr int maxBlockCorners = 32;
 
+/// Voxels along an axis of a tile, a bit each, as the range that they span.
+struct VoxelRange {
+  std::uint32_t set = 0;
+  int first() const noexcept { return std::countr_zero(set); }
+  int count() const noexcept { return static_cast<int>(std::bit_width(set)) - first(); }
+};
+
 class MarchingCubesVisitor final : public API::Visitor {
  public:
   MarchingCubesVisitor(API::VoxelChannel const& channel, unsigned int subdivisions)
@@ -79,15 +86,14 @@ class MarchingCubesVisitor final : public API::Visitor {
 
   bool nearSurface(float value) const noexcept { return std::abs(value) <= voxelScale_; }
 
-  std::int32_t cellOf(std::int32_t voxel) const noexcept {
+  std::int32_t cellOf(std::int32_t first, int voxel) const noexcept {
     // unsigned, so that far tiles cut finely wrap
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(voxel) *
-                                     static_cast<std::uint32_t>(res_));
+    auto const at = static_cast<std::uint32_t>(first) + static_cast<std::uint32_t>(voxel);
+    return static_cast<std::int32_t>(at * static_cast<std::uint32_t>(res_));
   }
 
   void meshTile(API::TileData<float> const& values, API::TileCoord const& origin);
   void meshVoxel(API::TileCoord const& origin, int x, int y, int z);
-  std::uint32_t sampleRow(int i, int j, std::uint32_t corners);
   void weldBlock();
 
   API::VoxelChannel channel_;
@@ -104,78 +110,56 @@ class MarchingCubesVisitor final : public API::Visitor {
   VertexMap vertexMap_;
 
   CellBlock block_;
-  std::vector<std::uint32_t> near_, needed_, positive_;  // a bit per voxel or corner along z
+  std::vector<std::uint32_t> near_, positive_;  // a bit per voxel or corner along z
   std::vector<std::uint32_t> numbers_;
 };
 
-// Samples corners of row (i, j) and returns those that are positive.
-std::uint32_t MarchingCubesVisitor::sampleRow(int i, int j, std::uint32_t corners) {
-  std::uint32_t positive = 0;
-  for (; corners != 0; corners &= corners - 1) {
-    int const k = std::countr_zero(corners);
-    float const value = sampler_.sample<float>(block_.samplePosition(i, j, k));
-    block_.value(block_.at(i, j, k)) = value;
-    if (value > 0.f) positive |= 1u << k;
-  }
-  return positive;
-}
-
 void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
                                     API::TileCoord const& origin) {
-  auto const width = static_cast<std::size_t>(tileWidth_), res = static_cast<std::size_t>(res_);
-  near_.assign(width * width, 0);
-  std::uint32_t any = 0;
+  // Most tiles of a band are nowhere near the surface.
+  int isNear = 0;
+  for (std::size_t e = 0; e < values.count; ++e) isNear |= nearSurface(values.data[e]) ? 1 : 0;
+  if (isNear == 0) return;
+
+  auto const width = static_cast<std::size_t>(tileWidth_);
+  near_.resize(width * width);
+  auto* nearRow = near_.data();
+  VoxelRange xs, ys, zs;
   for (int x = 0; x < tileWidth_; ++x) {
     for (int y = 0; y < tileWidth_; ++y) {
-      auto& row = near_[static_cast<std::size_t>(x) * width + static_cast<std::size_t>(y)];
+      std::uint32_t voxels = 0;
       for (int z = 0; z < tileWidth_; ++z) {
-        if (nearSurface(values.data[values.offset(x, y, z)])) row |= 1u << z;
+        voxels |= (nearSurface(values.data[values.offset(x, y, z)]) ? 1u : 0u) << z;
       }
-      any |= row;
+      *nearRow++ = voxels;
+      std::uint32_t const any = voxels != 0 ? 1u : 0u;
+      xs.set |= any << x;
+      ys.set |= any << y;
+      zs.set |= voxels;
     }
   }
-  if (any == 0) return;
+  if (zs.set == 0) return;  // all in the halo
 
-  int const n = tileWidth_ * res_ + 1;
-  auto const corners = static_cast<std::size_t>(n);
-  block_.place({n, n, n}, {cellOf(origin.i), cellOf(origin.j), cellOf(origin.k)});
+  // The box that they fill. All its corners are sampled: together they cost less
+  // than those alone that near voxels need.
+  int const nx = xs.count() * res_ + 1, ny = ys.count() * res_ + 1, nz = zs.count() * res_ + 1;
+  block_.place({nx, ny, nz}, {cellOf(origin.i, xs.first()), cellOf(origin.j, ys.first()),
+                              cellOf(origin.k, zs.first())});
+  API::sampleGrid(sampler_, block_.samplePoints(), block_.values());
+  auto const corners = static_cast<std::size_t>(ny);
+  positive_.resize(static_cast<std::size_t>(nx) * corners);
+  float const* value = block_.values();
+  for (auto& positive : positive_) {
+    positive = 0;
+    for (int k = 0; k < nz; ++k) positive |= (*value++ > 0.f ? 1u : 0u) << k;
+  }
 
-  needed_.assign(corners * corners, 0);
-  positive_.assign(corners * corners, 0);
   std::uint32_t const voxelCells = (1u << res_) - 1u;
-  for (std::size_t x = 0; x < width; ++x) {
-    for (std::size_t y = 0; y < width; ++y) {
-      std::uint32_t cells = 0;
-      for (auto voxels = near_[x * width + y]; voxels != 0; voxels &= voxels - 1) {
-        cells |= voxelCells << (std::countr_zero(voxels) * res_);
-      }
-      if (cells == 0) continue;
-      for (std::size_t a = 0; a <= res; ++a) {
-        for (std::size_t b = 0; b <= res; ++b) {
-          needed_[(x * res + a) * corners + y * res + b] |= cells | (cells << 1);
-        }
-      }
-    }
-  }
-  // The last corner along an axis lies in the next tile. Tile by tile, because a
-  // sampler is fastest where it was last.
-  std::uint32_t const lastCorner = 1u << (n - 1);
-  for (auto const& [iBegin, iEnd] : {std::pair(0, n - 1), std::pair(n - 1, n)}) {
-    for (auto const& [jBegin, jEnd] : {std::pair(0, n - 1), std::pair(n - 1, n)}) {
-      for (auto const part : {lastCorner - 1u, lastCorner}) {
-        for (int i = iBegin; i < iEnd; ++i) {
-          for (int j = jBegin; j < jEnd; ++j) {
-            auto const row = static_cast<std::size_t>(i) * corners + static_cast<std::size_t>(j);
-            positive_[row] |= sampleRow(i, j, needed_[row] & part);
-          }
-        }
-      }
-    }
-  }
-
-  for (int x = 0; x < tileWidth_; ++x) {
-    for (int y = 0; y < tileWidth_; ++y) {
-      auto voxels = near_[static_cast<std::size_t>(x) * width + static_cast<std::size_t>(y)];
+  for (int x = 0; x < xs.count(); ++x) {
+    for (int y = 0; y < ys.count(); ++y) {
+      auto voxels = near_[static_cast<std::size_t>(x + xs.first()) * width +
+                          static_cast<std::size_t>(y + ys.first())] >>
+                    zs.first();
       for (; voxels != 0; voxels &= voxels - 1) {
         auto const cells = voxelCells << (std::countr_zero(voxels) * res_);
         for (int i = x * res_; i < (x + 1) * res_; ++i) {
@@ -205,18 +189,10 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
 // Cut finely, a tile's corners would take too much memory: two layers of one
 // voxel's corners at a time.
 void MarchingCubesVisitor::meshVoxel(API::TileCoord const& origin, int x, int y, int z) {
-  auto const cell = [this](std::int32_t first, int voxel) {
-    return cellOf(static_cast<std::int32_t>(static_cast<std::uint32_t>(first) +
-                                            static_cast<std::uint32_t>(voxel)));
-  };
   int const n = res_ + 1;
-  block_.place({2, n, n}, {cell(origin.i, x), cell(origin.j, y), cell(origin.k, z)});
+  block_.place({2, n, n}, {cellOf(origin.i, x), cellOf(origin.j, y), cellOf(origin.k, z)});
   auto const sampleLayer = [&](int i) {
-    for (int j = 0; j < n; ++j) {
-      for (int k = 0; k < n; ++k) {
-        block_.value(block_.at(i, j, k)) = sampler_.sample<float>(block_.samplePosition(i, j, k));
-      }
-    }
+    API::sampleGrid(sampler_, block_.samplePoints(i), block_.values() + block_.at(i, 0, 0));
   };
   sampleLayer(0);
   for (int a = 0; a < res_; ++a) {
@@ -240,34 +216,36 @@ void MarchingCubesVisitor::weldBlock() {
   auto const& vertices = block_.vertices();
   auto& points = own_->points;
   numbers_.resize(vertices.size());
-  std::size_t shared = 0;
+  vertexMap_.reserve(vertices.size());
   for (std::size_t v = 0; v < vertices.size(); ++v) {
-    if (!vertices[v].shared) continue;
+    if (vertices[v].meetings == 0) continue;
     numbers_[v] = scatteredHash(vertices[v].position);
-    ++shared;
-  }
-  vertexMap_.reserve(shared);
-  for (std::size_t v = 0; v < vertices.size(); ++v) {
-    if (vertices[v].shared) vertexMap_.prefetch(numbers_[v]);
+    vertexMap_.prefetch(numbers_[v]);
   }
   for (std::size_t v = 0; v < vertices.size(); ++v) {
     auto const next = static_cast<std::uint32_t>(points.count());
-    auto const& position = vertices[v].position;
-    if (vertices[v].shared) {
+    auto const& [position, meetings] = vertices[v];
+    if (meetings != 0) {
       numbers_[v] = vertexMap_.findOrInsert(position, numbers_[v], next);
-      if (numbers_[v] != next) continue;
-      own_->shared.push_back(next);
+      if (numbers_[v] != next) {
+        // Once all have met, no mesh of another worker has it.
+        auto& left = own_->meetings[numbers_[v]];
+        left = static_cast<CellBlock::Meetings>(left - (left != CellBlock::many ? 1 : 0));
+        continue;
+      }
     } else {
       numbers_[v] = next;
     }
     points.add(position);
+    own_->meetings.push_back(meetings);
   }
   auto const number = [this](int v) {
     return static_cast<int>(numbers_[static_cast<std::size_t>(v)]);
   };
-  for (auto const& t : block_.triangles()) {
-    own_->triangles.add({number(t.x), number(t.y), number(t.z)});
-  }
+  auto const first = own_->triangles.count();
+  own_->triangles.resize(first + block_.triangles().size());
+  auto* to = own_->triangles.data() + first;
+  for (auto const& t : block_.triangles()) *to++ = {number(t.x), number(t.y), number(t.z)};
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ struct Part {
   PartialMesh const* mesh = nullptr;
   std::size_t triangleOffset = 0;
   std::uint32_t pointCount = 0;
+  std::size_t sharedCount = 0;
   std::uint32_t firstOrdinal = 0;
   std::uint32_t firstIndex = 0;     // of its points that no earlier part has
   std::vector<Candidate> shared;    // sorted by shard, stable
@@ -33,7 +34,7 @@ struct Part {
 
 // A shard's table should stay in a core's cache.
 unsigned shardBitsFor(std::size_t candidates) {
-  constexpr std::size_t perShard = 16384;
+  constexpr std::size_t perShard = 8192;
   auto const bits = static_cast<unsigned>(std::bit_width(candidates / perShard));
   return std::min(bits, 10u);
 }
@@ -44,12 +45,16 @@ void sortIntoShards(Part& part, unsigned shardBits) {
   };
   auto const& points = part.mesh->points;
   part.from.assign((std::size_t{1} << shardBits) + 1, 0);
-  for (auto const local : part.mesh->shared) ++part.from[shardOf(points[local]) + 1];
+  auto const& meetings = part.mesh->meetings;
+  for (std::uint32_t i = 0; i < part.pointCount; ++i) {
+    if (meetings[i] != 0) ++part.from[shardOf(points[i]) + 1];
+  }
   for (std::size_t s = 1; s < part.from.size(); ++s) part.from[s] += part.from[s - 1];
   auto next = part.from;
-  part.shared.resize(part.mesh->shared.size());
-  for (auto const local : part.mesh->shared) {
-    part.shared[next[shardOf(points[local])]++] = {points[local], part.firstOrdinal + local};
+  part.shared.resize(part.sharedCount);
+  for (std::uint32_t i = 0; i < part.pointCount; ++i) {
+    if (meetings[i] == 0) continue;
+    part.shared[next[shardOf(points[i])]++] = {points[i], part.firstOrdinal + i};
   }
 }
 
@@ -80,10 +85,13 @@ void weldMeshes(PartialMesh& own, std::vector<JoinedMesh> const& meshes) {
   }
   std::size_t ordinals = 0, candidates = 0;
   for (Part& part : parts) {
+    auto const& meetings = part.mesh->meetings;
     part.firstOrdinal = static_cast<std::uint32_t>(ordinals);
     part.pointCount = static_cast<std::uint32_t>(part.mesh->points.count());
+    part.sharedCount = meetings.size() - static_cast<std::size_t>(std::count(
+                                             meetings.begin(), meetings.end(), std::uint8_t{0}));
     ordinals += part.pointCount;
-    candidates += part.mesh->shared.size();
+    candidates += part.sharedCount;
   }
   auto const shardBits = shardBitsFor(candidates);
 
@@ -108,10 +116,7 @@ void weldMeshes(PartialMesh& own, std::vector<JoinedMesh> const& meshes) {
   for (Part& part : parts) {
     part.firstIndex = count;
     count += part.pointCount;
-    for (auto const local : part.mesh->shared) {
-      auto const ordinal = part.firstOrdinal + local;
-      if (first[ordinal] != ordinal) --count;
-    }
+    for (auto const& [position, ordinal] : part.shared) count -= first[ordinal] != ordinal ? 1 : 0;
   }
 
   own.points.resize(count);

@@ -14,8 +14,8 @@ namespace Velmor::Processing {
 struct PartialMesh {
   API::Array<orlen::Math::vec<3, float>> points;
   API::Array<orlen::Math::vec<3, int>> triangles;
-  /// The points that may also occur in other meshes, in ascending order.
-  std::vector<std::uint32_t> shared;
+  /// Of each point, not 0 if it may also occur in other meshes.
+  std::vector<std::uint8_t> meetings;
 };
 
 /// A partial mesh and the place of its triangles in the whole mesh.

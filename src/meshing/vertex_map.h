@@ -58,7 +58,8 @@ class VertexMap {
   };
 
   void grow(std::size_t needed) {
-    std::vector<Slot> old(std::bit_ceil(needed < 64 ? std::size_t{64} : needed));
+    // Twice as many, as entering all of them again takes longer than filling memory.
+    std::vector<Slot> old(std::bit_ceil(2 * needed < 1024 ? std::size_t{1024} : 2 * needed));
     old.swap(slots_);
     mask_ = slots_.size() - 1;
     size_ = 0;
