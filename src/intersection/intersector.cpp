@@ -1,6 +1,7 @@
 #include "processing/intersector.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -17,6 +18,7 @@ using Vec3f = orlen::Math::vec<3, float>;
 // Of four numbers the last means nothing: all axes in one register.
 using FloatLanes = float __attribute__((vector_size(16)));
 using IntLanes = std::int32_t __attribute__((vector_size(16)));
+using UnsignedLanes = std::uint32_t __attribute__((vector_size(16)));
 using LongLanes = std::int64_t __attribute__((vector_size(16)));
 
 constexpr float kNever = 3.4028234663852886e38f;
@@ -27,12 +29,6 @@ struct Ray {
 };
 
 FloatLanes toFloat(IntLanes a) { return __builtin_convertvector(a, FloatLanes); }
-
-// Of numbers that ints can hold.
-FloatLanes roundedDown(FloatLanes x) {
-  auto const whole = toFloat(__builtin_convertvector(x, IntLanes));
-  return whole > x ? whole - 1.f : whole;
-}
 
 // Rounds down to a multiple of `size`, below zero as well.
 int snap(int i, int size) {
@@ -45,42 +41,61 @@ int snap(int i, int size) {
 
 // One grid walker; lengths in voxels.
 struct LevelState {
+  FloatLanes tMax{};
+  // What a step along each axis adds to `tMax`: -0 to the other two, as that
+  // changes no number.
+  std::array<FloatLanes, 3> tDelta{};
+  FloatLanes farSide{};  // of a cell from its lower corner, where the ray leaves it
+  FloatLanes size{}, offset{};
+  FloatLanes perVoxel{};  // a voxel's share of a cell
+  // Up to where floats hold cells' corners exactly and are much closer to each
+  // other than two borders.
+  FloatLanes exactTo{};
   float t = 0.f;
   float tEnd = 0.f;
-  IntLanes cell{};
-  FloatLanes tMax{};
-  FloatLanes tDelta{};
-  IntLanes step{};
-  FloatLanes farSide{};  // of a cell from its lower corner, where the ray leaves it
   int cellSize = 0;
   int cellOffset = 0;
-  float perVoxel = 0.f;  // a voxel's share of a cell
-  bool hasExactSize = false;
 
-  void setCells(int size) {
-    cellSize = size;
-    cellOffset = -(size >> 1);
-    perVoxel = 1.f / static_cast<float>(size);
-    hasExactSize = size >= 1 && size <= 1048576;
+  void setCells(int edge) {
+    cellSize = edge;
+    cellOffset = -(edge >> 1);
+    size += static_cast<float>(cellSize);
+    offset += static_cast<float>(cellOffset);
+    perVoxel += 1.f / static_cast<float>(edge);
+    if (edge >= 1 && edge <= 1048576) exactTo += 1048576.f;
+  }
+
+  IntLanes step(Ray const& ray) const {
+    IntLanes const edge = IntLanes{} + cellSize;
+    return (ray.forward & edge) | (ray.backward & -edge);
   }
 
   void start(Ray const& ray) {
     t = tEnd = -1.f;
-    IntLanes const size = IntLanes{} + cellSize;
-    step = (ray.forward & size) | (ray.backward & -size);
-    tDelta = step == 0 ? FloatLanes{} + kNever : toFloat(step) * ray.reciprocal;
-    farSide = toFloat(ray.forward & size);
+    auto const by = step(ray);
+    auto const all = by == 0 ? FloatLanes{} + kNever : toFloat(by) * ray.reciprocal;
+    for (int a = 0; a < 3; ++a) {
+      auto& one = tDelta[static_cast<std::size_t>(a)];
+      one = FloatLanes{-0.f, -0.f, -0.f, -0.f};
+      one[a] = all[a];
+    }
+    farSide = toFloat(ray.forward & (IntLanes{} + cellSize));
   }
 
-  void setUp(Ray const& ray, float t0, float t1) {
+  // Returns the cell's lower corner.
+  IntLanes setUp(Ray const& ray, float t0, float t1) {
     t = t0;
     tEnd = t1;
     FloatLanes const p = ray.origin + ray.direction * t0;
     FloatLanes corner;
-    if (isExactNear(p)) {
-      auto const offset = static_cast<float>(cellOffset), size = static_cast<float>(cellSize);
-      auto const voxel = roundedDown(p) - offset;
-      corner = roundedDown((voxel + 0.5f) * perVoxel) * size + offset;
+    IntLanes cell;
+    auto const isExact = reinterpret_cast<LongLanes>((p < exactTo) & (p > -exactTo));
+    if ((isExact[0] & isExact[1]) == -1) {
+      // The border between cells that is nearest, or the one before it. Adding
+      // the number and taking it away again rounds to an integer.
+      constexpr float rounding = 12582912.f;
+      auto const border = (((p - offset) * perVoxel + rounding) - rounding) * size + offset;
+      corner = border > p ? border - size : border;
       cell = __builtin_convertvector(corner, IntLanes);
     } else {
       cell = farCell(p);
@@ -88,9 +103,11 @@ struct LevelState {
     }
     auto const tFar = (corner - p + farSide) * ray.reciprocal + t0;
     tMax = (ray.forward | ray.backward) != 0 ? tFar : FloatLanes{} + kNever;
+    return cell;
   }
 
-  void advance() {
+  // Returns the axis.
+  std::size_t advance() {
     // Ties between x and y go to x, ties with z to x or y. Computed, as no
     // processor can guess it.
     float const x = tMax[0], y = tMax[1], z = tMax[2];
@@ -98,20 +115,13 @@ struct LevelState {
     unsigned const alongY = static_cast<unsigned>(!(x <= y)) & (alongZ ^ 1u);
     unsigned const axis = 2 * alongZ + alongY;
     t = tMax[axis];
-    tMax[axis] = t + tDelta[axis];
-    cell[axis] = orlen::Math::detail::add(cell[axis], step[axis]);
+    tMax += tDelta[axis];
+    return axis;
   }
 
   float exit() const { return std::min(std::min(std::min(tEnd, tMax[0]), tMax[1]), tMax[2]); }
 
  private:
-  // Whether in floats the integers around a position and a cell's corner are
-  // exact, and quotients of them less than half a voxel's share of a cell off.
-  bool isExactNear(FloatLanes p) const {
-    constexpr float limit = 1048576.f;
-    auto const near = reinterpret_cast<LongLanes>((p < limit) & (p > -limit));
-    return (near[0] & near[1]) == -1 && hasExactSize;
-  }
   [[gnu::noinline]] IntLanes farCell(FloatLanes p) const {
     using namespace orlen::Math::detail;
     IntLanes result{};
@@ -136,6 +146,10 @@ struct Intersector::Impl {
   API::TileAccessor accessor;
   int level = -1;
   std::vector<LevelState> levels;
+  // Of the finest level only, as no other's cell is asked for. Unsigned, as
+  // cells far outside the tree wrap.
+  UnsignedLanes cell{};
+  std::array<UnsignedLanes, 3> steps{};
 
   explicit Impl(API::Layout const& source)
       : invVoxelScale(1.f / source.voxelScale()), layout(source), accessor(source.tileAccessor()) {
@@ -151,6 +165,20 @@ struct Intersector::Impl {
   int finest() const { return static_cast<int>(levels.size()) - 1; }
   LevelState& at(int l) { return levels[static_cast<std::size_t>(l)]; }
 
+  void setUp(LevelState& walker) {
+    auto const corner = walker.setUp(ray, t, tEnd);
+    if (&walker == &levels.back()) cell = reinterpret_cast<UnsignedLanes>(corner);
+  }
+  void advance(LevelState& walker) {
+    auto const axis = walker.advance();
+    if (&walker == &levels.back()) cell += steps[axis];
+  }
+  // Of the deepest tile that holds the finest walker's cell.
+  int depthThere() const {
+    auto const voxel = reinterpret_cast<IntLanes>(cell);
+    return accessor.index({voxel[0], voxel[1], voxel[2]}, finest() + 1).depth;
+  }
+
   void init(Vec3f const& origin, Vec3f const& direction, float tmin, float tmax) {
     auto const scaled = [this](Vec3f const& v) {
       return FloatLanes{v.x, v.y, v.z, 0.f} * invVoxelScale;
@@ -164,43 +192,65 @@ struct Intersector::Impl {
     tEnd = tmax;
     level = finest();
     for (auto& l : levels) l.start(ray);
-    levels.back().setUp(ray, tmin, tmax);
+    auto const step = reinterpret_cast<UnsignedLanes>(levels.back().step(ray));
+    for (int a = 0; a < 3; ++a) steps[static_cast<std::size_t>(a)][a] = step[a];
+    setUp(levels.back());
   }
 
   Interval next() {
     Interval result(-1.f, -2.f);
     if (level < 0) return result;
     int const leaf = finest();
-    LevelState& fine = at(leaf);
-    for (;;) {
+    LevelState& fine = levels.back();
+    for (bool last = false; !last;) {
       LevelState* walker = &at(level);
-      if (walker->tEnd <= walker->t) return result;
-      if (walker != &fine && t > fine.t) {
-        fine.setUp(ray, t, tEnd);
-        // The entry cell behind a coarse face is passed over on purpose.
-        fine.advance();
-      }
-      int const depth = accessor.index({fine.cell[0], fine.cell[1], fine.cell[2]}, leaf + 1).depth;
-      bool const running = isValid(result);
-      bool last = false;
-      if (depth == leaf + 1) {
-        if (!running) result.t0 = fine.t;
-        result.t1 = fine.exit();
+      int depth = -1;
+      if (level == leaf) {
+        bool running = isValid(result);
+        for (;;) {
+          if (fine.tEnd <= fine.t) return result;
+          depth = depthThere();
+          if (depth > leaf) {
+            if (!running) result.t0 = fine.t;
+            result.t1 = fine.exit();
+            running = isValid(result);
+          } else {
+            last = running;
+            if (last || depth < leaf) break;
+          }
+          advance(fine);
+          t = fine.t;
+        }
       } else {
-        last = running;
+        for (;;) {
+          if (walker->tEnd <= walker->t) return result;
+          if (t > fine.t) {
+            setUp(fine);
+            // The entry cell behind a coarse face is passed over on purpose.
+            advance(fine);
+          }
+          depth = depthThere();
+          if (depth != level) break;
+          walker->advance();
+          t = walker->t;
+        }
+        if (depth > leaf) {
+          result.t0 = fine.t;
+          result.t1 = fine.exit();
+        }
       }
       int const newLevel = std::min(leaf, depth);
       if (newLevel != level) {
-        walker->advance();
+        advance(*walker);
         level = newLevel;
         if (level < 0) return result;
         walker = &at(level);
-        if (t > walker->t) walker->setUp(ray, t, tEnd);
+        if (t > walker->t) setUp(*walker);
       }
-      walker->advance();
+      advance(*walker);
       t = walker->t;
-      if (last) return result;
     }
+    return result;
   }
 };
 

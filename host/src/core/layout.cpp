@@ -1,6 +1,7 @@
 #include "velmorapi/layout.h"
 
 #include <algorithm>
+#include <array>
 
 #include "core/layout_item.h"
 
@@ -8,7 +9,40 @@ namespace Velmor::API {
 
 namespace {
 
+// Of a voxel of a tile two depths above the leaves, counted from the tile's
+// first along one axis: the cell that holds it (upper half), and the cell of the
+// tile in that cell (lower half).
+constexpr auto cellsDown = [] {
+  std::array<std::uint32_t, std::size_t{tileWidth} * tileWidth * tileWidth> table{};
+  for (std::uint32_t v = 0; v < table.size(); ++v) {
+    table[v] = v / (tileWidth * tileWidth) << 16 | v / tileWidth % tileWidth;
+  }
+  return table;
+}();
+
 LayoutItem* layoutOf(Ref const& ref) { return static_cast<LayoutItem*>(ref.item()); }
+
+// The general case of `TileAccessor::index`, which leaves a chain behind that
+// its short one goes on from.
+template <class Chain>
+[[gnu::noinline]] TreeIndex search(LayoutItem const* layout, Chain& known, TileCoord const& voxel,
+                                   int depth) {
+  if (layout == nullptr || depth < 0) return {};
+  int from = known.depth;
+  if (from >= 0 && !known.holds(voxel)) from = layout->ascend(known.slots, from, voxel);
+  if (from > depth) return {known.slots[depth], depth};
+  int const found = layout->descend(known.slots, from, voxel, depth);
+  if (found < 0) return {};
+  // The chain ends two depths above the leaves, or where `addTile` has led it:
+  // neighbours share all of it then.
+  int const last = std::min(found, std::max({from, layout->leafDepth() - 2, 0}));
+  if (last != from || from != known.depth) {
+    known.depth = last;
+    known.extent = static_cast<std::uint32_t>(layout->extent(last));
+    known.origin = layout->branch(last, known.slots[last]).coord;
+  }
+  return {known.slots[found], found};
+}
 
 Tile makeTile(LayoutItem* layout, TreeIndex const& index) {
   return {layout, index, layout->coord(index.depth, index.slot), layout->info(index.depth)};
@@ -40,21 +74,36 @@ Tile TileAccessor::tile(TreeIndex const& index) const {
 }
 
 TreeIndex TileAccessor::index(TileCoord const& voxel, int depth) const {
-  auto const* const layout = layoutOf(layout_);
-  if (layout == nullptr || depth < 0) return {};
-  int from = known_.depth;
-  if (from >= 0 && !known_.holds(voxel)) from = layout->ascend(known_.slots, from, voxel);
-  if (from > depth) return {known_.slots[depth], depth};
-  int const found = layout->descend(known_.slots, from, voxel, depth);
-  if (found < 0) return {};
-  // The chain ends above the leaves: neighbours share all of it then.
-  int const last = std::min(found, layout->leafDepth() - 1);
-  if (last != from || from != known_.depth) {
-    known_.depth = last;
-    known_.extent = static_cast<std::uint32_t>(layout->extent(last));
-    known_.origin = layout->branch(last, known_.slots[last]).coord;
+  if (depth <= known_.depth || !known_.holds(voxel)) {
+    return search(layoutOf(layout_), known_, voxel, depth);
   }
-  return {known_.slots[found], found};
+  auto const& layout = *layoutOf(layout_);
+  int const last = known_.depth;
+  auto const& branch = layout.branch(last, known_.slots[last]);
+  if (last != layout.leafDepth() - 2) {
+    auto const cell = static_cast<std::size_t>(layout.cellAt(last, known_.origin, voxel));
+    if (branch.children[cell].load(std::memory_order_acquire) == 0) {
+      return {known_.slots[last], last};
+    }
+  } else if (depth > last + 1) {
+    // Rays ask voxel by voxel: two depths at once, so that no branch depends on
+    // whether the parent of leaves is still the one before.
+    auto const along = [](std::int32_t a, std::int32_t b) {
+      return cellsDown[static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)];
+    };
+    auto const cells =
+        along(voxel.i, known_.origin.i) +
+        tileWidth * (along(voxel.j, known_.origin.j) + tileWidth * along(voxel.k, known_.origin.k));
+    auto const parent = branch.children[cells >> 16].load(std::memory_order_acquire);
+    if (parent == 0) return {known_.slots[last], last};
+    if (parent > 0) {
+      auto const& leaves = layout.branch(last + 1, parent - 1).children;
+      auto const leaf = leaves[cells & 0xffff].load(std::memory_order_acquire);
+      if (leaf >= 0)
+        return leaf > 0 ? TreeIndex{leaf - 1, last + 2} : TreeIndex{parent - 1, last + 1};
+    }
+  }
+  return search(layoutOf(layout_), known_, voxel, depth);
 }
 
 TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {

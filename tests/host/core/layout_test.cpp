@@ -123,6 +123,45 @@ TEST(Layout, DoesNothingOutsideTheRootAndBelowTheLeaves) {
   EXPECT_FALSE(accessor.index({195313, 0, 0}, 7).valid());
 }
 
+// Steps as rays take them, jumps, other depths, and tiles added in between.
+TEST(Layout, IsSearchedTheSameWhateverAnAccessorWasAskedBefore) {
+  auto const seed = newSeed();
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
+  for (auto const& shape : treeShapes()) {
+    LayoutShape const settings(shape);
+    std::mt19937 random(seed);
+    auto const scene = randomScene(seed);
+    auto const used = scene.layout.tileAccessor(), adding = scene.layout.tileAccessor();
+    auto const pick = [&random](int count) {
+      return static_cast<int>(random() % static_cast<unsigned>(count));
+    };
+    auto const root = used.tile(1, 1, 1, 0);
+    std::array<int, 3> at{};
+    for (int n = 0; n < 4000; ++n) {
+      if (n % 50 == 0) {
+        int const nearZero = std::min(200, root.info().extent);
+        for (auto& a : at) {
+          a = n % 100 == 0 ? root.coord().i - 3 + pick(root.info().extent + 6)
+                           : std::max(root.coord().i, -100) + pick(nearZero);
+        }
+      }
+      auto& along = at[static_cast<std::size_t>(pick(3))];
+      along += n % 7 == 0 ? 5 : 1;
+      API::TileCoord const voxel{at[0], at[1], at[2]};
+      if (n % 40 == 0) adding.addTile(voxel, pick(shape.depth + 1));
+      if (n % 90 == 0) used.addTile(voxel, pick(shape.depth + 1));
+      int const depth = n % 3 == 0 ? pick(shape.depth + 3) - 1 : shape.depth;
+      auto const found = used.index(voxel, depth);
+      auto const expected = scene.layout.tileAccessor().index(voxel, depth);
+      ASSERT_EQ(found.depth, expected.depth) << "tree depth " << shape.depth << ", step " << n;
+      ASSERT_EQ(found.slot, expected.slot) << "tree depth " << shape.depth << ", step " << n;
+      if (!found.valid()) continue;
+      auto const c = used.tile(found).coord();
+      ASSERT_EQ(Key(found.depth, c.i, c.j, c.k), tileAt(shape, at[0], at[1], at[2], found.depth));
+    }
+  }
+}
+
 TEST(Layout, NamesChildrenByTheirCell) {
   auto const scene = emptyScene();
   auto const accessor = scene.layout.tileAccessor();
