@@ -49,23 +49,39 @@ struct SurfaceTracer::Impl {
     return sample.as<float>();
   }
 
-  // The crossing between `a`, where the field is `fa`, and `b`, on the other side.
+  // The crossing between `a`, where the field is `fa`, and `b`, on the other side
+  // (the Illinois method: an end that stays twice counts half).
   float refine(Vec3f const& origin, Vec3f const& direction, float a, float fa, float b,
                float fb) const {
-    for (int n = 0; n < 24 && b - a > 1e-4f * step; ++n) {
-      // The secant's guess, kept off the ends so that both sides shrink.
+    float const close = 1e-4f * step;
+    float const slope = std::abs(fb - fa) / (b - a);
+    int stayed = 0;  // -1: the end `a`, 1: the end `b`
+    for (int n = 0; n < 24 && b - a > close; ++n) {
+      // Kept off the ends, so that both sides shrink.
       float const span = b - a;
       float const guess = a + span * std::clamp(fa / (fa - fb), 0.02f, 0.98f);
       float const fg = value(origin, direction, guess);
+      if (std::abs(fg) < 0.5f * close * slope) return guess;
       if ((fg > 0.f) == (fa > 0.f)) {
         a = guess;
         fa = fg;
+        if (stayed == 1) fb *= 0.5f;
+        stayed = 1;
       } else {
         b = guess;
         fb = fg;
+        if (stayed == -1) fa *= 0.5f;
+        stayed = -1;
       }
     }
     return 0.5f * (a + b);
+  }
+
+  // How many steps surely end on the same side as they start, where the field is
+  // `f`: it changes at most by the way's length, with a quarter in reserve.
+  int sureSteps(float f) const {
+    // In this order, so that NaN gives 1.
+    return static_cast<int>(std::min(std::max(1.f, std::abs(f) / (1.25f * step)), 4.f));
   }
 
   // The walk passes over a cell now and then. If the sign differs at `t`, where
@@ -117,10 +133,17 @@ Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
       if (!crossed) outside = !outside;
     }
     behind = i.t1;
+    bool sure = true;
     while (!crossed && before < i.t1) {
-      float const at = std::min(before + impl_->step, i.t1);
+      int const steps = sure ? impl_->sureSteps(fBefore) : 1;
+      float at = before;
+      for (int n = 0; n < steps; ++n) at = std::min(at + impl_->step, i.t1);
       float const f = impl_->value(o, d, at);
       if ((f > 0.f) != outside) {
+        if (steps > 1) {  // no field of distances: step by step, then
+          sure = false;
+          continue;
+        }
         t = impl_->refine(o, d, before, fBefore, at, f);
         crossed = true;
       } else if (at <= before) {
