@@ -23,13 +23,11 @@ std::string packPlainTiles(API::Component const& component,
     auto const count = static_cast<std::size_t>(layout->count(d));
     std::vector<std::uint64_t> plain(count, ~std::uint64_t{0});
     tbb::parallel_for(std::size_t{0}, count, [&](std::size_t slot) {
-      auto const coord = layout->coord(d, static_cast<std::int32_t>(slot));
-      auto const box = SourceField::Box::cube(coord.i, coord.j, coord.k, shape.tileExtent(d));
+      auto const number = static_cast<std::int32_t>(slot);
       bool const same = std::all_of(fields.begin(), fields.end(), [&](SourceField const& field) {
-        SourceField::Value value;
-        return field.uniform(box, value);
+        return field.uniformTile(d, number);
       });
-      if (same) plain[slot] = shape.order(coord, d);
+      if (same) plain[slot] = shape.order(layout->coord(d, number), d);
     });
     std::erase(plain, ~std::uint64_t{0});
     if (plain.empty()) continue;

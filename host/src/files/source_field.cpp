@@ -178,6 +178,19 @@ bool SourceField::uniform(Box const& box, Value& value) const {
   return within(box, root) || add(value, empty(), false);
 }
 
+bool SourceField::uniformTile(int depth, std::int32_t slot) const {
+  auto const* const values = channel_.values(depth, slot);
+  // Most tiles can be told by their first values.
+  if (depth == layout_.leafDepth() &&
+      std::memcmp(values, values + size(), (API::tileCells - 1) * size()) != 0) {
+    return false;
+  }
+  auto const coord = layout_.coord(depth, slot);
+  Value value;
+  return uniformIn(depth, slot, coord, Box::cube(coord.i, coord.j, coord.k, layout_.extent(depth)),
+                   value);
+}
+
 bool SourceField::uniformIn(int depth, std::int32_t slot, API::TileCoord const& coord,
                             Box const& box, Value& value) const {
   auto const mask = maskOf(depth, slot);
@@ -259,22 +272,44 @@ void SourceField::Window::fill(SourceField const& field, int depth, std::int32_t
   });
 }
 
-bool SourceField::Window::uniform(std::int64_t i, std::int64_t j, std::int64_t k,
-                                  Value& value) const {
-  // Steps that visit the two or three cells along an axis of eight voxels.
-  constexpr int steps[3] = {0, 5, 7};
+SourceField::Window::Stretches SourceField::Window::stretches(int axis,
+                                                              std::int64_t v) const noexcept {
+  constexpr int edge = 8;
+  Stretches result;
+  for (int from = 0; from < edge;) {
+    auto const within = static_cast<int>((v + from - origin_) % width);
+    auto const length = std::min(width - within, edge - from);
+    result.parts[result.count++] = {cellAlong(axis, v + from), from, within, length};
+    from += length;
+  }
+  return result;
+}
+
+bool SourceField::Window::uniform(Stretches const& i, Stretches const& j, Stretches const& k,
+                                  Value& value) const noexcept {
+  // Bytes by hand: a call for each pair of values takes longer than all the rest.
+  auto const differ = [size = size_](std::byte const* a, std::byte const* b) {
+    std::uint32_t difference = 0;
+    for (std::size_t at = 0; at < size; at += 4) {
+      std::uint32_t left, right;
+      std::memcpy(&left, a + at, 4);
+      std::memcpy(&right, b + at, 4);
+      difference |= left ^ right;
+    }
+    return difference != 0;
+  };
   std::byte const* last = nullptr;
-  for (int z : steps) {
-    for (int y : steps) {
-      for (int x : steps) {
-        auto const& cell = at(i + x, j + y, k + z);
+  for (auto const& z : k) {
+    for (auto const& y : j) {
+      for (auto const& x : i) {
+        auto const& cell = at(x, y, z);
         if (cell.leaf) return false;
         if (cell.values == last) continue;
         last = cell.values;
         bool const active = cell.mask.test(0);
         if (value.bytes == nullptr) {
           value = {cell.values, active};
-        } else if (value.active != active || std::memcmp(value.bytes, cell.values, size_) != 0) {
+        } else if (value.active != active || differ(value.bytes, cell.values)) {
           return false;
         }
       }

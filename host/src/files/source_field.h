@@ -60,6 +60,8 @@ class SourceField {
 
   /// Whether a box holds one value and state throughout; `value` says which.
   bool uniform(Box const& box, Value& value) const;
+  /// The same for the voxels of a tile.
+  bool uniformTile(int depth, std::int32_t slot) const;
 
   Box everything() const noexcept;
 
@@ -85,22 +87,34 @@ class SourceField {
    public:
     Window(SourceField const& field, Box const& box);
 
-    /// What covers a cube of eight voxels: true and the value if it is uniform
-    /// without a look at voxels; false if voxels have to be gathered.
-    bool uniform(std::int64_t i, std::int64_t j, std::int64_t k, Value& value) const;
-
     struct Cell {
       std::byte const* values = nullptr;  ///< 125 of a leaf tile, or the one of a coarse cell
       CellMask mask;                      ///< of a leaf; a coarse cell has all or nothing
       bool leaf = false;
     };
-    /// The cell of a voxel of the box.
-    Cell const& at(std::int64_t i, std::int64_t j, std::int64_t k) const noexcept {
-      return cells_[static_cast<std::size_t>(
-          (cellAlong(2, k) * count_[1] + cellAlong(1, j)) * count_[0] + cellAlong(0, i))];
+    /// A stretch of a block's voxels along an axis that lies in one cell.
+    struct Stretch {
+      std::int64_t cell = 0;
+      int from = 0;    ///< where it starts in the block
+      int within = 0;  ///< and in the cell
+      int length = 0;
+    };
+    /// The two or three stretches of a block of eight voxels from `v` on.
+    struct Stretches {
+      std::array<Stretch, 3> parts;
+      std::size_t count = 0;
+      Stretch const* begin() const noexcept { return parts.data(); }
+      Stretch const* end() const noexcept { return parts.data() + count; }
+    };
+    Stretches stretches(int axis, std::int64_t v) const noexcept;
+    /// What covers a block: true and the value if it is uniform without a look
+    /// at voxels; false if voxels have to be gathered.
+    bool uniform(Stretches const& i, Stretches const& j, Stretches const& k,
+                 Value& value) const noexcept;
+
+    Cell const& at(Stretch const& i, Stretch const& j, Stretch const& k) const noexcept {
+      return cells_[static_cast<std::size_t>((k.cell * count_[1] + j.cell) * count_[0] + i.cell)];
     }
-    /// Position of voxel `v` within its cell along an axis.
-    int within(std::int64_t v) const noexcept { return static_cast<int>((v - origin_) % 5); }
 
    private:
     std::int64_t cellAlong(int axis, std::int64_t v) const noexcept {

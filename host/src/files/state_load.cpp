@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "core/channel_item.h"
+#include "core/layout_item.h"
 #include "files/keys.h"
 #include "velmorapi/component.h"
 #include "velmorapi/layout.h"
@@ -105,14 +107,20 @@ class PlannedTiles {
   std::vector<PlannedTile>& level(int d) { return levels_[d]; }
   int depth() const { return shape_.depth; }
 
-  /// Makes the tiles in a layout; finds the index of each.
-  void make(API::Layout const& layout) {
-    auto const accessor = layout.tileAccessor();
-    for (int d = 0; d < shape_.depth; ++d) {
-      for (auto& tile : levels_[d]) tile.index = accessor.addTile(tile.coord, d);
+  /// Makes the tiles in a layout without any; finds the index of each.
+  void make(API::LayoutItem& layout) {
+    if (layout.leafDepth() != shape_.depth || layout.centred() != (shape_.centred != 0)) {
+      throw Failure{"its tiles are those of another layout"};
     }
-    auto& leaves = levels_[shape_.depth];
-    for (auto& tile : leaves) tile.index = accessor.addTile(tile.coord, shape_.depth);
+    for (int d = 0; d <= shape_.depth; ++d) {
+      for (auto& tile : levels_[d]) {
+        auto const slot =
+            d == 0 ? layout.addRoot()
+                   : layout.addChild(d - 1, levels_[d - 1][tile.parent].index.slot, tile.cell);
+        if (slot < 0) throw std::bad_alloc();
+        tile.index = {slot, d};
+      }
+    }
   }
 
  private:
@@ -293,7 +301,7 @@ class Loader {
       made.push_back(makeChannel(component, *channel));
       setBackground(made.back(), *channel);
     }
-    planned.make(component.layout());
+    planned.make(*API::itemAs<API::LayoutItem>(component.layout()));
     for (std::size_t c = 0; c < channels.size(); ++c) {
       fillChannel(image_, *channels[c], planned, made[c]);
       setCoarseCells(image_, *channels[c], made[c]);

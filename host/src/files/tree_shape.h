@@ -36,13 +36,18 @@ struct TreeShape {
   /// Where a tile stands among all tiles of its level in tree order: one
   /// base-125 digit per level, coarse first. The tile must lie in the root.
   constexpr std::uint64_t order(API::TileCoord const& tile, int level) const noexcept {
-    std::uint64_t key = 0;
-    auto i = tile.i - rootOrigin(), j = tile.j - rootOrigin(), k = tile.k - rootOrigin();
+    // Finest digit first: five is then the only divisor but one.
+    auto const extent = static_cast<std::uint32_t>(tileExtent(level));
+    auto const place = [&](std::int32_t v) {
+      return (static_cast<std::uint32_t>(v) - static_cast<std::uint32_t>(rootOrigin())) / extent;
+    };
+    constexpr std::uint32_t five = width;
+    auto i = place(tile.i), j = place(tile.j), k = place(tile.k);
+    std::uint64_t key = 0, unit = 1;
     for (int d = 0; d < level; ++d) {
-      auto const extent = cellExtent(d);
-      key = key * cells +
-            static_cast<std::uint64_t>((k / extent * width + j / extent) * width + i / extent);
-      i %= extent, j %= extent, k %= extent;
+      key += unit * ((k % five * five + j % five) * five + i % five);
+      unit *= cells;
+      i /= five, j /= five, k /= five;
     }
     return key;
   }

@@ -4,6 +4,7 @@
 #include <openvdb/io/io.h>
 
 #include <algorithm>
+#include <fstream>
 
 namespace Velmor::Host::Files {
 
@@ -13,8 +14,8 @@ constexpr std::int32_t mostGrids = 1 << 16;
 
 }  // namespace
 
-VdbArchive::VdbArchive(std::string const& path) : in_(path, std::ios::in | std::ios::binary) {
-  if (!in_) OPENVDB_THROW(openvdb::IoError, "cannot open the file");
+VdbArchive::VdbArchive(std::string const& path) : file_(path), in_(&file_) {
+  if (!file_.isOpen()) OPENVDB_THROW(openvdb::IoError, "cannot open the file");
   in_.exceptions(std::ios::badbit | std::ios::failbit);
   stream_.reset(new openvdb::io::StreamMetadata);
   openvdb::io::setStreamMetadataPtr(in_, stream_, /*transfer=*/false);

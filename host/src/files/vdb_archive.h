@@ -4,10 +4,12 @@
 #include <openvdb/io/GridDescriptor.h>
 #include <openvdb/openvdb.h>
 
-#include <fstream>
+#include <istream>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "files/file_reader.h"
 
 namespace Velmor::Host::Files {
 
@@ -42,7 +44,8 @@ class VdbArchive : public openvdb::io::Archive {
   void readStream(std::string const& path);
   bool separable() const;
 
-  std::ifstream in_;
+  FileReader file_;
+  std::istream in_;
   openvdb::SharedPtr<openvdb::io::StreamMetadata> stream_;
   openvdb::MetaMap metadata_;
   std::vector<VdbEntry> entries_;

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "core/mask_rows.h"
+#include "files/hot_loops.h"
 #include "files/vdb_voxels.h"
 #include "velmorhost/scene.h"
 
@@ -39,6 +41,7 @@ class VoxelDecoder {
   using Value = typename Tree::ValueType;
   using Leaf = typename Tree::LeafNodeType;
   using Upper = typename Tree::RootNodeType::ChildNodeType;
+  using Lower = typename Upper::ChildNodeType;
   using Accessor = openvdb::tree::ValueAccessor<Tree const>;
 
   static constexpr int width = TreeShape::width;
@@ -282,6 +285,9 @@ class VoxelDecoder {
       Leaf const* leaf = nullptr;
       Value value{};
       bool active = false;
+      /// Active bits of a leaf: a word for each y, with a byte for each z that
+      /// has the bits of a row along x, as cells have them.
+      std::array<std::uint64_t, leafEdge> rows;
     };
     openvdb::Coord origin;
     std::array<Region, edge * edge * edge> regions;
@@ -296,11 +302,39 @@ class VoxelDecoder {
           for (int z = 0; z <= last[2]; ++z) {
             auto& region = regions[static_cast<std::size_t>((x * edge + y) * edge + z)];
             auto const at = origin.offsetBy(x * leafEdge, y * leafEdge, z * leafEdge);
-            region.leaf = accessor.probeConstLeaf(at);
-            if (region.leaf == nullptr) region.active = accessor.probeValue(at, region.value);
+            // Without a look at the leaf itself: it is in no cache yet.
+            auto const* const node = accessor.template probeConstNode<Lower>(at);
+            auto const n = Lower::coordToOffset(at);
+            if (node != nullptr && node->getChildMask().isOn(n)) {
+              region.leaf = node->getTable()[n].getChild();
+            } else {
+              region.active = accessor.probeValue(at, region.value);
+            }
           }
         }
       }
+    }
+    /// Before voxels of leaves are read.
+    void prepare() {
+      for (auto const& region : regions) {
+        if (region.leaf != nullptr) prefetch(region.leaf, sizeof(Leaf));
+      }
+      for (auto& region : regions) {
+        if (region.leaf == nullptr) continue;
+        prefetch(region.leaf->buffer().data(), Leaf::SIZE * sizeof(Value));
+        region.rows = rowsOf(region.leaf->getValueMask());
+      }
+    }
+    static std::array<std::uint64_t, leafEdge> rowsOf(typename Leaf::NodeMaskType const& mask) {
+      std::array<std::uint64_t, leafEdge> rows{};
+      for (int x = 0; x < leafEdge; ++x) {
+        auto const plane = mask.template getWord<std::uint64_t>(static_cast<openvdb::Index>(x));
+        for (int y = 0; y < leafEdge; ++y) {
+          rows[static_cast<std::size_t>(y)] |= (plane >> (8 * y) & 255) << (8 * x);
+        }
+      }
+      for (auto& row : rows) row = transposed(row);
+      return rows;
     }
     Region const& at(int x, int y, int z) const {
       return regions[static_cast<std::size_t>((x * edge + y) * edge + z)];
@@ -322,37 +356,76 @@ class VoxelDecoder {
     return false;
   }
 
+  /// A stretch of a tile's voxels along an axis that lies in one region.
+  struct Stretch {
+    int region;
+    int from;    // where it starts in the tile
+    int within;  // and in the region
+    int length;
+  };
+  struct Stretches {
+    std::array<Stretch, 2> parts;
+    std::size_t count = 0;
+    explicit Stretches(int start) {
+      for (int from = 0; from < width;) {
+        auto const within = (start + from) % leafEdge;
+        auto const length = std::min(width - from, leafEdge - within);
+        parts[count++] = {(start + from) / leafEdge, from, within, length};
+        from += length;
+      }
+    }
+    Stretch const* begin() const noexcept { return parts.data(); }
+    Stretch const* end() const noexcept { return parts.data() + count; }
+  };
+
+  static void copyPart(Leaf const& leaf, Out* values, Stretch const& i, Stretch const& j,
+                       Stretch const& k) {
+    auto const* const from = leaf.buffer().data() + ((i.within << 6) | (j.within << 3) | k.within);
+    auto* const to = values + ((k.from * width + j.from) * width + i.from);
+    withConstant(i.length, [&](auto run) {
+      for (int z = 0; z < k.length; ++z) {
+        for (int y = 0; y < j.length; ++y) {
+          for (int x = 0; x < run; ++x) {
+            to[(z * width + y) * width + x] = Convert{}(from[(x << 6) + (y << 3) + z]);
+          }
+        }
+      }
+    });
+  }
+  static void fillPart(Out const& value, Out* values, Stretch const& i, Stretch const& j,
+                       Stretch const& k) {
+    for (int z = k.from; z < k.from + k.length; ++z) {
+      for (int y = j.from; y < j.from + j.length; ++y) {
+        std::fill_n(values + (z * width + y) * width + i.from, i.length, value);
+      }
+    }
+  }
+
   static void gather(Neighbourhood const& around, openvdb::Coord const& lo, Out* values,
                      std::uint64_t* mask) {
-    auto const from = lo - around.origin;
+    auto const start = lo - around.origin;
+    Stretches const is(start.x()), js(start.y()), ks(start.z());
     std::uint32_t planes[width] = {};
-    for (int i = 0; i < width; ++i) {
-      auto const x = from.x() + i;
-      for (int j = 0; j < width; ++j) {
-        auto const y = from.y() + j;
-        auto const column = j * width + i;
-        for (int k = 0; k < width;) {
-          auto const z = from.z() + k;
-          auto const run = std::min(width - k, leafEdge - (z & 7));
-          auto const& region = around.at(x >> 3, y >> 3, z >> 3);
+    for (auto const& k : ks) {
+      for (auto const& j : js) {
+        for (auto const& i : is) {
+          auto const& region = around.at(i.region, j.region, k.region);
           if (region.leaf != nullptr) {
-            auto const row = ((y & 7) << 3) | (z & 7);
-            auto const* const source = region.leaf->buffer().data() + (((x & 7) << 6) | row);
-            auto const bits = region.leaf->getValueMask().template getWord<std::uint64_t>(
-                                  static_cast<openvdb::Index>(x & 7)) >>
-                              row;
-            for (int n = 0; n < run; ++n) {
-              values[(k + n) * 25 + column] = Convert{}(source[n]);
-              planes[k + n] |= static_cast<std::uint32_t>((bits >> n) & 1u) << column;
-            }
+            copyPart(*region.leaf, values, i, j, k);
           } else {
-            auto const value = Convert{}(region.value);
-            for (int n = 0; n < run; ++n) {
-              values[(k + n) * 25 + column] = value;
-              planes[k + n] |= (region.active ? 1u : 0u) << column;
+            fillPart(Convert{}(region.value), values, i, j, k);
+            if (!region.active) continue;
+          }
+          auto const some = (1u << i.length) - 1;
+          for (int y = 0; y < j.length; ++y) {
+            auto const row = region.leaf != nullptr
+                                 ? region.rows[static_cast<std::size_t>(j.within + y)]
+                                 : ~std::uint64_t{0};
+            for (int z = 0; z < k.length; ++z) {
+              auto const bits = static_cast<std::uint32_t>(row >> (8 * (k.within + z) + i.within));
+              planes[k.from + z] |= (bits & some) << ((j.from + y) * width + i.from);
             }
           }
-          k += run;
         }
       }
     }
@@ -404,7 +477,8 @@ class VoxelDecoder {
     std::vector<std::uint64_t> kept(count + 1, 0);
     tbb::parallel_for(std::size_t{0}, count, [&](std::size_t t) {
       Accessor accessor(tree_);
-      Neighbourhood const around(accessor, here.tiles[t].coord);
+      Neighbourhood around(accessor, here.tiles[t].coord);
+      around.prepare();
       auto slot = first[t];
       for (int c = 0; c < cells; ++c) {
         if (!here.children[t].test(c)) continue;

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdint>
 
+#include "core/mask_rows.h"
 #include "levelset/field.h"
 
 namespace Velmor::Host {
@@ -18,23 +19,6 @@ void forBits(CellMask const& mask, Function const& function) {
       function(64 * w + std::countr_zero(bits));
     }
   }
-}
-
-/// The bits of a row of five cells of a mask; rows are numbered y + 5 z.
-inline unsigned rowOf(CellMask const& mask, int row) noexcept {
-  int const bit = row * API::tileWidth;
-  auto const low = bit < 64 ? mask.words[0] >> bit : mask.words[1] >> (bit - 64);
-  auto const high = bit < 64 && bit + API::tileWidth > 64 ? mask.words[1] << (64 - bit) : 0;
-  return static_cast<unsigned>((low | high) & 31u);
-}
-
-/// Adds bits to row (y, z) of a mask; of `bits` only the lowest five count.
-inline void setRow(CellMask& mask, int y, int z, unsigned bits) noexcept {
-  int const bit = API::cellOf(0, y, z);
-  auto const row = std::uint64_t{bits & 31u};
-  if (bit < 64) mask.words[0] |= row << bit;
-  if (bit >= 64) mask.words[1] |= row << (bit - 64);
-  if (bit < 64 && bit + API::tileWidth > 64) mask.words[1] |= row >> (64 - bit);
 }
 
 /// A mask of a tile and of the voxels beside it, as rows of seven bits from cell -1 to 5.
