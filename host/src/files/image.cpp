@@ -90,17 +90,18 @@ std::string Image::checkMetadata(Span const& span) const {
 }
 
 std::string Image::checkTiles(Span const& coords, int level) const {
-  auto const& shape = header().shape;
+  auto const shape = header().shape;  // a copy: nothing that is read below can change it
   if (!holds(coords, sizeof(API::TileCoord)) || (level > shape.depth && coords.count != 0)) {
     return "tiles out of bounds";
   }
   auto const extent = level > shape.depth ? 1 : shape.tileExtent(level);
+  auto const origin = shape.rootOrigin();
   auto const* const tiles = at<API::TileCoord>(coords);
   std::uint64_t previous = 0;
   for (std::uint64_t t = 0; t < coords.count; ++t) {
     auto const& c = tiles[t];
-    if (!shape.inRoot(c.i, c.j, c.k) || (c.i - shape.rootOrigin()) % extent != 0 ||
-        (c.j - shape.rootOrigin()) % extent != 0 || (c.k - shape.rootOrigin()) % extent != 0) {
+    if (!shape.inRoot(c.i, c.j, c.k) || (c.i - origin) % extent != 0 ||
+        (c.j - origin) % extent != 0 || (c.k - origin) % extent != 0) {
       return "a tile lies off the grid";
     }
     auto const order = shape.order(c, level);

@@ -83,11 +83,11 @@ class PlannedTiles {
       : shape_(image.header().shape) {
     for (int d = 0; d <= shape_.depth; ++d) {
       auto& tiles = levels_[d];
-      auto const add = [&](Span const& span) {
+      auto const add = [&, shape = shape_](Span const& span) {
         auto const* const coords = image.at<API::TileCoord>(span);
         tiles.reserve(tiles.size() + span.count);
         for (std::uint64_t t = 0; t < span.count; ++t) {
-          tiles.push_back({shape_.order(coords[t], d), coords[t], {}, 0, 0});
+          tiles.push_back({shape.order(coords[t], d), coords[t], {}, 0, 0});
         }
       };
       for (auto const* channel : channels) add(channel->levels[d].coords);

@@ -417,13 +417,14 @@ class VoxelDecoder {
             if (!region.active) continue;
           }
           auto const some = (1u << i.length) - 1;
+          auto const shift = 8 * k.within + i.within;
           for (int y = 0; y < j.length; ++y) {
-            auto const row = region.leaf != nullptr
-                                 ? region.rows[static_cast<std::size_t>(j.within + y)]
-                                 : ~std::uint64_t{0};
-            for (int z = 0; z < k.length; ++z) {
-              auto const bits = static_cast<std::uint32_t>(row >> (8 * (k.within + z) + i.within));
-              planes[k.from + z] |= (bits & some) << ((j.from + y) * width + i.from);
+            auto row = region.leaf != nullptr
+                           ? region.rows[static_cast<std::size_t>(j.within + y)] >> shift
+                           : ~std::uint64_t{0};
+            auto const column = (j.from + y) * width + i.from;
+            for (int z = 0; z < k.length; ++z, row >>= 8) {
+              planes[k.from + z] |= (static_cast<std::uint32_t>(row) & some) << column;
             }
           }
         }
