@@ -21,7 +21,8 @@ constexpr char const* exitCodes =
     "  3  input unreadable, or without the object, frame, channel or type asked for\n"
     "  4  mesh not closed; it is written all the same (see mesh --allow-open)\n"
     "  5  output not writable\n"
-    "  6  some frames of a sequence failed; the others are written\n";
+    "  6  frames of a sequence failed, one, some or all of them, whatever the reason; the\n"
+    "     others are written\n";
 
 }  // namespace
 

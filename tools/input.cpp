@@ -127,7 +127,9 @@ Selection Input::select(InputOptions const& options) const {
     fail("object '" + chosen.name +
          "' has several frames; choose one with --frame: " + frameList(chosen.frames));
   }
-  return {chosen.name, frameOrFirst(chosen, options.frame)};
+  auto const frame = frameOrFirst(chosen, options.frame);
+  return {chosen.name, frame,
+          !std::binary_search(chosen.frames.begin(), chosen.frames.end(), frame)};
 }
 
 API::String Input::query(Selection const& selection) const {
@@ -187,12 +189,24 @@ std::string typeName(API::DataType type) {
   return "none";
 }
 
+void listenTo(std::string const& name) {
+  auto read = Host::readOptions();
+  read.messagesAbout = name.substr(name.find('/') + 1);  // all of it without a '/'
+  Host::setReadOptions(read);
+}
+
 Json reportOf(Input const& input, Selection const& selection) {
   Json report;
   report["input"] = input.path();
   report["object"] = selection.object;
   report["frame"] = selection.frame;
+  report["every_frame"] = selection.everyFrame;
   return report;
+}
+
+std::string wordsFor(Selection const& selection) {
+  return selection.object + (selection.everyFrame ? ", all frames (one file)"
+                                                  : ", frame " + std::to_string(selection.frame));
 }
 
 std::optional<FoundChannel> findChannel(API::Object const& object, std::string const& name) {

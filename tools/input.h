@@ -30,7 +30,11 @@ struct CacheObject {
 struct Selection {
   std::string object;
   int frame = 0;
+  bool everyFrame = false;  ///< its file stands for every frame
 };
+
+/// "splash, frame 12", or "splash, all frames (one file)".
+std::string wordsFor(Selection const& selection);
 
 /// A cache file or folder given on the command line. Every problem is thrown as
 /// a `Failure` of code `Input` whose text lists what there is.
@@ -95,6 +99,10 @@ std::string channelHint(API::Object const& object, std::string const& name, API:
 
 /// "float", "float2", ... as users read it.
 std::string typeName(API::DataType type);
+
+/// Keeps warnings about other channels than `name` ("channel" or
+/// "component/channel") out of all loads from now on.
+void listenTo(std::string const& name);
 
 /// What the report on one frame of an input begins with.
 Json reportOf(Input const& input, Selection const& selection);

@@ -43,7 +43,8 @@ constexpr std::array<Kind, 12> kinds{{
     {"laplacian", "", 0, 0, "the mean of the six face neighbours less the voxel"},
     {"curvature", "", 0, 0, "a third of a level set's mean curvature, per voxel"},
     {"smooth", "laplacian|curvature:ITERATIONS:STEP", 3, 3,
-     "adds STEP times the Laplacian or the curvature, ITERATIONS times, in leaf tiles"},
+     "adds STEP times the Laplacian or the curvature, ITERATIONS times (up to 10000), in\n"
+     "leaf tiles"},
     {"ocean", "HEIGHT:CX,CZ:DX,DZ:RADIUS[:MASKNAME]", 4, 5,
      "joins a liquid with the plane y = HEIGHT over the rectangle of size DX,DZ around\n"
      "CX,CZ; MASKNAME keeps the mask of the ocean, which falls off over RADIUS at its\n"
@@ -235,6 +236,9 @@ Operator::Step bindSmooth(std::vector<std::string> const& arguments) {
   if (parsed.ec != std::errc() || parsed.ptr != count.data() + count.size()) {
     badValue("smooth", count, "a number of iterations");
   }
+  if (iterations > std::uint32_t{mostSmoothing}) {
+    badValue("smooth", count, "a number of iterations up to " + std::to_string(mostSmoothing));
+  }
   Smooth const filter(arguments[0] == "laplacian" ? Smooth::Laplacian : Smooth::Curvature,
                       iterations, static_cast<float>(parseNumber("smooth", arguments[2])));
   return [filter](API::VoxelChannel const& channel) { filter.filter(channel, channel); };
@@ -316,6 +320,8 @@ Operator::Operator(std::string text) : text_(std::move(text)) {
 bool Operator::isOcean() const { return name_ == "ocean"; }
 
 bool Operator::makesChannel() const { return name_ == "uvs"; }
+
+bool Operator::keepsDistance() const { return name_ != "laplacian" && name_ != "curvature"; }
 
 std::string Operator::maskName() const {
   return isOcean() && arguments_.size() == 5 ? arguments_[4] : std::string();

@@ -11,6 +11,10 @@
 
 namespace Velmor::Tool {
 
+/// The most passes of smoothing at a time. They reach across the square root of
+/// their number, so that more than these are a slip, and would run for hours.
+constexpr int mostSmoothing = 10'000;
+
 /// What operators work on.
 struct OperatorTarget {
   API::VoxelComponent component;
@@ -34,6 +38,8 @@ class Operator {
   bool isOcean() const;
   /// Whether it makes its channel if there is none.
   bool makesChannel() const;
+  /// Whether the result is a distance where the input is one.
+  bool keepsDistance() const;
   /// The mask channel that it leaves; empty if none.
   std::string maskName() const;
 

@@ -22,6 +22,7 @@ void choose(FoundChannel const& channel, Host::DistanceMode mode,
   read.distance = mode;
   read.distanceChannel = channel.channel;
   Host::setReadOptions(read);
+  listenTo(channel.channel);
   parameters.voxel_component = channel.component;
   parameters.distance_channel = channel.channel;
 }

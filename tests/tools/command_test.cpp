@@ -66,7 +66,8 @@ TEST_F(CommandTest, HelpListsVerbsAndExitCodes) {
   EXPECT_EQ(run.exit, 0);
   for (auto const* text :
        {"info", "mesh", "  0  success", "  1  any other", "  2  wrong usage",
-        "  3  input unreadable", "  4  mesh not closed", "  5  output not writable"}) {
+        "  3  input unreadable", "  4  mesh not closed", "  5  output not writable",
+        "  6  frames of a sequence failed, one, some or all"}) {
     EXPECT_NE(run.out.find(text), std::string::npos) << text;
   }
   EXPECT_NE(runCommand({"mesh", "--help"}).out.find("5  output not writable"), std::string::npos);
@@ -112,6 +113,59 @@ TEST_F(CommandTest, WhatIsNoNumberIsWrongUsage) {
                             "--voxel-size", "nan"}),
                 2, "--voxel-size is not a number");
   EXPECT_FALSE(std::filesystem::exists(out("a.png")));
+}
+
+TEST_F(CommandTest, ParticlesAreDrawnAsSpheresOnRequest) {
+  auto const run = runCommand(
+      {"render", one(), "--spheres", "1.5", "--size", "40x30", "-o", out("a.png"), "--json"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  auto const report = Json::parse(run.out);
+  EXPECT_EQ(report["as"], "spheres");
+  EXPECT_EQ(report["component"], "particle");
+  EXPECT_EQ(report["spheres"], 2);
+  EXPECT_GT(report["covered"], 0.05);
+  // The camera that framed them takes the same picture again.
+  auto const place = [](Json const& at) {
+    std::string text = at[0].dump();
+    for (std::size_t a = 1; a < 3; ++a) text.append(",").append(at[a].dump());
+    return text;
+  };
+  ASSERT_EQ(runCommand({"render", one(), "--spheres", "1.5", "--size", "40x30", "-o", out("b.png"),
+                        "--eye=" + place(report["eye"]), "--target=" + place(report["target"])})
+                .exit,
+            0);
+  EXPECT_EQ(readFile(out("a.png")), readFile(out("b.png")));
+}
+
+TEST_F(CommandTest, SpheresNeedParticlesAndNothingThatDescribesChannels) {
+  auto const render = [this](std::vector<std::string> more) {
+    more.insert(more.begin(), {"render", cache(), "--object", "drop", "-o", out("a.png")});
+    return runCommand(more);
+  };
+  expectFailure(render({"--spheres", "1"}), 3, "object 'drop' has no particles for --spheres");
+  expectFailure(render({"--spheres", "1", "--channel", "distance"}), 2, "--spheres");
+  expectFailure(render({"--spheres", "1", "--shade", "density"}), 2, "--spheres are no fog");
+  for (auto const* radius : {"0", "-1", "nan", "inf"}) {
+    expectFailure(render({"--spheres", radius}), 2, "--spheres");
+  }
+  EXPECT_TRUE(outputs().empty());
+}
+
+TEST_F(CommandTest, WarnsOfNoOtherChannelThanTheOneInUse) {
+  auto const path = std::string(VELMOR_SHARED_DATA) + "/c42-gas-cache/fluid_data_0001.vdb";
+  if (!std::filesystem::exists(path)) GTEST_SKIP() << "no data beside the project";
+  auto const warnings = [](Velmor::Test::Run const& run) {
+    return Json::parse(run.out)["warnings"].size();
+  };
+  EXPECT_EQ(warnings(runCommand({"render", path, "--channel", "density", "--size", "8x8", "-o",
+                                 out("a.png"), "--json"})),
+            0u);
+  auto const mesh =
+      runCommand({"mesh", path, "--channel", "phi_obstacle", "-o", out("a.ply"), "--json"});
+  EXPECT_EQ(warnings(mesh), 1u) << mesh.err;
+  EXPECT_NE(mesh.err.find("Level set 'phi_obstacle'"), std::string::npos) << mesh.err;
+  // Who wants to know what is in a file is told everything.
+  EXPECT_GE(warnings(runCommand({"info", path, "--json"})), 4u);
 }
 
 TEST_F(CommandTest, AnObjectMustBeNamedWhereThereAreSeveral) {

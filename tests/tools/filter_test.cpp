@@ -68,6 +68,27 @@ class FilterCommand : public testing::Test {
   Scene scene = sphereScene(8.f, Vec3(0.f), 0.1f);
 };
 
+TEST_F(FilterCommand, ReportsAFileForAllFramesAsSuch) {
+  auto const json = filter({"--channel", "distance", "--op", "offset:0", "--json"});
+  EXPECT_EQ(nlohmann::json::parse(json.out)["every_frame"], true);
+  auto const text = filter({"--channel", "distance", "--op", "offset:0"}).out;
+  EXPECT_NE(text.find(", all frames (one file)\n"), std::string::npos) << text;
+  EXPECT_EQ(text.find("frame 0"), std::string::npos) << text;
+}
+
+TEST_F(FilterCommand, WarnsOfASurfaceThatIsGone) {
+  auto const warns = [this](std::vector<std::string> const& rest) {
+    auto const run = filter(rest);
+    EXPECT_EQ(run.exit, 0) << run.err;
+    return run.err.find("no surface is left: '") != std::string::npos;
+  };
+  EXPECT_TRUE(warns({"--channel", "distance", "--op", "dilate:1e30"}));
+  EXPECT_TRUE(warns({"--channel", "distance", "--op", "erode:2", "--into", "less"}));
+  EXPECT_FALSE(warns({"--channel", "distance", "--op", "dilate:0.1"}));
+  EXPECT_FALSE(warns({"--channel", "density", "--op", "offset:7"})) << "no level set";
+  EXPECT_FALSE(warns({"--channel", "distance", "--op", "curvature"})) << "not meant as a distance";
+}
+
 TEST_F(FilterCommand, RunsOperatorsInTheOrderGivenAndKeepsEverythingElse) {
   auto const run = filter({"--channel", "distance", "--op", "dilate:0.05", "--op", "scale:2",
                            "--op", "mean", "--json"});
@@ -181,6 +202,8 @@ TEST_F(FilterCommand, RefusesWhatCannotBeMeantAndWritesNothing) {
       {{"--channel", "distance", "--op", "smoth:laplacian:1:1"}, 2, "did you mean 'smooth'?"},
       {{"--channel", "distance", "--op", "smooth:laplcian:1:1"}, 2, "'laplacian'"},
       {{"--channel", "distance", "--op", "smooth:laplacian:-1:1"}, 2, "iterations"},
+      {{"--channel", "distance", "--op", "smooth:laplacian:10001:1"}, 2, "up to 10000"},
+      {{"--channel", "distance", "--op", "smooth:laplacian:1000000000:1"}, 2, "up to 10000"},
       {{"--channel", "distance", "--op", "offset"}, 2, "is written offset:V"},
       {{"--channel", "distance", "--op", "mean:3"}, 2, "is written mean"},
       {{"--channel", "distance", "--op", "offset:nan"}, 2, "is not a number"},

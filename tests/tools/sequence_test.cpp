@@ -233,6 +233,19 @@ TEST_F(SequenceTest, WarnsOfAPictureOfNothing) {
   EXPECT_EQ(towards.err.find("sees nothing"), std::string::npos) << towards.err;
 }
 
+TEST_F(SequenceTest, WarnsOfAMeshOfNothingUnlessThereAreNoParticles) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  auto const gone = surface({"--mesh", at("m.ply"), "--erode", "1e30"});
+  EXPECT_EQ(gone.exit, 0) << gone.err;
+  EXPECT_NE(gone.err.find("m.ply: there is no surface"), std::string::npos) << gone.err;
+  writeFile(at("p.0001.csv"), "x,y,z\n");
+  ASSERT_EQ(import({"--voxel-size", "0.1"}).exit, 0);
+  auto const empty = surface({"--mesh", at("m.ply")});
+  EXPECT_EQ(empty.exit, 0) << empty.err;
+  EXPECT_EQ(empty.err.find("no surface"), std::string::npos) << empty.err;
+}
+
 TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);
@@ -270,6 +283,7 @@ TEST_F(SequenceTest, WrongUsageIsToldBeforeAnyWork) {
   EXPECT_EQ(surface({"--frames", "1-", "--mesh", at("m.#.ply")}).exit, 2);
   EXPECT_EQ(surface({"--mesh", at("m.#.fbx")}).exit, 2);
   EXPECT_EQ(surface({"--mesh", at("none/m.#.ply")}).exit, 5);
+  EXPECT_EQ(surface({"--mesh", at("m.#.ply"), "--smooth-iterations", "1000000000"}).exit, 2);
   EXPECT_EQ(runCommand({"import", at("p.####.csv"), "--object", "a/b", "--cache", at("c")}).exit,
             2);
   EXPECT_EQ(runCommand({"import", at("q.####.csv"), "--object", "a", "--cache", at("c")}).exit, 3);

@@ -10,7 +10,7 @@ double length(Vec3d const& v) { return std::sqrt(dot(v, v)); }
 Vec3d normalized(Vec3d const& v) { return v * (1. / length(v)); }
 
 Camera::Camera(Vec3d const& eye, Vec3d const& target, double fovDegrees)
-    : eye_(eye), halfHeight_(std::tan(fovDegrees * std::numbers::pi / 360.)) {
+    : eye_(eye), target_(target), halfHeight_(std::tan(fovDegrees * std::numbers::pi / 360.)) {
   backward_ = normalized(eye - target);
   // Straight up or down there is no horizon; z then points to the lower edge.
   bool const upright = std::abs(backward_.y) < 0.999999;

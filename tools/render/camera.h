@@ -35,6 +35,8 @@ class Camera {
   static Camera framing(Box const& box, double fovDegrees, double aspect);
 
   Vec3d const& eye() const { return eye_; }
+  /// The place that the middle of the image shows.
+  Vec3d const& target() const { return target_; }
   /// From the target back to the eye, length 1.
   Vec3d const& backward() const { return backward_; }
   Vec3d const& right() const { return right_; }
@@ -44,7 +46,7 @@ class Camera {
   Vec3d direction(double u, double v, double aspect) const;
 
  private:
-  Vec3d eye_, backward_, right_, up_;
+  Vec3d eye_, target_, backward_, right_, up_;
   double halfHeight_;  // of the image plane at distance 1
 };
 

@@ -39,20 +39,53 @@ API::Layout ringed(API::VoxelChannel const& channel) {
   return layout;
 }
 
-double largestValue(API::VoxelChannel const& channel) {
+// Calls `use(value, cell)` with each value above 0 in leaf tiles and with where it is.
+template <class Use>
+void forEachFoggy(API::VoxelChannel const& channel, Use&& use) {
   API::Layout const layout(channel.layout());
+  auto const accessor = layout.tileAccessor();
   int const leaf = layout.maxDepth();
-  double largest = 0.;
-  for (auto i = layout.tileIterator(leaf, leaf, API::TraversalMode::Serial); i.valid(); i.next()) {
-    auto const data = channel.tileData<float>(i.index());
-    for (std::size_t e = 0; e < data.count; ++e) {
-      if (std::isfinite(data.data[e])) largest = std::max(largest, double{data.data[e]});
+  for (auto at = layout.tileIterator(leaf, leaf, API::TraversalMode::Serial); at.valid();
+       at.next()) {
+    auto const data = channel.tileData<float>(at.index());
+    if (data.data == nullptr) continue;
+    auto const tile = accessor.tile(at.index());
+    int const width = tile.info().extent;
+    for (int k = 0; k < width; ++k) {
+      for (int j = 0; j < width; ++j) {
+        for (int i = 0; i < width; ++i) {
+          float const value = data.data[data.offset(i, j, k)];
+          if (!(value > 0.f) || !std::isfinite(value)) continue;
+          auto const first = tile.coord();
+          use(double{value}, Vec3d(first.i + i, first.j + j, first.k + k));
+        }
+      }
     }
   }
+}
+
+double largestValue(API::VoxelChannel const& channel) {
+  double largest = 0.;
+  forEachFoggy(channel,
+               [&largest](double value, Vec3d const&) { largest = std::max(largest, value); });
   return largest;
 }
 
 }  // namespace
+
+Box reachOfFog(API::VoxelChannel const& density) {
+  double const voxel = API::Layout(density.layout()).voxelScale();
+  constexpr double far = std::numeric_limits<double>::max();
+  Box box{{far, far, far}, {-far, -far, -far}};
+  forEachFoggy(density, [&](double, Vec3d const& cell) {
+    for (int a = 0; a < 3; ++a) {
+      // The sampler spreads a value over the voxels beside it.
+      box.min[a] = std::min(box.min[a], (cell[a] - 1.) * voxel);
+      box.max[a] = std::max(box.max[a], (cell[a] + 2.) * voxel);
+    }
+  });
+  return box;
+}
 
 FogTracer::FogTracer(API::VoxelChannel const& density, Vec3d const& light)
     : field_(density), light_(toFloat(light)) {

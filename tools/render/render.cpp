@@ -12,6 +12,7 @@
 #include "processing/intersector.h"
 #include "processing/sampler.h"
 #include "render/fog_tracer.h"
+#include "render/spheres.h"
 
 namespace Velmor::Render {
 
@@ -122,13 +123,12 @@ Image castRays(Tracer const& prototype, Camera const& camera, Settings const& se
   return image;
 }
 
-}  // namespace
-
-Image renderSurface(API::VoxelChannel const& distance, API::Layout const& accel,
-                    Camera const& camera, Settings const& settings, Progress const& progress) {
-  SurfaceTracer const prototype(distance, accel);
+// A picture of what a tracer's rays hit first.
+template <class Tracer>
+Image castHits(Tracer const& prototype, Camera const& camera, Settings const& settings,
+               Progress const& progress) {
   return castRays(prototype, camera, settings, progress,
-                  [&](SurfaceTracer& tracer, Vec3d const& origin, Vec3d const& direction) {
+                  [&](Tracer& tracer, Vec3d const& origin, Vec3d const& direction) {
                     Shot shot;
                     Hit const hit = tracer.trace(origin, direction);
                     if (!hit.found) return shot;
@@ -137,6 +137,18 @@ Image renderSurface(API::VoxelChannel const& distance, API::Layout const& accel,
                     shot.colour = shade(hit, camera, settings.shading);
                     return shot;
                   });
+}
+
+}  // namespace
+
+Image renderSurface(API::VoxelChannel const& distance, API::Layout const& accel,
+                    Camera const& camera, Settings const& settings, Progress const& progress) {
+  return castHits(SurfaceTracer(distance, accel), camera, settings, progress);
+}
+
+Image renderSpheres(API::PointComponent const& points, double radius, Camera const& camera,
+                    Settings const& settings, Progress const& progress) {
+  return castHits(SphereTracer(points, radius), camera, settings, progress);
 }
 
 Image renderFog(API::VoxelChannel const& density, Camera const& camera, Settings const& settings,

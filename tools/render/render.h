@@ -71,4 +71,8 @@ Image renderFog(API::VoxelChannel const& density, Camera const& camera, Settings
 /// layout's root; empty without tiles.
 Box reachOf(API::Layout const& layout);
 
+/// The box of the finite values above 0 in a channel's leaf tiles, widened by a
+/// voxel: what a picture of fog shows; empty without any.
+Box reachOfFog(API::VoxelChannel const& density);
+
 }  // namespace Velmor::Render

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "channel_edits.h"
+#include "channel_stats.h"
 #include "command.h"
 #include "operators.h"
 #include "output.h"
@@ -68,6 +69,16 @@ void widenForOcean(Session& session, API::VoxelChannel const& channel, std::stri
   session.note(text.str());
 }
 
+// Whether a float channel is a level set with both an inside and an outside.
+bool hasSurface(API::VoxelChannel const& channel) {
+  if (channel.dataType() != API::DataType::Float ||
+      Host::fieldClass(channel) != Host::FieldClass::LevelSet) {
+    return false;
+  }
+  auto const stats = voxelStats(channel);
+  return stats.min[0] <= 0. && stats.max[0] > 0.;
+}
+
 void checkMasks(std::vector<Operator> const& operators, std::string const& into,
                 API::Component const& component) {
   std::vector<std::string> taken;
@@ -127,9 +138,16 @@ void run(Session& session, FilterOptions const& options) {
   if (std::any_of(operators.begin(), operators.end(), [](auto const& o) { return o.isOcean(); })) {
     widenForOcean(session, channel, input.path());
   }
+  bool const surface = std::all_of(operators.begin(), operators.end(),
+                                   [](auto const& each) { return each.keepsDistance(); }) &&
+                       hasSurface(channel);
   {
     KeptChannels const kept(component);
     for (auto const& step : steps) step(channel);
+  }
+  if (surface && !hasSurface(channel)) {
+    session.warn(input.path() + ": no surface is left: '" + channel.name().str() +
+                 "' crosses zero nowhere");
   }
   times.end("filter");
   writeCache(object, options.output);
@@ -145,7 +163,7 @@ void run(Session& session, FilterOptions const& options) {
   report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
-  text << "object     " << selection.object << ", frame " << selection.frame << '\n'
+  text << "object     " << wordsFor(selection) << '\n'
        << "channel    " << component.name().str() << '/' << channel.name().str() << ", "
        << typeName(target.type) << '\n'
        << "operators ";

@@ -68,7 +68,7 @@ void run(Session& session, MeshOptions const& options) {
 
   std::ostringstream text;
   text.imbue(std::locale::classic());
-  text << "object      " << selection.object << ", frame " << selection.frame << '\n'
+  text << "object      " << wordsFor(selection) << '\n'
        << "channel     " << channel.component << '/' << channel.channel << '\n';
   if (!mode.empty()) {
     text << "distance    " << mode << (reason.empty() ? "" : ": " + reason) << '\n';

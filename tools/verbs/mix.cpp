@@ -141,7 +141,7 @@ void run(Session& session, MixOptions const& options) {
   report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
-  text << "object   " << selection.object << ", frame " << selection.frame << '\n'
+  text << "object   " << wordsFor(selection) << '\n'
        << "channel  " << a.component.name().str() << '/' << out.channel.name().str() << ", "
        << typeName(out.channel.dataType()) << '\n'
        << "seconds  " << times.text() << '\n'

@@ -1,10 +1,12 @@
 #include "render/render.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iomanip>
 #include <locale>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 #include "command.h"
@@ -12,6 +14,7 @@
 #include "output.h"
 #include "processing/volume.h"
 #include "progress.h"
+#include "render/spheres.h"
 #include "stopwatch.h"
 #include "surface_input.h"
 #include "velmorhost/scene.h"
@@ -29,6 +32,7 @@ struct RenderOptions {
   InputOptions input;
   std::string channel;
   ViewOptions view;
+  std::optional<double> spheres;  // their radius in voxels
   Host::DistanceMode distance = Host::DistanceMode::Auto;
   std::string output;
 };
@@ -38,13 +42,50 @@ struct Subject {
   LoadedSurface surface;
   std::unique_ptr<Processing::Volume> volume;
   API::VoxelChannel density;
+  API::PointComponent points;
   FoundChannel channel;
   std::array<double, 3> origin{};
+  double radius = 0.;
 
-  API::Layout layout() const {
-    return volume != nullptr ? API::Layout(density.layout()) : surface.surface->accel();
+  char const* kind() const {
+    if (points.valid()) return "spheres";
+    return volume != nullptr ? "fog" : "surface";
+  }
+  Render::Box reach() const {
+    if (points.valid()) return Render::reachOf(points, radius);
+    return volume != nullptr ? Render::reachOfFog(density)
+                             : Render::reachOf(surface.surface->accel());
+  }
+  // Why there is nothing to be seen.
+  std::string nothing() const {
+    if (points.valid()) return "'" + channel.component + "' holds no particles";
+    return "'" + channel.channel + "' " +
+           (volume != nullptr ? "is above 0 nowhere" : "crosses zero nowhere");
+  }
+  Render::Image picture(Render::Camera const& camera, Render::Settings const& settings,
+                        Render::Progress const& progress) const {
+    if (points.valid()) return Render::renderSpheres(points, radius, camera, settings, progress);
+    if (volume != nullptr) return Render::renderFog(density, camera, settings, progress);
+    auto const& shown = *surface.surface;
+    return Render::renderSurface(shown.distance(), shown.accel(), camera, settings, progress);
   }
 };
+
+Subject spheresOf(Input const& input, Selection const& selection, double radius) {
+  auto const object = input.load(selection);
+  for (auto const& component : object.components()) {
+    API::PointComponent const points{API::Ref(component)};
+    if (!points.valid()) continue;
+    Subject subject;
+    subject.points = points;
+    subject.channel = {points.name().str(), "position"};
+    subject.origin = origin(points);
+    subject.radius = radius;
+    return subject;
+  }
+  throw Failure(ExitCode::Input, input.path(),
+                "object '" + selection.object + "' has no particles for --spheres");
+}
 
 Subject fogOf(Session& session, Input const& input, Selection const& selection,
               FoundChannel const& channel) {
@@ -75,9 +116,12 @@ Subject surfaceOf(Session& session, Input const& input, Selection const& selecti
 // Fog if it was asked for, or if that is what the channel is.
 Subject load(Session& session, Input const& input, Selection const& selection,
              RenderOptions const& options) {
+  if (options.spheres) return spheresOf(input, selection, *options.spheres);
   FoundChannel channel;
   {
-    // Only a loaded object tells what its channels are; a shape then loads its own.
+    // Only a loaded object tells what its channels are; a shape then loads its own,
+    // and what there is to say of it is said then.
+    listenTo(options.channel.empty() ? "distance" : options.channel);
     auto const object = input.load(selection);
     bool const asked = options.view.settings.shading == Render::Shading::Density;
     bool fog = false;
@@ -101,6 +145,7 @@ Subject load(Session& session, Input const& input, Selection const& selection,
     }
     if (!fog) return surfaceOf(session, input, selection, options);
   }
+  listenTo(channel.channel);
   return fogOf(session, input, selection, channel);
 }
 
@@ -118,9 +163,20 @@ char const* nameOf(Render::Shading shading) {
   return "";
 }
 
+void checkSpheres(RenderOptions const& options) {
+  if (!options.spheres) return;
+  if (!std::isfinite(*options.spheres) || *options.spheres <= 0.) {
+    throw Failure(ExitCode::Usage, "", "--spheres: a radius is a number above 0");
+  }
+  if (options.view.settings.shading == Render::Shading::Density) {
+    throw Failure(ExitCode::Usage, "", "--spheres are no fog: --shade density does not fit");
+  }
+}
+
 void run(Session& session, RenderOptions options) {
   auto const& format = imageFormat(options.output);
   checkView(options.view);
+  checkSpheres(options);
   if (isStandardOutput(options.output)) session.reportToStandardError();
   Times times;
   Input const input(options.input.path);
@@ -128,11 +184,10 @@ void run(Session& session, RenderOptions options) {
   checkOutput(options.output);
 
   auto const subject = load(session, input, selection, options);
-  auto const box = Render::reachOf(subject.layout());
+  auto const box = subject.reach();
   bool const fog = subject.volume != nullptr;
   if (isEmpty(box)) {
-    session.warn(input.path() + ": nothing to be seen: '" + subject.channel.channel + "' " +
-                 (fog ? "holds no voxels" : "crosses zero nowhere"));
+    session.warn(input.path() + ": nothing to be seen: " + subject.nothing());
   }
   if (fog && options.distance != Host::DistanceMode::Auto) {
     session.note(input.path() + ": '" + subject.channel.channel +
@@ -150,11 +205,8 @@ void run(Session& session, RenderOptions options) {
   Render::Image image;
   {
     Progress progress(session, "rendering");
-    auto const show = [&progress](double done) { progress.show(done); };
-    image = fog ? Render::renderFog(subject.density, camera, options.view.settings, show)
-                : Render::renderSurface(subject.surface.surface->distance(),
-                                        subject.surface.surface->accel(), camera,
-                                        options.view.settings, show);
+    image = subject.picture(camera, options.view.settings,
+                            [&progress](double done) { progress.show(done); });
   }
   double const renderSeconds = times.end("render");
   OutputFile out(options.output);
@@ -163,18 +215,21 @@ void run(Session& session, RenderOptions options) {
 
   double const rays =
       static_cast<double>(image.width) * image.height * options.view.settings.samples;
-  Vec3d const eye = camera.eye() + Vec3d(subject.origin[0], subject.origin[1], subject.origin[2]);
+  Vec3d const shift(subject.origin[0], subject.origin[1], subject.origin[2]);
+  Vec3d const eye = camera.eye() + shift, target = camera.target() + shift;
   double const covered = coverage(image);
   if (covered == 0. && !isEmpty(box)) session.warn(options.output + ": the camera sees nothing");
   times.end("write");
   Json report = reportOf(input, selection);
   report["component"] = subject.channel.component;
   report["channel"] = subject.channel.channel;
-  report["as"] = fog ? "fog" : "surface";
+  report["as"] = subject.kind();
+  if (subject.points.valid()) report["spheres"] = subject.points.elementCount();
   report["shade"] = nameOf(options.view.settings.shading);
   report["size"] = {image.width, image.height};
   report["samples"] = options.view.settings.samples;
   report["eye"] = {eye.x, eye.y, eye.z};
+  report["target"] = {target.x, target.y, target.z};
   report["covered"] = covered;
   report["output"] = options.output;
   report["format"] = format.name;
@@ -184,9 +239,9 @@ void run(Session& session, RenderOptions options) {
 
   std::ostringstream text;
   text.imbue(std::locale::classic());
-  text << "object    " << selection.object << ", frame " << selection.frame << '\n'
+  text << "object    " << wordsFor(selection) << '\n'
        << "channel   " << subject.channel.component << '/' << subject.channel.channel << ", as "
-       << (fog ? "fog" : "surface") << '\n'
+       << subject.kind() << '\n'
        << "size      " << image.width << " x " << image.height << ", "
        << options.view.settings.samples << " rays per pixel\n"
        << std::fixed << std::setprecision(1) << "covered   " << covered * 100. << " %\n"
@@ -206,6 +261,10 @@ void addRender(Command& command) {
                   "The channel, or component/channel: a distance is shown as a surface, anything "
                   "else as fog. If left out: the distance, or else the density")
       ->type_name("NAME");
+  verb.add_option("--spheres", options->spheres,
+                  "Show the particles instead, each as a sphere of this radius in their voxels")
+      ->excludes("--channel")
+      ->type_name("R");
   addView(verb, options->view);
   verb.add_option("--shade", options->view.settings.shading,
                   "matte: lit; normal: the normal as a colour; depth: the distance along the ray "

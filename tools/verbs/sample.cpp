@@ -130,6 +130,7 @@ void run(Session& session, SampleOptions const& options) {
   auto const selection = input.select(options.input);
   checkOutput(options.output);
   auto const positions = readPositions(options.points);
+  listenTo(options.channel);
   auto const object = input.load(selection);
   auto const source = findSource(object, options.channel, input.path());
   auto const type = source.sampler.dataType();
@@ -197,7 +198,7 @@ void run(Session& session, SampleOptions const& options) {
   report["seconds"] = times.json();
   std::ostringstream text;
   text.imbue(std::locale::classic());
-  text << "object    " << selection.object << ", frame " << selection.frame << '\n'
+  text << "object    " << wordsFor(selection) << '\n'
        << "channel   " << source.component.name().str() << '/' << options.channel << ", "
        << typeName(type) << '\n'
        << "points    " << count << '\n'

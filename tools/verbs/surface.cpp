@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <iomanip>
-#include <limits>
 #include <locale>
 #include <memory>
 #include <mutex>
@@ -14,7 +13,9 @@
 #include "frame_runner.h"
 #include "frames.h"
 #include "names.h"
+#include "operators.h"
 #include "output.h"
+#include "render/spheres.h"
 #include "stopwatch.h"
 #include "surface_input.h"
 #include "surface_keys.h"
@@ -60,6 +61,12 @@ class SurfaceSequence {
       setSurfaceValues(readSurfaceValues(options.params), options.params, parameters_);
     }
     setSurfaceValues(options.values, "", parameters_);
+    if (parameters_.smooth_iterations > mostSmoothing) {
+      throw Failure(ExitCode::Usage, "",
+                    "smooth_iterations: " + std::to_string(parameters_.smooth_iterations) +
+                        " passes are too many; there may be up to " +
+                        std::to_string(mostSmoothing));
+    }
     parameters_.cache_folder = input_.cacheFolder();
     auto const given = [&options](char const* key) { return options.values.count(key) > 0; };
     // Where the points make the surface, voxels are not missed.
@@ -69,6 +76,7 @@ class SurfaceSequence {
     read.distance = options.distance;
     read.distanceChannel = particles() ? "" : parameters_.distance_channel.str();
     Host::setReadOptions(read);
+    if (!particles()) listenTo(read.distanceChannel);
     if (!options.picture.empty() && options.view.eye.empty()) frameAll();
   }
 
@@ -154,7 +162,7 @@ class SurfaceSequence {
       API::VoxelComponent const voxels{API::Ref(component)};
       Box box{{1., 1., 1.}, {-1., -1., -1.}};
       if (particles() && points.valid()) {
-        box = boxOf(points);
+        box = Render::reachOf(points, static_cast<double>(parameters_.levelset_surface_radius));
       } else if (!particles() && voxels.valid()) {
         box = Render::reachOf(API::Layout(voxels.layout()));
       }
@@ -170,24 +178,6 @@ class SurfaceSequence {
       }
       framed_ = box;
     }
-  }
-
-  // The particles with their radii.
-  Box boxOf(API::PointComponent const& points) const {
-    constexpr double far = std::numeric_limits<double>::max();
-    Box box{{far, far, far}, {-far, -far, -far}};
-    auto const* const at = Host::pointData<orlen::Math::vec<3, float>>(
-        API::PointChannel(points.findChannel("position")));
-    if (at == nullptr) return box;
-    auto const size = static_cast<double>(API::Layout(points.layout()).voxelScale());
-    auto const reach = static_cast<double>(parameters_.levelset_surface_radius);
-    for (std::size_t p = 0; p < points.elementCount(); ++p) {
-      for (int a = 0; a < 3; ++a) {
-        box.min[a] = std::min(box.min[a], (static_cast<double>(at[p][a]) - reach) * size);
-        box.max[a] = std::max(box.max[a], (static_cast<double>(at[p][a]) + reach) * size);
-      }
-    }
-    return box;
   }
 
   int frameOf(int frame) const { return input_.frameOrFirst(object_, frame); }
@@ -218,6 +208,10 @@ class SurfaceSequence {
       outcome.report["triangles"] = made.mesh.triangles.count();
       outcome.report["open_edges"] = made.open;
       outcome.line = std::to_string(made.mesh.triangles.count()) + " triangles";
+      // Without particles there is nothing that could be missed.
+      if (made.mesh.triangles.empty() && !(particles() && surface.points().elementCount() == 0)) {
+        session_.warn(mesh_.path(outcome.frame) + ": there is no surface; the mesh is empty");
+      }
       if (made.open > 0) {
         std::lock_guard const lock(mutex_);
         open_.push_back(outcome.frame);

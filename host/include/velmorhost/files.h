@@ -22,6 +22,9 @@ enum class DistanceMode {
 struct ReadOptions {
   DistanceMode distance = DistanceMode::Keep;
   std::string distanceChannel;  ///< the channel it applies to; empty: all float level sets
+  /// The one channel whose grid is warned about where something in it is mended,
+  /// cut or skipped; empty: all.
+  std::string messagesAbout;
   bool isolate = true;  ///< decode in a helper process with limits; off only for trusted files
   std::size_t memoryLimit = std::size_t{16} << 30;  ///< bytes, of the helper
   double timeLimit = 600;                           ///< seconds, of the helper

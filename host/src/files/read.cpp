@@ -55,6 +55,7 @@ ReadRequest makeRequest(std::string const& path,
   request.voxels = load.voxels;
   request.distance = how.distance;
   request.distanceChannel = how.distanceChannel;
+  request.messagesAbout = how.messagesAbout;
   request.memoryLimit = how.memoryLimit;
   request.threads = threadCount();
   auto const settings = layoutSettings();

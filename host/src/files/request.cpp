@@ -66,7 +66,8 @@ template <class Visit, class Request>
 bool visitFields(Visit& visit, Request& r) {
   return visit(r.path) && visit(r.channels) && visit(r.clip) && visit(r.clipMin) &&
          visit(r.clipMax) && visit(r.points) && visit(r.voxels) && visit(r.distance) &&
-         visit(r.distanceChannel) && visit(r.memoryLimit) && visit(r.threads) && visit(r.shape);
+         visit(r.distanceChannel) && visit(r.messagesAbout) && visit(r.memoryLimit) &&
+         visit(r.threads) && visit(r.shape);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ struct ReadRequest {
   float clipMin[3] = {0, 0, 0}, clipMax[3] = {0, 0, 0};  ///< cache world units
   bool points = true, voxels = true;
   DistanceMode distance = DistanceMode::Keep;
-  std::string distanceChannel;
+  std::string distanceChannel, messagesAbout;
   std::uint64_t memoryLimit = 0;
   std::int32_t threads = 1;
   TreeShape shape;

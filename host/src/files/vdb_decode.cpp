@@ -101,9 +101,13 @@ class Decoder {
   }
 
  private:
+  void warnAbout(std::string const& channel, std::string const& text) {
+    if (request_.messagesAbout.empty() || request_.messagesAbout == channel) warn(text);
+  }
+
   void skip(std::string const& grid, std::string const& reason) {
     auto const text = "Grid '" + grid + "' of '" + request_.path + "' is skipped: " + reason;
-    warn(text);
+    warnAbout(grid, text);
     if (firstLoss_.empty()) firstLoss_ = text;
   }
 
@@ -170,7 +174,7 @@ class Decoder {
 
   void passOn(VdbLog& log, std::string const& grid) {
     for (auto const& line : log.take()) {
-      warn("Grid '" + grid + "' of '" + request_.path + "': " + line);
+      warnAbout(grid, "Grid '" + grid + "' of '" + request_.path + "': " + line);
     }
   }
 
@@ -259,8 +263,10 @@ class Decoder {
     decodeGrid(*grid, job, record);
     if (scale != 0) addKept(own, coarse, scale, record);
     if (job.cut) {
-      warn("Grid '" + wanted.entry->name + "' of '" + request_.path +
-           "' reaches beyond the voxels that a layout can hold; what lies there is left out");
+      warnAbout(
+          wanted.channel,
+          "Grid '" + wanted.entry->name + "' of '" + request_.path +
+              "' reaches beyond the voxels that a layout can hold; what lies there is left out");
     }
     channels_.push_back(record);
   }
@@ -301,8 +307,9 @@ class Decoder {
         treatDistance(distance, voxelSize, chosen ? request_.distance : DistanceMode::Keep, mended);
     grid = distance;
     if (mended) {
-      warn("Level set '" + wanted.entry->name + "' of '" + request_.path + "' has background " +
-           std::to_string(before) + "; +5 voxels is taken outside");
+      warnAbout(wanted.channel, "Level set '" + wanted.entry->name + "' of '" + request_.path +
+                                    "' has background " + std::to_string(before) +
+                                    "; +5 voxels is taken outside");
     }
     if (chosen) {
       record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);

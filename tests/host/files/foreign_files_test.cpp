@@ -301,6 +301,32 @@ TEST(ForeignFile, ALevelSetWithoutBackgroundGetsFiveVoxelsOutside) {
   EXPECT_EQ(loaded.channel("phi").tileData<float>(tile.index()).data[0], 1.f);
 }
 
+TEST(ForeignFile, WarningsMayBeAskedForOneChannelAlone) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/two.vdb";
+  openvdb::GridPtrVec grids;
+  for (auto const* name : {"one", "two"}) {
+    auto grid = openvdb::FloatGrid::create(0.f);
+    grid->setName(name);
+    grid->setGridClass(openvdb::GRID_LEVEL_SET);
+    grid->fill(openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(9)), -0.1f);
+    grids.push_back(grid);
+  }
+  writeGrids(file, grids);
+  for (bool const isolate : {false, true}) {
+    Host::ReadOptions how;
+    how.isolate = isolate;
+    EXPECT_EQ(load(file, how).warnings.size(), 2u);
+    how.messagesAbout = "two";
+    auto const warnings = load(file, how).warnings;
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_TRUE(mentions(warnings, "Level set 'two'"));
+    how.messagesAbout = "three";
+    EXPECT_TRUE(load(file, how).warnings.empty());
+  }
+}
+
 TEST(ForeignFile, OneGridOfAnUnknownTypeDoesNotLoseTheOthers) {
   openvdb::initialize();
   CacheFolder const folder;

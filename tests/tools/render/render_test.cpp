@@ -4,6 +4,7 @@
 #include <oneapi/tbb/global_control.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include "processing/bounds.h"
@@ -185,6 +186,30 @@ TEST(FogTracer, MeetsNothingBesideTheFog) {
   EXPECT_EQ(tracer.trace({0., 3., 10.}, {0., 0., -1.}).alpha, 0.);
   EXPECT_LT(tracer.trace({0., 3., 10.}, {0., 0., -1.}).where, 0.);
   EXPECT_EQ(tracer.trace({std::nan(""), 0., 0.}, {0., 0., -1.}).alpha, 0.);
+}
+
+TEST(ReachOfFog, IsThatOfTheValuesAboveZero) {
+  Velmor::Test::Scene scene;
+  auto const density = block(scene, 1.f);
+  // A solver writes its whole domain, most of it empty.
+  API::TileCoord const far{100, 100, 100};
+  Host::addLeafTiles(scene.layout, {far});
+  auto const tile = scene.layout.tileAccessor().index(far, 7);
+  auto const data = density.tileData<float>(tile);
+  data.data[0] = -1.f;
+  data.data[1] = std::nanf("");
+  data.data[2] = std::numeric_limits<float>::infinity();
+  auto const box = reachOfFog(density);
+  for (int a = 0; a < 3; ++a) {
+    EXPECT_NEAR(box.min[a], -0.6, 1e-6);
+    EXPECT_NEAR(box.max[a], 0.6, 1e-6);
+  }
+}
+
+TEST(ReachOfFog, IsEmptyWithoutFog) {
+  Velmor::Test::Scene scene;
+  auto const box = reachOfFog(block(scene, 0.f));
+  EXPECT_GT(box.min.x, box.max.x);
 }
 
 TEST(RenderFog, FillsThePictureWhereTheFogIs) {
