@@ -1,4 +1,5 @@
 // Prints the medians of benchmark results as tables, one per program.
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iomanip>
@@ -29,20 +30,34 @@ bool isMedian(Json const& run) {
 
 std::string nameOf(Json const& run) {
   auto name = run.value("run_name", run.value("name", std::string()));
-  auto const suffix = name.find("/real_time");
-  if (suffix != std::string::npos) name.erase(suffix, 10);
+  // How it was run, not what was.
+  for (std::string const how : {"/iterations:", "/repeats:", "/real_time"}) {
+    auto const at = name.find(how);
+    if (at == std::string::npos) continue;
+    name.erase(at, std::min(name.find('/', at + 1), name.size()) - at);
+  }
   return name;
 }
 
 // What google benchmark itself puts into a result; everything else is a counter.
 bool isOwnField(std::string const& key) {
-  static std::set<std::string> const own{
-      "name",          "family_index",    "per_family_instance_index",
-      "run_name",      "run_type",        "repetitions",
-      "threads",       "aggregate_name",  "aggregate_unit",
-      "iterations",    "real_time",       "cpu_time",
-      "time_unit",     "items_per_second", "bytes_per_second",
-      "repetition_index", "label"};
+  static std::set<std::string> const own{"name",
+                                         "family_index",
+                                         "per_family_instance_index",
+                                         "run_name",
+                                         "run_type",
+                                         "repetitions",
+                                         "threads",
+                                         "aggregate_name",
+                                         "aggregate_unit",
+                                         "iterations",
+                                         "real_time",
+                                         "cpu_time",
+                                         "time_unit",
+                                         "items_per_second",
+                                         "bytes_per_second",
+                                         "repetition_index",
+                                         "label"};
   return own.count(key) > 0;
 }
 

@@ -199,11 +199,26 @@ void openvdbRasterizeSmoothSpheres(benchmark::State& state) {
   finish(state, all, peak);
 }
 
+void common(benchmark::internal::Benchmark* bench) {
+  bench->UseRealTime()->Unit(benchmark::kMillisecond);
+}
 void sizes(benchmark::internal::Benchmark* bench) {
-  bench->ArgsProduct({{1000, 4000}, {8, 1}, {1}})->UseRealTime()->Unit(benchmark::kMillisecond);
+  common(bench);
+  bench->ArgsProduct({{1000, 4000}, {8, 1}, {1}});
+}
+void million(benchmark::internal::Benchmark* bench) {
+  common(bench);
+  bench->ArgsProduct({{1000}, {8, 1}, {1}});
+}
+// Minutes each: one run has to do, and is long enough.
+void fourMillionOnce(benchmark::internal::Benchmark* bench) {
+  common(bench);
+  bench->ArgsProduct({{4000}, {8, 1}, {1}})->Iterations(1)->Repetitions(1);
 }
 BENCHMARK(openvdbParticlesToSdf)->Apply(sizes);
-BENCHMARK(openvdbRasterizeSpheres)->Apply(sizes);
-BENCHMARK(openvdbRasterizeSmoothSpheres)->Apply(sizes);
+BENCHMARK(openvdbRasterizeSpheres)->Apply(million);
+BENCHMARK(openvdbRasterizeSmoothSpheres)->Apply(million);
+BENCHMARK(openvdbRasterizeSpheres)->Apply(fourMillionOnce);
+BENCHMARK(openvdbRasterizeSmoothSpheres)->Apply(fourMillionOnce);
 
 }  // namespace
