@@ -31,10 +31,10 @@ echo
 echo "velmor surface $place/liquid --object splash --render-component Particle ..."
 "$bin/velmor" surface "$place/liquid" --object splash --frames 1-48 \
   --render-component Particle --levelset-resolution-factor 2 --levelset-surface-radius 1.0 \
-  --levelset-droplet-radius 0.4 --smooth 0.5 --smooth-iterations 2 \
+  --levelset-droplet-radius 0.75 --smooth 0.5 --smooth-iterations 2 \
   --mesh "$place/surface/splash.####.ply" --normals --attributes velocity \
   --render "$place/surface/splash.####.png" --size 960x540 \
-  --eye 6.5,3.4,6.5 --target 1.9,0.75,0.8 --fov 30
+  --eye 6.5,3.4,6.5 --target 1.9,1.15,0.8 --fov 34
 "$bin/velmor-demo-animate" "$place/splash-animated.png" "$place"/surface/splash.*.png
 echo "The splash took $((SECONDS - started)) seconds."
 
