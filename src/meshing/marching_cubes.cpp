@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/bulk_calls.h"
 #include "core/tile_width.h"
 #include "meshing/cell_block.h"
 #include "meshing/marching_cubes_tables.h"
@@ -145,7 +146,7 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
   int const nx = xs.count() * res_ + 1, ny = ys.count() * res_ + 1, nz = zs.count() * res_ + 1;
   block_.place({nx, ny, nz}, {cellOf(origin.i, xs.first()), cellOf(origin.j, ys.first()),
                               cellOf(origin.k, zs.first())});
-  API::sampleGrid(sampler_, block_.samplePoints(), block_.values());
+  Bulk::sampleGrid(sampler_, block_.samplePoints(), block_.values());
   auto const corners = static_cast<std::size_t>(ny);
   positive_.resize(static_cast<std::size_t>(nx) * corners);
   float const* value = block_.values();
@@ -192,7 +193,7 @@ void MarchingCubesVisitor::meshVoxel(API::TileCoord const& origin, int x, int y,
   int const n = res_ + 1;
   block_.place({2, n, n}, {cellOf(origin.i, x), cellOf(origin.j, y), cellOf(origin.k, z)});
   auto const sampleLayer = [&](int i) {
-    API::sampleGrid(sampler_, block_.samplePoints(i), block_.values() + block_.at(i, 0, 0));
+    Bulk::sampleGrid(sampler_, block_.samplePoints(i), block_.values() + block_.at(i, 0, 0));
   };
   sampleLayer(0);
   for (int a = 0; a < res_; ++a) {

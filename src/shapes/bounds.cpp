@@ -6,8 +6,8 @@
 #include <limits>
 #include <vector>
 
+#include "core/bulk_calls.h"
 #include "core/tile_width.h"
-#include "velmorapi/bulk.h"
 #include "velmorapi/object_model.h"
 #include "velmorapi/state_server.h"
 
@@ -76,7 +76,7 @@ class SurfaceFinderVisitor final : public API::Visitor {
         }
       }
     }
-    API::addTiles(accel_, points_.data(), count, 7);
+    Bulk::addTiles(accel_, points_.data(), count, 7);
   }
 
  private:

@@ -2,7 +2,6 @@
 #include <cmath>
 
 #include "fakehost/items.h"
-#include "velmorapi/bulk.h"
 #include "velmorapi/halo.h"
 
 namespace Velmor::FakeHost {
@@ -223,16 +222,6 @@ void VoxelSampler::sampleValueAndGradient(orlen::Math::vec<3, float> const& posi
   gradient = script().gradient;
 }
 
-void sampleGrid(VoxelSampler const& sampler, SampleGrid const& grid, float* values) {
-  for (std::size_t a = 0; a < grid.xCount; ++a) {
-    for (std::size_t b = 0; b < grid.yCount; ++b) {
-      for (std::size_t c = 0; c < grid.zCount; ++c) {
-        *values++ = sampler.sample<float>({grid.x[a], grid.y[b], grid.z[c]});
-      }
-    }
-  }
-}
-
 struct HaloedCacheBase::State {
   Ref channel;
 };
@@ -296,12 +285,6 @@ TreeIndex TileAccessor::index(TileCoord const& voxel, int depth) const {
 TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {
   log("TileAccessor::addTile", voxel.i, voxel.j, voxel.k, depth);
   return FakeHost::addTile(Layout(layout_), depth, voxel);
-}
-void addTiles(Layout const& layout, TileCoord const* voxels, std::size_t count, int depth) {
-  auto const accessor = layout.tileAccessor();
-  for (std::size_t n = 0; n < count; ++n) {
-    for (int d = 0; d <= depth; ++d) accessor.addTile(voxels[n], d);
-  }
 }
 
 Layout::Layout(Ref const& ref) noexcept : StateServerItem(only<LayoutItem>(ref)) {}
