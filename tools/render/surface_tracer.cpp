@@ -24,6 +24,13 @@ Box reachOf(API::Layout const& layout) {
   return reach;
 }
 
+namespace {
+
+// More than the widest cells near a surface that the walk passes over.
+constexpr int mostStepsBack = 512;
+
+}  // namespace
+
 struct SurfaceTracer::Impl {
   Processing::Intersector tiles;
   Processing::Sampler field;
@@ -90,7 +97,7 @@ struct SurfaceTracer::Impl {
   bool lookBack(Vec3f const& origin, Vec3f const& direction, float from, float& t, float f,
                 bool outside) const {
     float b = t;
-    for (int n = 0; n < 20 && b > from; ++n) {
+    for (int n = 0; n < mostStepsBack && b > from; ++n) {
       float const a = std::max(b - step, from);
       float const fa = value(origin, direction, a);
       if ((fa > 0.f) == outside) {
@@ -121,9 +128,17 @@ Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
   auto const end = static_cast<float>(far - near);
   auto& tiles = impl_->tiles;
   tiles.init(o, d, 0.f, end);
+  auto i = tiles.next();
+  if (!i.valid()) {
+    // Once in millions of rays a border of coarse cells is met such that the walk
+    // ends at once. Not so a hair beside it.
+    float const aside = 1e-3f * impl_->step;
+    tiles.init(o + Vec3f(aside, -aside, aside), d, 0.f, end);
+    i = tiles.next();
+  }
   bool outside = impl_->value(o, d, 0.f) > 0.f;
   float behind = 0.f;  // where the interval before ended
-  for (auto i = tiles.next(); i.valid(); i = tiles.next()) {
+  for (; i.valid(); i = tiles.next()) {
     float before = i.t0;
     float fBefore = impl_->value(o, d, before);
     float t = before;
