@@ -100,9 +100,10 @@ struct SurfaceTracer::Impl {
     for (int n = 0; n < mostStepsBack && b > from; ++n) {
       float const a = std::max(b - step, from);
       float const fa = value(origin, direction, a);
+      // A jump between a leaf and a coarse cell, which the sampler makes steep
+      // over two voxels, is no surface.
+      if (!(std::abs(fa - f) <= 2.f * step)) return false;
       if ((fa > 0.f) == outside) {
-        // A jump between a leaf and a coarse cell is no surface.
-        if (std::abs(fa - f) > 4.f * step) return false;
         t = refine(origin, direction, a, fa, b, f);
         return true;
       }
