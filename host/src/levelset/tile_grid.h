@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -61,9 +62,7 @@ class TileGrid {
 class TileMap {
  public:
   void clear(std::size_t expected) {
-    std::size_t size = 16;
-    while (size < 2 * expected) size *= 2;
-    entries_.assign(size, {});
+    entries_.assign(std::bit_ceil(std::max(2 * expected, smallest)), {});
     used_ = 0;
   }
   /// Returns the number that the place has; a new one gets `number`.
@@ -82,6 +81,8 @@ class TileMap {
   }
 
  private:
+  static constexpr std::size_t smallest = 16;
+
   struct Entry {
     std::uint64_t key = 0;
     std::int32_t number = -1;
@@ -89,12 +90,13 @@ class TileMap {
 
   std::size_t slot(std::uint64_t key) const noexcept {
     auto const mask = entries_.size() - 1;
-    auto at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15u) >> 20) & mask;
+    // The highest bits of the product: those further down know nothing of z.
+    auto at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15u) >> std::countl_zero(mask));
     while (entries_[at].number >= 0 && entries_[at].key != key) at = (at + 1) & mask;
     return at;
   }
   void grow() {
-    std::vector<Entry> old(std::max<std::size_t>(16, 2 * entries_.size()));
+    std::vector<Entry> old(std::max(2 * entries_.size(), smallest));
     old.swap(entries_);
     for (auto const& entry : old) {
       if (entry.number >= 0) entries_[slot(entry.key)] = entry;
