@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "core/channel_item.h"
+#include "core/next_tile.h"
 #include "core/sampler_item.h"
 #include "core/server_item.h"
 
@@ -59,7 +60,14 @@ void* Channel::tileStorage(DataType type, TreeIndex const& index, std::size_t& c
   strides[0] = 1;
   strides[1] = tileWidth;
   strides[2] = tileWidth * tileWidth;
-  return static_cast<VoxelChannelItem*>(channel)->values(index.depth, index.slot);
+  auto const& voxels = *static_cast<VoxelChannelItem*>(channel);
+  if (nextTile.layout == &channel->layout() && nextTile.visited == index) {
+    auto const* const next = voxels.values(nextTile.next.depth, nextTile.next.slot);
+    for (std::size_t at = 0; at < tileCells * channel->size(); at += 64) {
+      __builtin_prefetch(next + at);
+    }
+  }
+  return voxels.values(index.depth, index.slot);
 }
 
 bool Channel::background(DataType type, void* value) const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/layout_item.h"
+#include "core/next_tile.h"
 #include "core/workers.h"
 #include "velmorapi/layout.h"
 #include "velmorhost/settings.h"
@@ -18,7 +19,7 @@ namespace {
 /// The tiles of some depths as one numbered sequence, coarse first.
 class TileSequence {
  public:
-  TileSequence(LayoutItem const& layout, int minDepth, int maxDepth) {
+  TileSequence(LayoutItem const& layout, int minDepth, int maxDepth) : layout_(&layout) {
     for (int d = std::max(minDepth, 0); d <= std::min(maxDepth, layout.leafDepth()); ++d) {
       auto tiles = layout.tiles(d);
       if (tiles.count == 0) continue;
@@ -36,12 +37,13 @@ class TileSequence {
       auto const first = std::max(begin, part.first);
       auto const last = std::min(end, part.first + static_cast<std::size_t>(part.tiles.count));
       for (auto t = first; t < last; ++t) {
-        TreeIndex const index{part.tiles.slot(static_cast<std::int32_t>(t - part.first)),
-                              part.depth};
+        auto const index = part.index(t);
+        if (part.tiles.order && t + 1 < last) nextTile = {layout_, index, part.index(t + 1)};
         visitor.beginTile(accessor, index);
         visitor.endTile(accessor, index);
       }
     }
+    nextTile = {};
   }
 
  private:
@@ -49,7 +51,12 @@ class TileSequence {
     int depth = 0;
     std::size_t first = 0;
     LayoutItem::DepthTiles tiles;
+
+    TreeIndex index(std::size_t t) const {
+      return {tiles.slot(static_cast<std::int32_t>(t - first)), depth};
+    }
   };
+  LayoutItem const* layout_;
   std::array<Part, maxLeafDepth + 1> parts_;
   std::size_t partCount_ = 0;
   std::size_t count_ = 0;
