@@ -15,4 +15,15 @@ bool storesWidth(API::TileData<T> const& tile, int width) noexcept {
   return last >= 0 && static_cast<std::size_t>(last) < tile.count;
 }
 
+/// The edge of the tiles that hosts make; loops over whole tiles know it.
+inline constexpr int denseEdge = 5;
+
+/// Whether the values of `tile`, `width` per axis, are `denseEdge` per axis and
+/// lie one behind the other, x fastest, with nothing in between.
+template <class T>
+bool isDense(API::TileData<T> const& tile, int width) noexcept {
+  return width == denseEdge && tile.halo == 0 && tile.strides[0] == 1 &&
+         tile.strides[1] == denseEdge && tile.strides[2] == denseEdge * denseEdge;
+}
+
 }  // namespace Velmor::Processing

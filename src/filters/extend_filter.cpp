@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 
 #include "core/blocks.h"
 #include "core/tile_width.h"
@@ -29,12 +31,23 @@ class PlaneSdfVisitor final : public API::Visitor {
     int const width = tile.info().width;
     if (!storesWidth(data, width)) return;
     int const cell = tile.info().extent / width;
-    int const first = -data.halo, end = width + data.halo;
-    for (int y = first; y < end; ++y) {
+    auto const valueAt = [&](int y) {
       // A host may have tiles up to the last number.
       std::int64_t const lowest = std::int64_t{y} * cell + tile.coord().j;
       float const centre = static_cast<float>(lowest) + static_cast<float>(cell) * 0.5f;
-      float const value = (centre - heightVox_) * voxelScale_;
+      return (centre - heightVox_) * voxelScale_;
+    };
+    if (isDense(data, width)) {
+      float layer[denseEdge * denseEdge];
+      for (int y = 0; y < denseEdge; ++y) std::fill_n(&layer[y * denseEdge], denseEdge, valueAt(y));
+      for (int z = 0; z < denseEdge; ++z) {
+        std::memcpy(data.data + data.offset(0, 0, z), layer, sizeof layer);
+      }
+      return;
+    }
+    int const first = -data.halo, end = width + data.halo;
+    for (int y = first; y < end; ++y) {
+      float const value = valueAt(y);
       for (int z = first; z < end; ++z) {
         for (int x = first; x < end; ++x) data.data[data.offset(x, y, z)] = value;
       }
@@ -75,12 +88,15 @@ class MergeVisitor final : public API::Visitor {
     }
     // Always six, whatever the leaf depth: where the host's leaves are at seven
     // these are the cells without leaves, and background there is open water.
-    bool const fillsBackground = index.depth == 6;
-    forEachInBlocks(out.data, out.count, [=, background = background_](std::size_t i) {
-      float p = plane[i];
-      float l = liquid[i];
-      if (fillsBackground) l = l == background ? p : l;
-      p = mask[i] == 0.f && p < l ? l : p;
+    // Elsewhere nothing is: a NaN equals no value.
+    float const openWater =
+        index.depth == 6 ? background_ : std::numeric_limits<float>::quiet_NaN();
+    forEachInBlocks(out.data, out.count, [=](std::size_t i) {
+      // All loaded at once, and no jump: this has to become vector code.
+      float const toPlane = plane[i], toLiquid = liquid[i], ocean = mask[i];
+      float const l = toLiquid == openWater ? toPlane : toLiquid;
+      float const larger = toPlane < l ? l : toPlane;
+      float const p = ocean == 0.f ? larger : toPlane;
       return (p + l) - std::sqrt(p * p + l * l);
     });
   }

@@ -7,7 +7,7 @@ namespace Velmor::Processing {
 
 namespace {
 
-constexpr int blockEdge = 5;
+constexpr int blockEdge = denseEdge;
 constexpr int blockCount = blockEdge * blockEdge * blockEdge;
 
 template <class T>
@@ -52,11 +52,6 @@ class HaloVisitor final : public API::Visitor {
   API::Visitor* copy() const override { return new HaloVisitor(src_, dst_, filter_); }
 
  private:
-  static bool isDense(API::TileData<T> const& out, int width) {
-    return width == blockEdge && out.halo == 0 && out.strides[0] == 1 &&
-           out.strides[1] == blockEdge && out.strides[2] == blockEdge * blockEdge;
-  }
-
   void scatter(API::VoxelTile<T, 1, blockEdge> const& tile, API::TileData<T> const& out,
                int width) const {
     T values[blockCount];

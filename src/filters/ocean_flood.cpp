@@ -27,12 +27,18 @@ struct FloodTile {
   bool queued;  // is in the queue
 };
 
+struct FloodTiles {
+  std::vector<FloodTile> tiles;          // in tree order
+  std::vector<API::TreeIndex> entering;  // those that have work at a face
+};
+
 class Flooding {
  public:
   explicit Flooding(OceanScene const& scene)
       : scene_(&scene),
         heightVox_(scene.height / scene.voxelScale),
-        deepest_(-scene.voxelScale * 0.8660254f) {}
+        deepest_(-scene.voxelScale * 0.8660254f),
+        all_(tileBox(0, last(), 0, last(), 0, last())) {}
 
   /// The voxels of a tile whose mask is 1.
   TileBits ocean(API::TreeIndex const& index) const {
@@ -51,10 +57,9 @@ class Flooding {
   TileBits added(FloodTile const& tile, TileBits ocean) const {
     int const rows = rowsUpToPlane(tile.origin.j);
     if (rows == 0 || ocean == 0) return 0;
-    TileBits low = 0, all = 0;
+    if ((all_ & ~ocean) == 0) return 0;
+    TileBits low = 0;
     for (int y = 0; y < rows; ++y) low |= tileLayers[1][y];
-    for (int y = 0; y < scene_->width; ++y) all |= tileLayers[1][y];
-    if ((all & ~ocean) == 0) return 0;
     TileView const liquid(scene_->liquid.tileData<float>(tile.index), scene_->width);
     TileBits const open = low & liquid.where([this](float l) { return !(l < deepest_); });
     TileBits flooded = ocean & open;
@@ -77,25 +82,17 @@ class Flooding {
   /// The leaf tile across a face, if the flood may enter it at all.
   API::TreeIndex neighbour(API::TileAccessor const& accessor, API::TileCoord const& origin,
                            Face face) const {
-    int const width = scene_->width;
-    int const below = face.axis != 1 ? 0 : (face.upper ? width : -width);
-    if (!(static_cast<float>(origin.j + below) <= heightVox_)) return {};
-    int const step = face.upper ? width : -1;
-    auto const index = accessor.index(
-        {origin.i + (face.axis == 0 ? step : 0), origin.j + (face.axis == 1 ? step : 0),
-         origin.k + (face.axis == 2 ? step : 0)},
-        scene_->maxDepth);
-    return index.depth == scene_->maxDepth ? index : API::TreeIndex();
+    int const below = face.axis != 1 ? 0 : (face.upper ? scene_->width : -scene_->width);
+    return isAbovePlane(origin.j + below) ? API::TreeIndex() : across(accessor, origin, face);
   }
 
   /// The voxels of the neighbour across a face that a tile adds to the mask.
   /// A stricter test than inside a tile: nothing in the liquid is entered.
   TileBits addedAcross(Face face, TileBits ocean, API::TreeIndex const& neighbour) const {
-    int const last = scene_->width - 1;
-    int const shift = tileStride(face.axis) * last;
+    int const shift = tileStride(face.axis) * last();
     TileBits touching = ocean & faceBits(face);
     touching = face.upper ? touching >> shift : touching << shift;
-    int const at = face.upper ? 0 : last;
+    int const at = face.upper ? 0 : last();
     auto const mask = scene_->mask.tileData<float>(neighbour);
     touching &= layerWhere(mask, face.axis, at, [](float m) { return m == 0.f; });
     if (touching == 0) return 0;
@@ -103,24 +100,54 @@ class Flooding {
     return touching & layerWhere(liquid, face.axis, at, [](float l) { return l >= 0.f; });
   }
 
-  TileBits faceBits(Face face) const {
-    return tileLayers[face.axis][face.upper ? scene_->width - 1 : 0];
-  }
+  TileBits faceBits(Face face) const { return tileLayers[face.axis][face.upper ? last() : 0]; }
 
-  /// Whether there is anything to do at a tile, as things stand.
-  bool hasWork(API::TileAccessor const& accessor, FloodTile const& tile) const {
-    auto const marked = ocean(tile.index);
-    if (marked == 0) return false;
-    if (added(tile, marked) != 0) return true;
+  /// Whether a flood inside the tile adds anything, as things stand; and calls
+  /// enters(index) for each neighbour from which one across a face does. What
+  /// lies open is asked for from its own side: of most of the ocean the mask
+  /// says that nothing is left, and all else need not be read.
+  template <class Enters>
+  bool hasWork(API::TileAccessor const& accessor, FloodTile const& tile, Enters enters) const {
+    if (isAbovePlane(tile.origin.j)) return false;
+    TileView const mask(scene_->mask.tileData<float>(tile.index), scene_->width);
+    auto const marked = mask.where([](float m) { return m == 1.f; });
+    if (marked == all_) return false;
+    TileView const liquid(scene_->liquid.tileData<float>(tile.index), scene_->width);
+    auto const open = mask.where([](float m) { return m == 0.f; }) &
+                      liquid.where([](float l) { return l >= 0.f; });
     for (Face const face : faces) {
-      if ((marked & faceBits(face)) == 0) continue;
-      auto const next = neighbour(accessor, tile.origin, face);
-      if (next.valid() && addedAcross(face, marked, next) != 0) return true;
+      auto const touched = open & faceBits(face);
+      if (touched == 0) continue;
+      auto const next = across(accessor, tile.origin, face);
+      if (next.valid() && (reached(face, next) & touched) != 0) enters(next);
     }
-    return false;
+    return added(tile, marked) != 0;
   }
 
  private:
+  int last() const { return scene_->width - 1; }
+
+  bool isAbovePlane(int originY) const { return !(static_cast<float>(originY) <= heightVox_); }
+
+  // The leaf tile across a face.
+  API::TreeIndex across(API::TileAccessor const& accessor, API::TileCoord const& origin,
+                        Face face) const {
+    int const step = face.upper ? scene_->width : -1;
+    auto const index = accessor.index(
+        {origin.i + (face.axis == 0 ? step : 0), origin.j + (face.axis == 1 ? step : 0),
+         origin.k + (face.axis == 2 ? step : 0)},
+        scene_->maxDepth);
+    return index.depth == scene_->maxDepth ? index : API::TreeIndex();
+  }
+
+  // The voxels at a tile's face that touch the ocean in the neighbour across it.
+  TileBits reached(Face face, API::TreeIndex const& neighbour) const {
+    auto const touching = layerWhere(scene_->mask.tileData<float>(neighbour), face.axis,
+                                     face.upper ? 0 : last(), [](float m) { return m == 1.f; });
+    int const shift = tileStride(face.axis) * last();
+    return face.upper ? touching << shift : touching >> shift;
+  }
+
   // The number of the tile's rows whose voxel centres are not above the plane.
   int rowsUpToPlane(int originY) const {
     int rows = 0;
@@ -151,6 +178,7 @@ class Flooding {
   OceanScene const* scene_;
   float heightVox_;
   float deepest_;
+  TileBits all_;  // of a tile's voxels
 };
 
 /// Collects the leaf tiles. Nothing is written before the traversal is over:
@@ -161,22 +189,25 @@ class FloodVisitor final : public API::Visitor {
 
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     FloodTile tile{index, accessor.tile(index).coord(), false, true};
-    tile.work = flooding_->hasWork(accessor, tile);
-    tiles_.push_back(tile);
+    tile.work = flooding_->hasWork(accessor, tile, [this](API::TreeIndex const& neighbour) {
+      found_.entering.push_back(neighbour);
+    });
+    found_.tiles.push_back(tile);
   }
 
   API::Visitor* copy() const override { return new FloodVisitor(*flooding_); }
 
   void join(API::Visitor const& other) override {
-    auto const& more = static_cast<FloodVisitor const&>(other).tiles_;
-    tiles_.insert(tiles_.end(), more.begin(), more.end());
+    auto const& more = static_cast<FloodVisitor const&>(other).found_;
+    found_.tiles.insert(found_.tiles.end(), more.tiles.begin(), more.tiles.end());
+    found_.entering.insert(found_.entering.end(), more.entering.begin(), more.entering.end());
   }
 
-  std::vector<FloodTile> take() { return std::move(tiles_); }
+  FloodTiles take() { return std::move(found_); }
 
  private:
   Flooding const* flooding_;
-  std::vector<FloodTile> tiles_;
+  FloodTiles found_;
 };
 
 /// The work list: all tiles in tree order, then those that were entered from a
@@ -185,13 +216,16 @@ class FloodVisitor final : public API::Visitor {
 /// across a face blocks one that comes from below.
 class WorkList {
  public:
-  WorkList(Flooding const& flooding, API::TileAccessor accessor, std::vector<FloodTile> tiles)
-      : flooding_(flooding), accessor_(std::move(accessor)), tiles_(std::move(tiles)) {
+  WorkList(Flooding const& flooding, API::TileAccessor accessor, FloodTiles found)
+      : flooding_(flooding), accessor_(std::move(accessor)), tiles_(std::move(found.tiles)) {
     std::int32_t slots = 0;
     for (auto const& tile : tiles_) slots = std::max(slots, tile.index.slot + 1);
     bySlot_.assign(static_cast<std::size_t>(slots), none);
     for (std::size_t at = 0; at < tiles_.size(); ++at) {
       bySlot_[static_cast<std::size_t>(tiles_[at].index.slot)] = at;
+    }
+    for (auto const& index : found.entering) {
+      if (auto* const tile = find(index)) tile->work = true;
     }
   }
 
@@ -223,14 +257,18 @@ class WorkList {
     }
   }
 
-  void enter(API::TreeIndex const& index) {
+  FloodTile* find(API::TreeIndex const& index) {
     auto const slot = static_cast<std::size_t>(index.slot);
-    if (slot >= bySlot_.size() || bySlot_[slot] == none) return;
-    auto& tile = tiles_[bySlot_[slot]];
-    tile.work = true;
-    if (tile.queued) return;
-    tile.queued = true;
-    entered_.push_back(bySlot_[slot]);
+    return slot < bySlot_.size() && bySlot_[slot] != none ? &tiles_[bySlot_[slot]] : nullptr;
+  }
+
+  void enter(API::TreeIndex const& index) {
+    auto* const tile = find(index);
+    if (tile == nullptr) return;
+    tile->work = true;
+    if (tile->queued) return;
+    tile->queued = true;
+    entered_.push_back(static_cast<std::size_t>(tile - tiles_.data()));
   }
 
   Flooding const& flooding_;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/tile_width.h"
 #include "velmorapi/types.h"
 
 namespace Velmor::Processing {
@@ -63,13 +64,20 @@ constexpr TileBits withNeighbours(TileBits bits) {
   return all;
 }
 
-/// Calls visit(place) for every member.
+/// Calls visit(first, count) for every run of members that follow one another.
 template <class Visit>
-void forEachBit(TileBits bits, Visit visit) {
-  for (int half = 0; half < 2; ++half) {
-    for (auto word = static_cast<std::uint64_t>(bits >> (64 * half)); word != 0; word &= word - 1) {
-      visit(64 * half + __builtin_ctzll(word));
-    }
+void forEachRun(TileBits bits, Visit visit) {
+  auto const trailingZeros = [](TileBits b) {
+    auto const low = static_cast<std::uint64_t>(b);
+    return low != 0 ? __builtin_ctzll(low)
+                    : 64 + __builtin_ctzll(static_cast<std::uint64_t>(b >> 64));
+  };
+  for (int at = 0; bits != 0;) {
+    int const gap = trailingZeros(bits);
+    int const count = trailingZeros(~(bits >> gap));
+    visit(at + gap, count);
+    at += gap + count;
+    bits = bits >> gap >> count;
   }
 }
 
@@ -79,8 +87,7 @@ class TileView {
   /// Reads a tile of `width` voxels per edge, at most 5; nothing if it has no data.
   TileView(API::TileData<float> const& data, int width) : data_(data), width_(width) {
     if (data.data == nullptr) return;
-    if (width == 5 && data.halo == 0 && data.strides[0] == 1 && data.strides[1] == 5 &&
-        data.strides[2] == 25) {
+    if (isDense(data, width)) {
       values_ = data.data;
       // Whoever looks at a tile looks at all of it; most lie far apart in memory.
       for (int at = 0; at < 125; at += 16) __builtin_prefetch(values_ + at);
@@ -116,12 +123,14 @@ class TileView {
 
   /// Writes `value` to the given voxels of the tile.
   void set(TileBits bits, float value) const {
-    if (bits == wholeTile && values_ == data_.data) {
-      std::fill_n(data_.data, 125, value);
-      return;
-    }
-    forEachBit(bits, [&](int place) {
-      data_.data[data_.offset(place % 5, place / 5 % 5, place / 25)] = value;
+    forEachRun(bits, [&](int first, int count) {
+      if (values_ == data_.data) {
+        std::fill_n(data_.data + first, count, value);
+        return;
+      }
+      for (int place = first; place < first + count; ++place) {
+        data_.data[data_.offset(place % 5, place / 5 % 5, place / 25)] = value;
+      }
     });
   }
 

@@ -165,6 +165,7 @@ TEST_F(ExtendCalls, TakesBackgroundAtDepthSixAndOnlyThereForOpenWater) {
   EXPECT_EQ(merged(-3.f, 5.f, 0.f, 5.f, 7), 2.92893219f);
   EXPECT_EQ(merged(-3.f, 5.f, 0.f, 5.f, 5), 2.92893219f);
   EXPECT_EQ(merged(-3.f, 5.f, 0.f, 9.f, 6), 2.92893219f);
+  EXPECT_EQ(merged(-3.f, 5.f, 0.f, std::nanf(""), 6), 2.92893219f);
 }
 
 TEST_F(ExtendCalls, ReachVoxelsBehindAHaloAndOtherStrides) {

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "filters/literal_ocean.h"
+#include "filters/tile_bits.h"
 #include "support/seed.h"
 
 namespace Velmor::Processing {
@@ -46,6 +48,23 @@ struct Sea {
 };
 
 // Tiles: [-2, 3) on all axes holds voxel 0, [3, 8) follows.
+
+TEST(TileBits, FallIntoTheRunsOfMembersThatFollowOneAnother) {
+  using Runs = std::vector<std::pair<int, int>>;
+  auto const runsOf = [](TileBits bits) {
+    Runs runs;
+    forEachRun(bits, [&](int first, int count) { runs.emplace_back(first, count); });
+    return runs;
+  };
+  EXPECT_EQ(runsOf(0), Runs());
+  EXPECT_EQ(runsOf(wholeTile), (Runs{{0, 125}}));
+  EXPECT_EQ(runsOf(tileBit(4, 4, 4)), (Runs{{124, 1}}));
+  EXPECT_EQ(runsOf(tileBit(0, 0, 0) | tileBit(1, 0, 0) | tileBit(4, 2, 2)),
+            (Runs{{0, 2}, {64, 1}}));
+  // Across the middle of the 128 bits.
+  EXPECT_EQ(runsOf(tileSlab(2, 2, 3)), (Runs{{50, 50}}));
+  EXPECT_EQ(runsOf(tileSlab(1, 0, 3)), (Runs{{0, 20}, {25, 20}, {50, 20}, {75, 20}, {100, 20}}));
+}
 
 TEST(OceanFlood, FillsItsTileUpToThePlaneAndOpenColumnsAboveIt) {
   Sea const sea({{0, 0, 0}});
