@@ -26,8 +26,9 @@ struct JoinedMesh {
 
 /// Appends meshes to `own`: each distinct position gets one index, in the order
 /// in which the points of `own` and then of the meshes bring it, and the
-/// triangles of each mesh go to their place. Runs in parallel; the result does
-/// not depend on it.
+/// triangles of each mesh go to their place. Points whose `meetings` is 0 are not
+/// searched for; those with a NaN, which equal no other, must be among them. Runs
+/// in parallel; the result does not depend on it.
 void weldMeshes(PartialMesh& own, std::vector<JoinedMesh> const& meshes);
 
 }  // namespace Velmor::Processing

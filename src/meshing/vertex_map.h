@@ -34,6 +34,7 @@ class VertexMap {
     if (needed > slots_.size()) grow(needed);
   }
 
+  /// Of what the next call of `findOrInsert` will read. Needs reserved room as well.
   void prefetch(std::uint32_t hash) const noexcept { __builtin_prefetch(&slots_[hash & mask_], 1); }
 
   /// The number stored with `p`, or `number`, stored now. Needs reserved room.

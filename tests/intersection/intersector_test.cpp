@@ -169,11 +169,17 @@ TEST(Intersector, GoesOnReturningTheInvalidIntervalAtTheEnd) {
   }
 }
 
+void expectNothingFrom(Intersector& tiles) {
+  auto const interval = tiles.next();
+  EXPECT_EQ(interval.t0, -1.f);
+  EXPECT_EQ(interval.t1, -2.f);
+}
+
 TEST(Intersector, ReturnsTheInvalidIntervalBeforeInitAndWhenEmpty) {
   Intersector unset(rowOf({0}));
   EXPECT_FALSE(unset.next().valid());
   Intersector empty;
-  EXPECT_EQ(empty.next().t1, -2.f);
+  expectNothingFrom(empty);
 }
 
 TEST(Intersector, MayBeUsedForAnotherRay) {
@@ -201,10 +207,10 @@ TEST(Intersector, MovesLeaveAnEmptyOne) {
   Intersector tiles(rowOf({0, 10}));
   tiles.init(from(-4.f), kAlongX, 0.f, 100.f);
   Intersector moved(std::move(tiles));
-  EXPECT_FALSE(tiles.next().valid());  // NOLINT(bugprone-use-after-move): what is tested
+  expectNothingFrom(tiles);  // NOLINT(bugprone-use-after-move): what is tested
   Intersector assigned;
   assigned = std::move(moved);
-  EXPECT_FALSE(moved.next().valid());  // NOLINT(bugprone-use-after-move): what is tested
+  expectNothingFrom(moved);  // NOLINT(bugprone-use-after-move): what is tested
   EXPECT_EQ(walk(assigned), (Intervals{{2.f, 7.f}, {12.f, 17.f}}));
   auto& self = assigned;
   self.init(from(-4.f), kAlongX, 0.f, 100.f);

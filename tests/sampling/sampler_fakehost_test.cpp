@@ -73,9 +73,6 @@ TEST_F(SamplerOnFakeHost, GoesOnToTheSuffixesBehindAChannelOfARefusedType) {
   EXPECT_EQ(Sampler(component, "v").dataType(), DataType::Float2);
   add("v_z", DataType::Float);
   EXPECT_EQ(Sampler(component, "v").dataType(), DataType::Float3);
-  for (char const* name : {"v_u", "v_v", "v_w"}) add(name, DataType::Float);
-  FakeHost::script().sample = [](Point const&) { return 1.f; };
-  EXPECT_EQ(Sampler(component, "v").dataType(), DataType::Float3);
 }
 
 TEST_F(SamplerOnFakeHost, AsksForWorldPositionsAndHandsTheGradientOn) {

@@ -155,13 +155,6 @@ TEST(Sampler, WritesOnlyTheWordsOfItsType) {
   }
 }
 
-TEST(Sampler, TakesTheChannelOfTheNameFirst) {
-  Scene scene;
-  scene.ramp("v", 1.f);
-  for (char const* name : {"v_u", "v_v", "v_w"}) scene.ramp(name, 1.f);
-  EXPECT_EQ(Sampler(scene.component, "v").dataType(), DataType::Float);
-}
-
 TEST(Sampler, FindsThreeChannelsBySuffix) {
   for (auto const& names : {std::vector<char const*>{"v_u", "v_v", "v_w"},
                             std::vector<char const*>{"v_x", "v_y", "v_z"}}) {
@@ -175,6 +168,22 @@ TEST(Sampler, FindsThreeChannelsBySuffix) {
     EXPECT_FLOAT_EQ(value.y, 2.f);
     EXPECT_FLOAT_EQ(value.z, 3.f);
   }
+}
+
+TEST(Sampler, PrefersUVWToXYZAndThoseToTwo) {
+  Scene scene;
+  float slope = 1.f;
+  auto const sampled = [&] {
+    return sampleOf<Vec3f>(Sampler(scene.component, "v"), {1.f, 0.5f, 0.5f});
+  };
+  for (char const* name : {"v_x", "v_y"}) scene.ramp(name, slope++);
+  EXPECT_EQ(Sampler(scene.component, "v").dataType(), DataType::Float2);
+  scene.ramp("v_z", slope++);
+  EXPECT_EQ(sampled(), Vec3f(1.f, 2.f, 3.f));
+  for (char const* name : {"v_u", "v_v", "v_w"}) scene.ramp(name, slope++);
+  EXPECT_EQ(sampled(), Vec3f(4.f, 5.f, 6.f));
+  scene.ramp("v", slope);
+  EXPECT_EQ(Sampler(scene.component, "v").dataType(), DataType::Float);
 }
 
 TEST(Sampler, FindsTwoChannelsOnlyAsXAndY) {
