@@ -31,10 +31,12 @@ class FloodRadiusVisitor final : public API::Visitor {
   void beginTile(API::TileAccessor const& accessor, API::TreeIndex const& index) override {
     auto const origin = accessor.tile(index).coord();
     int const width = scene_->width;
-    int const y = layerY_ - origin.j;
+    // The layer of a height that is no number lies at the end of all voxels.
+    auto const above = std::int64_t{layerY_} - origin.j;
     // Also the row above the tile's last, which is row 0 of the tile above: its
     // voxels are found twice, and that changes nothing.
-    if (y < 0 || y > width) return;
+    if (above < 0 || above > width) return;
+    auto const y = static_cast<int>(above);
 
     auto liquidTile = index;
     int row = y;

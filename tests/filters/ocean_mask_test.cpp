@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <random>
 #include <string>
 #include <utility>
@@ -251,6 +252,16 @@ TEST(OceanFalloff, LeavesOutBorderVoxelsInsideTheLiquid) {
     sea.liquidAt(0, 1, 0) = liquid;
     widenOcean(sea.at(0.5f), 2.f);
     EXPECT_EQ(sea.maskAt(1, 1, 0), liquid < 0.f ? 0.f : 0.5f);
+  }
+}
+
+TEST(OceanFalloff, OfAHeightThatIsNoNumberIsNowhere) {
+  for (float const height : {std::nanf(""), HUGE_VALF, -HUGE_VALF, 1e30f, -1e30f}) {
+    Sea const sea({{0, -5, 0}, {0, 0, 0}, {0, 5, 0}});
+    sea.maskAt(0, 0, 0) = 1.f;
+    widenOcean(sea.at(height), 2.f);
+    auto const mask = valuesOf<float>(sea.mask);
+    EXPECT_EQ(std::count(mask.begin(), mask.end(), 0.f), 3 * 125 - 1) << height;
   }
 }
 
