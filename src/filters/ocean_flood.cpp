@@ -158,7 +158,7 @@ class Flooding {
   // The voxels at place `at` along an axis for whose value `test` holds.
   template <class Test>
   TileBits layerWhere(API::TileData<float> const& data, int axis, int at, Test test) const {
-    if (data.data == nullptr) return 0;
+    if (!storesWidth(data, scene_->width)) return 0;
     int const u = axis == 0 ? 1 : 0, v = axis == 2 ? 1 : 2;
     auto const* const first =
         data.data + data.offset(axis == 0 ? at : 0, axis == 1 ? at : 0, axis == 2 ? at : 0);

@@ -84,9 +84,9 @@ void forEachRun(TileBits bits, Visit visit) {
 /// The values of one tile in the order of the bits, whatever the storage.
 class TileView {
  public:
-  /// Reads a tile of `width` voxels per edge, at most 5; nothing if it has no data.
+  /// Reads `width` voxels per edge, at most 5; nothing of a tile that stores fewer.
   TileView(API::TileData<float> const& data, int width) : data_(data), width_(width) {
-    if (data.data == nullptr) return;
+    if (!storesWidth(data, width)) return;
     if (isDense(data, width)) {
       values_ = data.data;
       // Whoever looks at a tile looks at all of it; most lie far apart in memory.
