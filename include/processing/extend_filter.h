@@ -25,8 +25,9 @@ class VELMOR_EXPORT ExtendFilter : public Filter {
   /// `center` and `dimension` are the x and z of the rectangle. A `radius` of
   /// 0 or less (or NaN) leaves the mask without falloff. `outChannel` names the
   /// mask channel that is made and kept; if empty, one named "oceanTmp" is made
-  /// and removed. The box must be finite and small enough for the tiles that it
-  /// needs: nothing checks it.
+  /// and removed. A box with a bound that is not finite, or lies further out than
+  /// an int counts voxels, adds no tiles; nothing checks that there is memory for
+  /// those of a large one.
   ExtendFilter(float height, orlen::Math::vec<2, float> const& center,
                orlen::Math::vec<2, float> const& dimension, float radius,
                API::String const& outChannel);

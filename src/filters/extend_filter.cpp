@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "core/blocks.h"
+#include "core/bulk_calls.h"
 #include "core/tile_width.h"
 #include "core/to_int.h"
 #include "filters/ocean_mask.h"
@@ -163,20 +164,22 @@ void addBoxTiles(API::Layout const& layout, int width, float height,
   float const vs = layout.voxelScale();
   auto const below = [vs](float v) { return toInt(std::floor(v / vs)); };
   auto const above = [vs](float v) { return toInt(std::ceil(v / vs)); };
-  // In 64 bits, so that no bound makes a loop wrap.
-  std::int64_t const x0 = below(center.x - dimension.x / 2.f);
-  std::int64_t const x1 = above(center.x + dimension.x / 2.f);
-  std::int64_t const z0 = below(center.y - dimension.y / 2.f);
-  std::int64_t const z1 = above(center.y + dimension.y / 2.f);
-  std::int64_t const y0 = std::int64_t{below(height)} - width;
-  std::int64_t const y1 = std::int64_t{above(height)} + width;
-  auto const accessor = layout.tileAccessor();
+  int const x0 = below(center.x - dimension.x / 2.f), x1 = above(center.x + dimension.x / 2.f);
+  int const z0 = below(center.y - dimension.y / 2.f), z1 = above(center.y + dimension.y / 2.f);
+  int const y0 = below(height), y1 = above(height);
+  // What no int can hold has become the lowest. Any other float leaves room for
+  // a step beyond it.
+  if (std::min({x0, x1, y0, y1, z0, z1}) == std::numeric_limits<int>::min()) return;
+  std::array<API::TileCoord, 256> row;
   int const maxDepth = layout.maxDepth();
-  for (auto y = y0; y <= y1; y += width) {
-    for (auto x = x0; x <= x1; x += width) {
-      for (auto z = z0; z <= z1; z += width) {
-        API::TileCoord const voxel{static_cast<int>(x), static_cast<int>(y), static_cast<int>(z)};
-        for (int depth = 0; depth <= maxDepth; ++depth) accessor.addTile(voxel, depth);
+  for (int y = y0 - width; y <= y1 + width; y += width) {
+    for (int x = x0; x <= x1; x += width) {
+      std::size_t count = 0;
+      for (int z = z0; z <= z1; z += width) {
+        row[count++] = {x, y, z};
+        if (count < row.size() && z <= z1 - width) continue;
+        Bulk::addTiles(layout, row.data(), count, maxDepth);
+        count = 0;
       }
     }
   }
@@ -224,14 +227,14 @@ void ExtendFilter::filter(API::Channel src, API::Channel dst) const {
   API::Channel const mask(server.createChannel(src.component(), API::DataType::Float,
                                                outChannel_.empty() ? "oceanTmp" : outChannel_));
 
-  OceanScene scene;
-  scene.layout = API::Layout(dst.layout());
-  scene.liquid = dst;
-  scene.mask = mask;
-  scene.height = height_;
-  scene.voxelScale = scene.layout.voxelScale();
-  scene.width = width;
-  scene.maxDepth = scene.layout.maxDepth();
+  API::Layout const layout(dst.layout());
+  OceanScene const scene{.layout = layout,
+                         .liquid = dst,
+                         .mask = mask,
+                         .height = height_,
+                         .voxelScale = layout.voxelScale(),
+                         .width = width,
+                         .maxDepth = layout.maxDepth()};
   seedOcean(scene);
   floodOcean(scene);
   if (radius_ > 0.f) widenOcean(scene, radius_);

@@ -66,13 +66,52 @@ TEST_F(ExtendCalls, DoesNotAddALastStepBeyondTheBox) {
 TEST_F(ExtendCalls, ABoxThatIsNoBoxAddsNoTile) {
   FakeHost::Scene const scene;
   auto const channel = scene.channel("distance", 1.f);
+  // Further from the layer of such a height than an int counts.
+  for (int const y : {-5, 0, 5}) static_cast<void>(scene.leaf(0, y, 0));
   float const nan = std::nanf(""), infinity = HUGE_VALF;
-  for (float const bad : {nan, infinity, -infinity, 1e30f}) {
-    ExtendFilter(bad, {0.f, 0.f}, {1.f, 1.f}, 0.f, "").filter(channel, channel);
-    ExtendFilter(0.f, {bad, 0.f}, {1.f, 1.f}, 0.f, "").filter(channel, channel);
+  for (float const radius : {0.f, 1.f}) {
+    for (float const bad : {nan, infinity, -infinity, 1e30f, -1e30f, -2147483648.f}) {
+      ExtendFilter(bad, {0.f, 0.f}, {1.f, 1.f}, radius, "").filter(channel, channel);
+      ExtendFilter(0.f, {bad, 0.f}, {1.f, 1.f}, radius, "").filter(channel, channel);
+      ExtendFilter(0.f, {0.f, bad}, {1.f, 1.f}, radius, "").filter(channel, channel);
+    }
+    for (float const size : {nan, infinity, 1e30f, -1e9f}) {
+      ExtendFilter(0.f, {0.f, 0.f}, {size, 1.f}, radius, "").filter(channel, channel);
+      ExtendFilter(0.f, {0.f, 0.f}, {1.f, size}, radius, "").filter(channel, channel);
+    }
   }
-  ExtendFilter(0.f, {0.f, 0.f}, {-1e9f, 1.f}, 0.f, "").filter(channel, channel);
-  SUCCEED();  // neither crash nor endless loop
+  EXPECT_EQ(FakeHost::calls("TileAccessor::addTile"), Calls());
+}
+
+TEST_F(ExtendCalls, ABoxAtTheEndOfAllVoxelsIsLeftThere) {
+  FakeHost::Scene const scene;
+  auto const channel = scene.channel("distance", 1.f);
+  float const end = 2147483520.f;  // the last float that an int holds
+  for (float const sign : {-1.f, 1.f}) {
+    FakeHost::clearCalls();
+    ExtendFilter(sign * end, {sign * end, sign * end}, {0.f, 0.f}, 0.f, "")
+        .filter(channel, channel);
+    auto const calls = FakeHost::calls("TileAccessor::addTile");
+    ASSERT_EQ(calls.size(), 3u * 8u);
+    int const at = sign < 0.f ? -2147483520 : 2147483520;
+    EXPECT_EQ(calls.front(), addTile(at, at - 5, at, 0));
+    EXPECT_EQ(calls.back(), addTile(at, at + 5, at, 7));
+  }
+}
+
+TEST_F(ExtendCalls, ALongRowIsAddedInOneOrderToo) {
+  FakeHost::Scene const scene;
+  auto const channel = scene.channel("distance", 1.f);
+  // z from 0 to 4996: a thousand tiles.
+  ExtendFilter(0.5f, {0.5f, 2498.f}, {1.f, 4996.f}, 0.f, "").filter(channel, channel);
+  auto const calls = FakeHost::calls("TileAccessor::addTile");
+  ASSERT_EQ(calls.size(), 3u * 1000u * 8u);
+  std::size_t at = 0;
+  for (int const y : {-5, 0, 5}) {
+    for (int z = 0; z <= 4996; z += 5) {
+      for (int depth = 0; depth <= 7; ++depth) EXPECT_EQ(calls[at++], addTile(0, y, z, depth));
+    }
+  }
 }
 
 TEST_F(ExtendCalls, TraversesLeavesForTheMaskAndAllDepthsForTheSurface) {
@@ -338,6 +377,19 @@ TEST_F(ExtendCalls, AWidthThatIsNoTilesDoesNothing) {
     EXPECT_TRUE(FakeHost::calls("TileAccessor::addTile").empty());
     EXPECT_EQ(FakeHost::elements<Float2>(uv, leaf), std::vector<Float2>(125, Float2(7.f, 7.f)));
   }
+}
+
+TEST_F(ExtendCalls, MarkNothingInTilesThatStoreFewerVoxelsThanReported) {
+  FakeHost::script().treeWidth = 4;
+  FakeHost::script().reportedWidth = 5;
+  FakeHost::script().maxDepth = 3;
+  FakeHost::Scene const scene;
+  auto const channel = scene.channel("distance", 1.f);
+  ExtendFilter const filter(1.5f, {8.f, 8.f}, {8.f, 8.f}, 2.5f, "mask");
+  filter.filter(channel, channel);
+  auto const mask = voxelsOf(scene, API::Channel(scene.component.findChannel("mask")), 4);
+  ASSERT_FALSE(mask.empty());
+  for (auto const& [voxel, value] : mask) EXPECT_EQ(value, 0.f);
 }
 
 TEST_F(ExtendCalls, UvsReachVoxelsOfAnyTileAndLeaveTheHaloAlone) {
