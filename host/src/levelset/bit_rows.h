@@ -27,7 +27,7 @@ class BitRows {
   /// `maskOf(tile)` is the mask; where there is no tile, `uniform(n)` is the value
   /// everywhere in number n of the 27.
   template <class MaskOf, class Uniform>
-  BitRows(std::array<FieldTile*, 27> const& around, MaskOf const& maskOf, Uniform const& uniform) {
+  BitRows(Around const& around, MaskOf const& maskOf, Uniform const& uniform) {
     std::array<CellMask, 27> masks;
     for (std::size_t n = 0; n < 27; ++n) {
       if (around[n] != nullptr) {

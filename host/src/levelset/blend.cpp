@@ -128,7 +128,7 @@ bool Blend::isDeep(API::TileCoord const& origin) const noexcept {
 
 void Blend::evaluate(FieldTile& tile, API::TileCoord const& origin,
                      std::vector<std::uint32_t> const& droplets) {
-  tile.phi.fill(farAway);
+  tile.samples.fill({farAway, 0.f, 0.f, 0.f});
   if (particles_->scale().surfaceRadius > 0.f) {
     region_.gather(origin, solid_);
     if (region_.count() > 0) {
@@ -165,7 +165,7 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
   float const at[3] = {static_cast<float>(position.x) + 0.5f, static_cast<float>(position.y) + 0.5f,
                        static_cast<float>(position.z) + 0.5f};
   if (solid_ > 0.f && region_.full(at[0], at[1], at[2], solid_)) {
-    tile.phi[c] = -farAway;
+    tile.samples[c].value = -farAway;
     tile.inside.set(cell);
     return;
   }
@@ -183,7 +183,7 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
   tile.known.set(cell);
   if (!(w > 1e-20f)) {
     // The limit of the mean where the kernel ends is the nearest particle.
-    tile.phi[c] = (nearest - 1.f) * smallest;
+    tile.samples[c].value = (nearest - 1.f) * smallest;
     tile.rough.set(cell);
     return;
   }
@@ -209,7 +209,7 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
   float const blended = length - r * factor;
   float const bound = (nearest - widest) * r;
   float const phi = softMinimum(std::max(blended, bound), (nearest - closest) * r, softness * r);
-  tile.phi[c] = phi;
+  tile.samples[c].value = phi;
   if (phi < 0.f) tile.inside.set(cell);
   if (std::abs(phi - blended) > 1e-4f || factor < 0.95f || length < 1e-3f) {
     tile.rough.set(cell);
@@ -222,9 +222,7 @@ void Blend::evaluateBulk(FieldTile& tile, int cell) {
     gradient[b] = along / length;
     if constexpr (adaptive) gradient[b] -= (sumOf(sums.cru[b]) - r * g[b]) * inverse;
   }
-  tile.gx[c] = gradient[0];
-  tile.gy[c] = gradient[1];
-  tile.gz[c] = gradient[2];
+  tile.samples[c] = {phi, gradient[0], gradient[1], gradient[2]};
 }
 
 void Blend::addDroplet(FieldTile& tile, API::TileCoord const& origin,
@@ -243,12 +241,9 @@ void Blend::addDroplet(FieldTile& tile, API::TileCoord const& origin,
                 uz = static_cast<float>(position.z) + 0.5f - z;
     float const distance = std::sqrt(ux * ux + uy * uy + uz * uz);
     float const phi = distance - droplet.radius;
-    if (distance > reach || phi >= tile.phi[c]) continue;
+    if (distance > reach || phi >= tile.samples[c].value) continue;
     float const inverse = distance > 0.f ? 1.f / distance : 0.f;
-    tile.phi[c] = phi;
-    tile.gx[c] = ux * inverse;
-    tile.gy[c] = uy * inverse;
-    tile.gz[c] = uz * inverse;
+    tile.samples[c] = {phi, ux * inverse, uy * inverse, uz * inverse};
     tile.known.set(cell);
     tile.rough.words[static_cast<std::size_t>(cell >> 6)] &= ~(std::uint64_t{1} << (cell & 63));
     if (phi < 0.f) tile.inside.set(cell);

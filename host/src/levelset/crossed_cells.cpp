@@ -14,7 +14,6 @@ namespace {
 using API::cellOf;
 using API::cellPositions;
 using API::tileWidth;
-using Around = std::array<FieldTile*, 27>;
 
 constexpr float nearEnough = 0.999f;  // room for what scaling rounds
 constexpr float margin = 1e-4f;       // a corner so near 0 may have either sign when sampled
@@ -35,7 +34,8 @@ CellMask suspects(FieldTile const& tile, Around const& around) {
       }
       for (unsigned bits = ((some & ~all) >> 1) & 31u; bits != 0; bits &= bits - 1) {
         int const cell = cellOf(std::countr_zero(bits), y, z);
-        if (std::abs(tile.phi[static_cast<std::size_t>(cell)]) > nearEnough) mask.set(cell);
+        if (std::abs(tile.samples[static_cast<std::size_t>(cell)].value) > nearEnough)
+          mask.set(cell);
       }
     }
   }
@@ -50,7 +50,7 @@ bool isCrossed(Around const& around, FieldTile const& tile, int cell) {
   for (int n = 0; n < 27; ++n) {
     auto const at = cellAround(around, p.x + n % 3 - 1, p.y + n / 3 % 3 - 1, p.z + n / 9 - 1);
     known[n] = at.tile != nullptr;
-    values[n] = known[n] ? at.tile->phi[static_cast<std::size_t>(at.cell)] : 0.f;
+    values[n] = known[n] ? at.tile->samples[static_cast<std::size_t>(at.cell)].value : 0.f;
   }
   for (int corner = 0; corner < 8; ++corner) {
     int const first = (corner & 1) + 3 * (corner >> 1 & 1) + 9 * (corner >> 2);
@@ -82,7 +82,7 @@ void keepCrossedCells(Field& field) {
   for (bool changed = true; changed;) {
     forEach(tiles.size(), [&](std::size_t n) {
       auto const& tile = field.tile(tiles[n]);
-      auto const around = field.around(tiles[n]);
+      auto const& around = field.around(tiles[n]);
       crossed[n] = {};
       forBits(masks[tiles[n]], [&](int cell) {
         if (isCrossed(around, tile, cell)) crossed[n].set(cell);
@@ -93,7 +93,7 @@ void keepCrossedCells(Field& field) {
       auto& tile = field.tile(tiles[n]);
       forBits(crossed[n], [&](int cell) {
         changed = true;
-        tile.phi[static_cast<std::size_t>(cell)] =
+        tile.samples[static_cast<std::size_t>(cell)].value =
             tile.inside.test(cell) ? -nearEnough : nearEnough;
         masks[tiles[n]].words[static_cast<std::size_t>(cell >> 6)] &=
             ~(std::uint64_t{1} << (cell & 63));

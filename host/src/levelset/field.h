@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <vector>
 
+#include "levelset/parallel.h"
 #include "levelset/tile_grid.h"
 #include "velmorhost/scene.h"
 
@@ -13,18 +15,30 @@ namespace Velmor::Host {
 /// The field in one leaf tile of the output while it is made. Lengths are in
 /// voxels, points relative to the tile's first voxel's lower corner.
 struct FieldTile {
-  using Values = std::array<float, API::tileCells>;
+  /// Four floats, to be taken together.
+  struct alignas(16) Sample {
+    float value;       ///< the field, later the signed distance
+    float gx, gy, gz;  ///< its gradient, where it is known
+  };
+  struct alignas(16) Nearest {
+    float x, y, z;   ///< the nearest point of the surface, where `reached`
+    float distance;  ///< signed, once it is measured
+  };
+
+  explicit FieldTile(TilePlace const& at) noexcept : place(at) {}
 
   TilePlace place;
-  std::uint32_t number = 0;  ///< among the tiles of the field, while distances are measured
-  Values phi;                ///< the field, later the signed distance
-  Values gx, gy, gz;         ///< its gradient, where it is known
-  Values cx, cy, cz;         ///< the nearest point of the surface, where `reached`
-  CellMask known;            ///< voxels whose field was summed up; the others only have a sign
-  CellMask rough;            ///< voxels where the gradient of the sums is not that of the field
+  std::uint32_t number = 0;  ///< among the tiles of the field, once it is linked
+  std::array<Sample, API::tileCells> samples;
+  std::array<Nearest, API::tileCells> nearest;
+  CellMask known;     ///< voxels whose field was summed up; the others only have a sign
+  CellMask complete;  ///< voxels that are known with the seven next to them on the upper sides
+  CellMask rough;     ///< voxels where the gradient of the sums is not that of the field
   CellMask inside;
   CellMask reached, arriving;
 };
+
+using Around = std::array<FieldTile*, 27>;
 
 /// The tiles of a field and the way from one to another.
 class Field {
@@ -45,24 +59,31 @@ class Field {
   void add(TilePlace const& place) {
     if (!grid_.inRoot(place)) return;
     auto const number = static_cast<std::int32_t>(tiles_.size());
-    if (map_.insert(place, number) == number) tiles_.emplace_back().place = place;
+    if (map_.insert(place, number) == number) tiles_.emplace_back(place);
   }
 
-  /// A tile and those around it, x fastest, null where there is none.
-  std::array<FieldTile*, 27> around(std::size_t t) noexcept {
-    std::array<FieldTile*, 27> found{};
-    auto const p = tiles_[t].place;
-    for (int n = 0; n < 27; ++n) {
-      auto const number = map_.find({p.x + n % 3 - 1, p.y + n / 3 % 3 - 1, p.z + n / 9 - 1});
-      if (number >= 0)
-        found[static_cast<std::size_t>(n)] = &tiles_[static_cast<std::size_t>(number)];
-    }
-    return found;
+  /// Finds the tiles around each; needed after tiles were added.
+  void link() {
+    around_.resize(tiles_.size());
+    forEach(tiles_.size(), [this](std::size_t t) {
+      auto& found = around_[t];
+      tiles_[t].number = static_cast<std::uint32_t>(t);
+      auto const p = tiles_[t].place;
+      for (int n = 0; n < 27; ++n) {
+        auto& tile = found[static_cast<std::size_t>(n)];
+        if (tile != nullptr) continue;
+        auto const at = number({p.x + n % 3 - 1, p.y + n / 3 % 3 - 1, p.z + n / 9 - 1});
+        if (at >= 0) tile = &tiles_[static_cast<std::size_t>(at)];
+      }
+    });
   }
+  /// A tile and those around it, x fastest, null where there is none.
+  Around const& around(std::size_t t) const noexcept { return around_[t]; }
 
  private:
   TileGrid grid_;
   std::deque<FieldTile> tiles_;  // never moves them
+  std::vector<Around> around_;
   TileMap map_;
 };
 
@@ -71,7 +92,7 @@ struct FieldCell {
   FieldTile* tile;
   int cell;
 };
-inline FieldCell cellAround(std::array<FieldTile*, 27> const& tiles, int x, int y, int z) noexcept {
+inline FieldCell cellAround(Around const& tiles, int x, int y, int z) noexcept {
   auto const tileAlong = [](int a) { return (a + API::tileWidth) / API::tileWidth; };
   int const tx = tileAlong(x), ty = tileAlong(y), tz = tileAlong(z);
   auto const in = [](int a, int tile) { return a - API::tileWidth * (tile - 1); };

@@ -170,11 +170,9 @@ class Flood {
 
   void turn(Voxel const& v) {
     auto& tile = field_.tile(v.tile);
-    auto const c = static_cast<std::size_t>(v.cell);
+    auto& sample = tile.samples[static_cast<std::size_t>(v.cell)];
     tile.inside.set(v.cell);
-    for (auto* const values : {&tile.phi, &tile.gx, &tile.gy, &tile.gz}) {
-      (*values)[c] = -(*values)[c];
-    }
+    sample = {-sample.value, -sample.gx, -sample.gy, -sample.gz};
   }
 
   Field& field_;

@@ -15,6 +15,15 @@ inline Lanes load(float const* from) noexcept {
   return lanes;
 }
 
+/// Of four floats that are members of one struct.
+template <class Four>
+Lanes loadAll(Four const& from) noexcept {
+  static_assert(sizeof from == sizeof(Lanes));
+  Lanes lanes;
+  std::memcpy(&lanes, &from, sizeof lanes);
+  return lanes;
+}
+
 inline Lanes all(float value) noexcept { return Lanes{value, value, value, value}; }
 inline Lanes larger(Lanes a, Lanes b) noexcept { return a > b ? a : b; }
 inline Lanes smaller(Lanes a, Lanes b) noexcept { return a < b ? a : b; }

@@ -159,7 +159,7 @@ void storeDistance(Host::Construction const& construction, VoxelChannelItem& dis
     auto* const values = distance.values<float>(leafDepth, slot);
     if (auto const* const tile = field.find(place)) {
       for (int c = 0; c < tileCells; ++c) {
-        values[c] = tile->phi[static_cast<std::size_t>(c)] * voxelSize;
+        values[c] = tile->samples[static_cast<std::size_t>(c)].value * voxelSize;
       }
     } else {
       std::fill_n(values, tileCells, construction.insideAt(place) ? -band : band);

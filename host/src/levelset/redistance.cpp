@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "levelset/bit_rows.h"
+#include "levelset/lanes.h"
 #include "levelset/parallel.h"
 
 namespace Velmor::Host {
@@ -16,7 +17,6 @@ using API::cellOf;
 using API::cellPositions;
 using API::tileCells;
 using API::tileWidth;
-using Around = std::array<FieldTile*, 27>;
 
 constexpr float farAway = 8.f;
 
@@ -33,6 +33,19 @@ Vector centreOf(int cell) {
   return {static_cast<float>(p.x) + 0.5f, static_cast<float>(p.y) + 0.5f,
           static_cast<float>(p.z) + 0.5f};
 }
+
+Lanes lanesOf(Vector v) { return Lanes{v.x, v.y, v.z, 0.f}; }
+
+// From the tile in the middle to each of the 27.
+constexpr auto tileShifts = [] {
+  std::array<Lanes, 27> shifts{};
+  for (int n = 0; n < 27; ++n) {
+    shifts[static_cast<std::size_t>(n)] = Lanes{static_cast<float>(tileWidth * (n % 3 - 1)),
+                                                static_cast<float>(tileWidth * (n / 3 % 3 - 1)),
+                                                static_cast<float>(tileWidth * (n / 9 - 1)), 0.f};
+  }
+  return shifts;
+}();
 
 void setTo(CellMask& mask, bool value) {
   mask.words = {value ? ~std::uint64_t{0} : 0,
@@ -60,21 +73,33 @@ void differenceRoughVoxels(FieldTile& tile, Around const& around) {
     auto const c = static_cast<std::size_t>(cell);
     auto const p = cellPositions[c];
     auto const along = [&](int dx, int dy, int dz) {
-      float values[2] = {tile.phi[c], tile.phi[c]};
+      float values[2] = {tile.samples[c].value, tile.samples[c].value};
       float steps = 0.f;
       for (int side = 0; side < 2; ++side) {
         int const s = 2 * side - 1;
         auto const next = cellAround(around, p.x + s * dx, p.y + s * dy, p.z + s * dz);
         if (next.tile == nullptr || !next.tile->known.test(next.cell)) continue;
-        values[side] = next.tile->phi[static_cast<std::size_t>(next.cell)];
+        values[side] = next.tile->samples[static_cast<std::size_t>(next.cell)].value;
         steps += 1.f;
       }
       return steps > 0.f ? (values[1] - values[0]) / steps : 0.f;
     };
-    tile.gx[c] = along(1, 0, 0);
-    tile.gy[c] = along(0, 1, 0);
-    tile.gz[c] = along(0, 0, 1);
+    tile.samples[c] = {tile.samples[c].value, along(1, 0, 0), along(0, 1, 0), along(0, 0, 1)};
   });
+}
+
+void findComplete(FieldTile& tile, Around const& around) {
+  BitRows const known(
+      around, [](FieldTile const& t) -> CellMask const& { return t.known; },
+      [](int) { return false; });
+  tile.complete = {};
+  for (int z = 0; z < tileWidth; ++z) {
+    for (int y = 0; y < tileWidth; ++y) {
+      unsigned const all =
+          known.row(y, z) & known.row(y + 1, z) & known.row(y, z + 1) & known.row(y + 1, z + 1);
+      setRow(tile.complete, y, z, (all & all >> 1) >> 1);
+    }
+  }
 }
 
 struct Sample {
@@ -88,86 +113,76 @@ struct Sample {
 // where a voxel is not known.
 bool interpolateNear(Around const& around, Vector const& from, Sample& sample) {
   int const i = floorOf(from.x), j = floorOf(from.y), k = floorOf(from.z);
+  auto const first = cellAround(around, i, j, k);
+  if (first.tile == nullptr || !first.tile->complete.test(first.cell)) return false;
+  // The way to a voxel's neighbour: within the tile, or over to the next one.
+  struct Step {
+    int tile, cell;
+  };
+  auto const stepFrom = [](int a, int tiles, int cells) {
+    bool const crosses = (a + 2 * tileWidth) % tileWidth == tileWidth - 1;
+    return crosses ? Step{tiles, cells * (1 - tileWidth)} : Step{0, cells};
+  };
+  Step const sx = stepFrom(i, 1, 1), sy = stepFrom(j, 3, tileWidth),
+             sz = stepFrom(k, 9, tileWidth * tileWidth);
+  auto const tileAlong = [](int a) { return (a + tileWidth) / tileWidth; };
+  int const tile = tileAlong(i) + 3 * (tileAlong(j) + 3 * tileAlong(k));
+  auto const at = [&](int t, int c) {
+    return loadAll(around[static_cast<std::size_t>(t)]->samples[static_cast<std::size_t>(c)]);
+  };
+
   Vector const f{from.x - static_cast<float>(i), from.y - static_cast<float>(j),
                  from.z - static_cast<float>(k)};
-  // For both voxels along each axis: what it adds to the number of the tile among the 27
-  // and to that of the cell, the way to it, and its weight.
-  int tiles[3][2], cells[3][2];
-  float ways[3][2], weights[3][2];
-  int const firsts[3] = {i, j, k};
-  float const parts[3] = {f.x, f.y, f.z};
-  constexpr int tileSteps[3] = {1, 3, 9}, cellSteps[3] = {1, tileWidth, tileWidth * tileWidth};
-  for (int a = 0; a < 3; ++a) {
-    for (int d = 0; d < 2; ++d) {
-      int const at = firsts[a] + d + tileWidth, tile = at / tileWidth;
-      tiles[a][d] = tile * tileSteps[a];
-      cells[a][d] = (at - tile * tileWidth) * cellSteps[a];
-      ways[a][d] = parts[a] - static_cast<float>(d);
-      weights[a][d] = 1.f - std::abs(ways[a][d]);
-    }
+  // Weighted sums over all voxels, and over the upper ones along each axis.
+  Lanes sum{}, upper[3]{};
+  for (int row = 0; row < 4; ++row) {
+    int const y = row & 1, z = row >> 1;
+    float const weight = (y != 0 ? f.y : 1.f - f.y) * (z != 0 ? f.z : 1.f - f.z);
+    int const t = tile + y * sy.tile + z * sz.tile, c = first.cell + y * sy.cell + z * sz.cell;
+    auto const high = at(t + sx.tile, c + sx.cell) * (f.x * weight);
+    auto const both = at(t, c) * ((1.f - f.x) * weight) + high;
+    sum += both;
+    upper[0] += high;
+    if (y != 0) upper[1] += both;
+    if (z != 0) upper[2] += both;
   }
-  sample = {0.f, {0.f, 0.f, 0.f}};
-  for (int n = 0; n < 8; ++n) {
-    int const dx = n & 1, dy = n >> 1 & 1, dz = n >> 2;
-    auto const* const tile =
-        around[static_cast<std::size_t>(tiles[0][dx] + tiles[1][dy] + tiles[2][dz])];
-    int const cell = cells[0][dx] + cells[1][dy] + cells[2][dz];
-    if (tile == nullptr || !tile->known.test(cell)) return false;
-    auto const c = static_cast<std::size_t>(cell);
-    float const weight = weights[0][dx] * weights[1][dy] * weights[2][dz];
-    Vector const g{tile->gx[c], tile->gy[c], tile->gz[c]};
-    sample.value +=
-        weight * (tile->phi[c] + 0.5f * dot(g, {ways[0][dx], ways[1][dy], ways[2][dz]}));
-    sample.gradient = sample.gradient + g * weight;
-  }
+  sample.gradient = {sum[1], sum[2], sum[3]};
+  Vector const ways{f.x * sum[1] - upper[0][1], f.y * sum[2] - upper[1][2],
+                    f.z * sum[3] - upper[2][3]};
+  sample.value = sum[0] + 0.5f * (ways.x + ways.y + ways.z);
   return true;
 }
 
-/// All tiles with those around them.
-class Neighbourhoods {
- public:
-  explicit Neighbourhoods(Field& field) : around_(field.count()) {
-    forEach(field.count(), [&](std::size_t t) {
-      field.tile(t).number = static_cast<std::uint32_t>(t);
-      around_[t] = field.around(t);
-    });
+// The field at a point relative to the tile in the middle; false where it is not known.
+bool interpolate(Field const& field, Around const& around, Vector const& at, Sample& sample) {
+  Vector const from = at - Vector{0.5f, 0.5f, 0.5f};
+  auto const isNear = [](float a) { return a >= -5.f && a < 9.f; };
+  if (isNear(from.x) && isNear(from.y) && isNear(from.z)) {
+    return interpolateNear(around, from, sample);
   }
-  Around const& operator[](std::size_t t) const noexcept { return around_[t]; }
-
-  /// The field at a point relative to the tile in the middle; false where it is not known.
-  bool interpolate(Around const& around, Vector const& at, Sample& sample) const {
-    Vector const from = at - Vector{0.5f, 0.5f, 0.5f};
-    auto const isNear = [](float a) { return a >= -5.f && a < 9.f; };
-    if (isNear(from.x) && isNear(from.y) && isNear(from.z)) {
-      return interpolateNear(around, from, sample);
-    }
-    auto const isInReach = [](float a) { return a >= -10.f && a < 14.f; };
-    if (!isInReach(from.x) || !isInReach(from.y) || !isInReach(from.z)) return false;
-    auto const step = [&](float a) { return isNear(a) ? 0 : (a < 0.f ? -1 : 1); };
-    int const i = step(from.x), j = step(from.y), k = step(from.z);
-    auto const* const tile = around[static_cast<std::size_t>(13 + i + 3 * j + 9 * k)];
-    if (tile == nullptr) return false;
-    auto const shift = [](int a) { return static_cast<float>(tileWidth * a); };
-    return interpolateNear(around_[tile->number], from - Vector{shift(i), shift(j), shift(k)},
-                           sample);
-  }
-
- private:
-  std::vector<Around> around_;
-};
+  auto const isInReach = [](float a) { return a >= -10.f && a < 14.f; };
+  if (!isInReach(from.x) || !isInReach(from.y) || !isInReach(from.z)) return false;
+  auto const step = [&](float a) { return isNear(a) ? 0 : (a < 0.f ? -1 : 1); };
+  int const i = step(from.x), j = step(from.y), k = step(from.z);
+  auto const* const tile = around[static_cast<std::size_t>(13 + i + 3 * j + 9 * k)];
+  if (tile == nullptr) return false;
+  auto const shift = [](int a) { return static_cast<float>(tileWidth * a); };
+  return interpolateNear(field.around(tile->number), from - Vector{shift(i), shift(j), shift(k)},
+                         sample);
+}
 
 constexpr float leastSquaredSlope = 0.04f;  // below it a Newton step leads anywhere
 
 // Follows the gradient from a point to the surface; false if it does not lead
 // there within `most` voxels.
-bool descend(Neighbourhoods const& all, Around const& around, Sample at, float most, Vector& y) {
+bool descend(Field const& field, Around const& around, Sample at, float most, Vector& y) {
   auto const start = y;
   for (int n = 0; n < 4; ++n) {
     float const slope = dot(at.gradient, at.gradient);
     if (!(slope > leastSquaredSlope)) return false;
     y = y - at.gradient * (at.value / slope);
     auto const way = y - start;
-    if (!(dot(way, way) < most * most) || !all.interpolate(around, y, at)) return false;
+    if (!(dot(way, way) < most * most) || !interpolate(field, around, y, at)) return false;
     if (std::abs(at.value) < 1e-3f) return true;
   }
   return std::abs(at.value) < 0.02f;
@@ -179,7 +194,7 @@ Vector crossingOf(FieldTile const& tile, Around const& around, int cell) {
   auto const start = centreOf(cell);
   auto const p = cellPositions[c];
   bool const inside = tile.inside.test(cell);
-  float const own = std::abs(tile.phi[c]);
+  float const own = std::abs(tile.samples[c].value);
   Vector best = start;
   float shortest = 2.f;
   for (int n = 0; n < 6; ++n) {
@@ -187,7 +202,7 @@ Vector crossingOf(FieldTile const& tile, Around const& around, int cell) {
     int const dx = n / 2 == 0 ? s : 0, dy = n / 2 == 1 ? s : 0, dz = n / 2 == 2 ? s : 0;
     auto const next = cellAround(around, p.x + dx, p.y + dy, p.z + dz);
     if (next.tile == nullptr || next.tile->inside.test(next.cell) == inside) continue;
-    float const other = std::abs(next.tile->phi[static_cast<std::size_t>(next.cell)]);
+    float const other = std::abs(next.tile->samples[static_cast<std::size_t>(next.cell)].value);
     float const part = own + other > 0.f ? own / (own + other) : 0.f;
     if (part >= shortest) continue;
     shortest = part;
@@ -199,20 +214,21 @@ Vector crossingOf(FieldTile const& tile, Around const& around, int cell) {
 
 // The nearest point of the surface to a voxel beside it. A crossing on the way
 // to a neighbour bounds how far it is; the mesher relies on that.
-Vector sourceOf(Neighbourhoods const& all, FieldTile const& tile, Around const& around, int cell) {
+Vector sourceOf(Field const& field, FieldTile const& tile, Around const& around, int cell) {
   auto const c = static_cast<std::size_t>(cell);
   auto const start = centreOf(cell);
   auto const squaredWay = [&](Vector const& y) { return dot(y - start, y - start); };
   auto best = crossingOf(tile, around, cell);
   auto corrected = best;
   Sample there;
-  if (all.interpolate(around, best, there) && descend(all, around, there, 0.3f, corrected) &&
+  if (interpolate(field, around, best, there) && descend(field, around, there, 0.3f, corrected) &&
       squaredWay(corrected) < 1.f) {
     best = corrected;
   }
   auto y = start;
-  Sample const here{tile.phi[c], {tile.gx[c], tile.gy[c], tile.gz[c]}};
-  if (tile.known.test(cell) && descend(all, around, here, 1.75f, y) &&
+  auto const& own = tile.samples[c];
+  Sample const here{own.value, {own.gx, own.gy, own.gz}};
+  if (tile.known.test(cell) && descend(field, around, here, 1.75f, y) &&
       squaredWay(y) < squaredWay(best)) {
     best = y;
   }
@@ -220,10 +236,25 @@ Vector sourceOf(Neighbourhoods const& all, FieldTile const& tile, Around const& 
 }
 
 void store(FieldTile& tile, std::size_t c, Vector const& point) {
-  tile.cx[c] = point.x;
-  tile.cy[c] = point.y;
-  tile.cz[c] = point.z;
+  tile.nearest[c] = {point.x, point.y, point.z, 0.f};
 }
+
+/// Where a row of cells from -1 to 5 lies: what it adds to the number of the tile
+/// among the 27, and to that of the cell.
+struct CellRow {
+  int tile, cell;
+};
+constexpr auto cellRows = [] {
+  std::array<CellRow, 49> rows{};
+  for (int z = -1; z <= 5; ++z) {
+    for (int y = -1; y <= 5; ++y) {
+      int const ty = (y + 5) / 5, tz = (z + 5) / 5;
+      rows[static_cast<std::size_t>(y + 1 + 7 * (z + 1))] = {
+          3 * ty + 9 * tz, tileWidth * (y + 5 - 5 * ty + tileWidth * (z + 5 - 5 * tz))};
+    }
+  }
+  return rows;
+}();
 
 // Hands on the nearest points to the voxels around those that are reached.
 void arrive(FieldTile& tile, Around const& around) {
@@ -240,27 +271,25 @@ void arrive(FieldTile& tile, Around const& around) {
       for (unsigned bits = beside >> 1 & 31u; bits != 0; bits &= bits - 1) {
         int const x = std::countr_zero(bits);
         int const cell = cellOf(x, y, z);
-        auto const centre = centreOf(cell);
-        Vector best{};
+        auto const centre = lanesOf(centreOf(cell));
+        Lanes best{};
         float shortest = 1e9f;
         for (int n = 0; n < 9; ++n) {
           int const dy = n % 3 - 1, dz = n / 3 - 1;
+          auto const row = cellRows[static_cast<std::size_t>(y + dy + 1 + 7 * (z + dz + 1))];
           for (unsigned near = reached.row(y + dy, z + dz) >> x & 7u; near != 0; near &= near - 1) {
-            int const nx = x + std::countr_zero(near) - 1;
-            auto const from = cellAround(around, nx, y + dy, z + dz);
-            auto const c = static_cast<std::size_t>(from.cell);
-            auto const offset = cellPositions[c];
-            Vector const point{from.tile->cx[c] + static_cast<float>(nx - offset.x),
-                               from.tile->cy[c] + static_cast<float>(y + dy - offset.y),
-                               from.tile->cz[c] + static_cast<float>(z + dz - offset.z)};
+            int const along = x + std::countr_zero(near) - 1 + tileWidth, tx = along / tileWidth;
+            auto const from = static_cast<std::size_t>(row.tile + tx);
+            auto const c = static_cast<std::size_t>(row.cell + along - tx * tileWidth);
+            auto const point = loadAll(around[from]->nearest[c]) + tileShifts[from];
             auto const way = centre - point;
-            if (float const d = dot(way, way); d < shortest) {
+            if (float const d = sumOf(way * way); d < shortest) {
               shortest = d;
               best = point;
             }
           }
         }
-        store(tile, static_cast<std::size_t>(cell), best);
+        store(tile, static_cast<std::size_t>(cell), {best[0], best[1], best[2]});
         tile.arriving.set(cell);
       }
     }
@@ -268,9 +297,9 @@ void arrive(FieldTile& tile, Around const& around) {
 }
 
 // Moves a point beside the surface onto it; `there` is the field where it was last looked at.
-bool land(Neighbourhoods const& all, Around const& around, Vector& y, Sample& there) {
+bool land(Field const& field, Around const& around, Vector& y, Sample& there) {
   for (int n = 0; n < 2; ++n) {
-    if (!all.interpolate(around, y, there)) return false;
+    if (!interpolate(field, around, y, there)) return false;
     float const slope = dot(there.gradient, there.gradient);
     if (!(slope > leastSquaredSlope)) return false;
     y = y - there.gradient * (there.value / slope);
@@ -287,14 +316,16 @@ Vector tangentialPart(Vector const& way, Vector const& gradient) {
 
 // Walks along the surface from a point of it to the one nearest to `from`, and
 // returns how far that is.
-float shortestWay(Neighbourhoods const& all, Around const& around, Vector const& from, Vector y) {
+float shortestWay(Field const& field, Around const& around, Vector const& from, Vector y) {
   auto best = from - y;
   Sample at;
-  if (!all.interpolate(around, y, at)) return std::sqrt(dot(best, best));
+  if (!interpolate(field, around, y, at)) return std::sqrt(dot(best, best));
   for (int round = 0; round < 4; ++round) {
     if (!(dot(at.gradient, at.gradient) > leastSquaredSlope)) break;
     auto const along = tangentialPart(from - y, at.gradient);
-    if (dot(along, along) < 4e-4f) break;
+    // What the way along the surface shortens the distance by is half its square,
+    // divided by the distance.
+    if (dot(along, along) < std::max(4e-4f, 0.004f * std::sqrt(dot(best, best)))) break;
     // A whole step is right where the surface is flat. Where it bends away, what is
     // left to go turns round, and says how far it should have been.
     auto const start = y;
@@ -303,7 +334,7 @@ float shortestWay(Neighbourhoods const& all, Around const& around, Vector const&
     for (int attempt = 0; attempt < 3; ++attempt) {
       auto next = start + along * part;
       Sample there;
-      bool const good = land(all, around, next, there);
+      bool const good = land(field, around, next, there);
       auto const found = from - next;
       if (good && dot(found, found) < dot(best, best)) {
         best = found;
@@ -321,18 +352,18 @@ float shortestWay(Neighbourhoods const& all, Around const& around, Vector const&
   return std::sqrt(dot(best, best));
 }
 
-void measure(Neighbourhoods const& all, FieldTile& tile, Around const& around) {
-  auto& distance = tile.cx;  // the others still read this tile's field
+void measure(Field const& field, FieldTile& tile, Around const& around) {
   for (int cell = 0; cell < tileCells; ++cell) {
     auto const c = static_cast<std::size_t>(cell);
     float d = bandWidth;
     if (tile.reached.test(cell)) {
-      Vector const point{tile.cx[c], tile.cy[c], tile.cz[c]};
+      Vector const point{tile.nearest[c].x, tile.nearest[c].y, tile.nearest[c].z};
       auto const way = centreOf(cell) - point;
       // What is far beyond the band does not come back into it.
-      if (dot(way, way) < 6.f * 6.f) d = shortestWay(all, around, centreOf(cell), point);
+      if (dot(way, way) < 6.f * 6.f) d = shortestWay(field, around, centreOf(cell), point);
     }
-    distance[c] = tile.inside.test(cell) ? -std::min(d, bandWidth) : std::min(d, bandWidth);
+    tile.nearest[c].distance =
+        tile.inside.test(cell) ? -std::min(d, bandWidth) : std::min(d, bandWidth);
   }
 }
 
@@ -346,7 +377,7 @@ void addBand(Field& field, InsideAt const& insideAt) {
   forEach(field.count() - old, [&](std::size_t n) {
     auto& tile = field.tile(old + n);
     bool const inside = insideAt(tile.place);
-    tile.phi.fill(inside ? -farAway : farAway);
+    tile.samples.fill({inside ? -farAway : farAway, 0.f, 0.f, 0.f});
     setTo(tile.inside, inside);
   });
 }
@@ -357,7 +388,7 @@ void redistance(Field& field, InsideAt const& insideAt) {
   auto const findSources = [&](std::size_t begin) {
     forEach(field.count() - begin, [&](std::size_t n) {
       auto& tile = field.tile(begin + n);
-      auto const around = field.around(begin + n);
+      auto const& around = field.around(begin + n);
       auto const p = tile.place;
       tile.reached = besideSurface(BitRows(
           around, [](FieldTile const& t) -> CellMask const& { return t.inside; },
@@ -367,32 +398,41 @@ void redistance(Field& field, InsideAt const& insideAt) {
     });
   };
   auto const summed = field.count();
+  field.link();
   findSources(0);
   addBand(field, insideAt);
+  field.link();
   findSources(summed);
 
-  Neighbourhoods const around(field);
-  forEach(summed, [&](std::size_t t) { differenceRoughVoxels(field.tile(t), around[t]); });
+  forEach(summed, [&](std::size_t t) {
+    differenceRoughVoxels(field.tile(t), field.around(t));
+    findComplete(field.tile(t), field.around(t));
+  });
   forEach(field.count(), [&](std::size_t t) {
     auto& tile = field.tile(t);
     forBits(tile.reached, [&](int cell) {
-      store(tile, static_cast<std::size_t>(cell), sourceOf(around, tile, around[t], cell));
+      store(tile, static_cast<std::size_t>(cell), sourceOf(field, tile, field.around(t), cell));
     });
   });
   for (int ring = 0; ring < static_cast<int>(bandWidth); ++ring) {
-    forEach(field.count(), [&](std::size_t t) { arrive(field.tile(t), around[t]); });
+    forEach(field.count(), [&](std::size_t t) { arrive(field.tile(t), field.around(t)); });
     forEach(field.count(), [&](std::size_t t) {
       auto& tile = field.tile(t);
       for (std::size_t w = 0; w < 2; ++w) tile.reached.words[w] |= tile.arriving.words[w];
     });
   }
-  forEach(field.count(), [&](std::size_t t) { measure(around, field.tile(t), around[t]); });
-  forEach(field.count(), [&](std::size_t t) { field.tile(t).phi = field.tile(t).cx; });
+  forEach(field.count(), [&](std::size_t t) { measure(field, field.tile(t), field.around(t)); });
+  forEach(field.count(), [&](std::size_t t) {
+    auto& tile = field.tile(t);
+    for (std::size_t c = 0; c < tile.samples.size(); ++c) {
+      tile.samples[c].value = tile.nearest[c].distance;
+    }
+  });
 }
 
 bool isInBand(FieldTile const& tile) noexcept {
-  return std::any_of(tile.phi.begin(), tile.phi.end(),
-                     [](float d) { return std::abs(d) < bandWidth; });
+  return std::any_of(tile.samples.begin(), tile.samples.end(),
+                     [](FieldTile::Sample const& s) { return std::abs(s.value) < bandWidth; });
 }
 
 }  // namespace Velmor::Host
