@@ -196,6 +196,24 @@ TEST(CreateAccelLayout, HoldsOneTilePerNearVoxelOfASphere) {
   }
 }
 
+TEST(CreateAccelLayout, AddsTilesInTheOrderOfTheTilesAndInThemWithXOutermost) {
+  auto const scene = sphereScene(9.f);  // of many more tiles than are added at once
+  auto const accel = createAccelLayout(scene.distance);
+  auto const sources = scene.layout.tileAccessor(), marked = accel.tileAccessor();
+  int next = 0;
+  forTiles(scene.layout, 7, 7, [&](API::TreeIndex const& index) {
+    auto const data = scene.distance.tileData<float>(index);
+    auto const o = sources.tile(index).coord();
+    for (int p = 0; p < 125; ++p) {
+      int const x = p / 25, y = p / 5 % 5, z = p % 5;
+      if (!(std::abs(data.data[data.offset(x, y, z)]) < 2.598076f)) continue;
+      auto const found = marked.index({5 * (o.i + x), 5 * (o.j + y), 5 * (o.k + z)}, 7);
+      ASSERT_EQ(found, (API::TreeIndex{next++, 7}));
+    }
+  });
+  EXPECT_EQ(static_cast<std::size_t>(next), Host::tileCount(accel, 7));
+}
+
 TEST(CreateAccelLayout, IsMadeAnewEachTime) {
   auto const scene = sceneMarking({{0, 0, 0}, {20, 0, 0}}, 0.f);
   auto const first = createAccelLayout(scene.distance);

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 #include "core/layout_item.h"
 #include "velmorapi/bulk.h"
@@ -26,6 +27,37 @@ int addChain(LayoutItem& layout, std::int32_t* slots, int depth, TileCoord const
   return depth;
 }
 
+// Of a voxel of a tile right above the leaves, counted from the tile's first
+// along one axis: the cell that holds it; beyond the tile a number that makes
+// any sum one that no cell has.
+constexpr auto cellsOfLeaves = [] {
+  std::array<std::uint8_t, 32> table{};
+  for (std::size_t v = 0; v < table.size(); ++v) {
+    table[v] = static_cast<std::uint8_t>(v < tileWidth * tileWidth ? v / tileWidth : tileCells);
+  }
+  return table;
+}();
+
+/// The cells of as many voxels as follow one another in the tile right above the
+/// leaves that starts at `origin`, 125 at most. Returns their number.
+int leafCells(TileCoord const& origin, TileCoord const* voxels, std::size_t count,
+              std::array<std::uint8_t, tileCells>& cells) noexcept {
+  count = std::min<std::size_t>(count, tileCells);
+  std::size_t n = 0;
+  for (; n < count; ++n) {
+    auto const along = [](std::int32_t v, std::int32_t first) {
+      return static_cast<std::uint32_t>(v) - static_cast<std::uint32_t>(first);
+    };
+    auto const x = along(voxels[n].i, origin.i), y = along(voxels[n].j, origin.j),
+               z = along(voxels[n].k, origin.k);
+    if ((x | y | z) >= cellsOfLeaves.size()) break;
+    int const cell = cellOf(cellsOfLeaves[x], cellsOfLeaves[y], cellsOfLeaves[z]);
+    if (cell >= tileCells) break;
+    cells[n] = static_cast<std::uint8_t>(cell);
+  }
+  return static_cast<int>(n);
+}
+
 }  // namespace
 
 void addTiles(Layout const& handle, TileCoord const* voxels, std::size_t count, int depth) {
@@ -47,14 +79,9 @@ void addTiles(Layout const& handle, TileCoord const* voxels, std::size_t count, 
     }
     auto const slot = slots[static_cast<std::size_t>(at)];
     auto const origin = layout->branch(at, slot).coord;
-    auto const extent = layout->extent(at);
     std::array<std::uint8_t, tileCells> cells;
-    int n = 0;
-    for (; n < tileCells && voxels != end && LayoutItem::inside(*voxels, origin, extent);
-         ++voxels, ++n) {
-      cells[static_cast<std::size_t>(n)] =
-          static_cast<std::uint8_t>(layout->cellAt(at, origin, *voxels));
-    }
+    int const n = leafCells(origin, voxels, static_cast<std::size_t>(end - voxels), cells);
+    voxels += n;
     layout->addLeaves(slot, cells.data(), n);
   }
 }
