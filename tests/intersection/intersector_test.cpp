@@ -15,6 +15,7 @@
 
 #include "core/failing_allocation.h"
 #include "intersection/plain_walk.h"
+#include "support/sanitized.h"
 #include "support/scene.h"
 #include "support/seed.h"
 
@@ -263,11 +264,7 @@ TEST(Intersector, AgreesWithAllBoxesOnAMillionRays) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   long rays = 0, met = 0, lossy = 0;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  int const raysPerScene = 2500;  // a sanitizer looks at the code, not at the statistics
-#else
-  int const raysPerScene = 50000;
-#endif
+  int const raysPerScene = Velmor::Test::sanitized ? 2500 : 50000;
   for (int round = 0; round < 20; ++round) {
     auto const scene = randomScene(random, 6, 60);
     Intersector tiles(scene.layout);
@@ -418,11 +415,7 @@ TEST(Intersector, HasTheBitsOfThePlainWalk) {
   unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  int const raysPerScene = 500;
-#else
-  int const raysPerScene = 12000;
-#endif
+  int const raysPerScene = Velmor::Test::sanitized ? 500 : 12000;
   std::uniform_real_distribution<float> turn(-1.f, 1.f);
   std::uniform_int_distribution<int> kind(0, 9), face(-8, 8), axis(0, 2);
   for (int depth = 1; depth <= 7; ++depth) {

@@ -7,6 +7,7 @@
 
 #include "processing/smooth_filter.h"
 #include "shapes/shape_case.h"
+#include "support/sanitized.h"
 #include "velmorapi/object_model.h"
 
 namespace Velmor::Processing {
@@ -155,6 +156,7 @@ TEST_F(VolumeTest, LoadsAndSmoothsEveryFogVolumeOfTheSharedData) {
       }
     }
     if (names.empty()) continue;
+    if (Velmor::Test::sanitized) names.resize(1);
     // As a single file under a name without a number, it stands for any frame.
     auto const link = fs::path(folder.path().str()) / "shared.vdb";
     fs::remove(link);
@@ -173,7 +175,7 @@ TEST_F(VolumeTest, LoadsAndSmoothsEveryFogVolumeOfTheSharedData) {
       ++volumes;
     }
   }
-  EXPECT_GT(volumes, 50);
+  EXPECT_GT(volumes, Velmor::Test::sanitized ? 8 : 50);
 }
 
 TEST_F(VolumeTest, SmoothsADensityOf256Cubed) {

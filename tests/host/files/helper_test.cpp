@@ -6,15 +6,10 @@
 
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
+#include "support/sanitized.h"
 
 namespace Velmor::Test {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
 
 std::size_t openDescriptors() {
   std::size_t count = 0;

@@ -8,6 +8,7 @@
 
 #include "processing/bounds.h"
 #include "render/render.h"
+#include "support/sanitized.h"
 #include "support/scene.h"
 #include "support/seed.h"
 
@@ -134,11 +135,7 @@ Tally shoot(Shape const& shape, Vec3d const& centre, float voxelScale, int rays,
   return tally;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kRays = 1000;
-#else
-constexpr int kRays = 90000;
-#endif
+constexpr int kRays = Velmor::Test::sanitized ? 1000 : 90000;
 
 TEST(SurfaceTracer, FindsTheFirstHitWithinATenthOfAVoxel) {
   unsigned const seed = Velmor::Test::newSeed();
