@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <tuple>
 #include <vector>
 
 #include "core/channel_item.h"
@@ -73,6 +74,7 @@ struct PlannedTile {
   API::TreeIndex index;
   std::size_t parent = 0;
   int cell = 0;
+  bool plain = false;  // only listed: no channel has values for it
 };
 
 /// The tiles of all channels of a component, by level in tree order.
@@ -83,19 +85,20 @@ class PlannedTiles {
       : shape_(image.header().shape) {
     for (int d = 0; d <= shape_.depth; ++d) {
       auto& tiles = levels_[d];
-      auto const add = [&, shape = shape_](Span const& span) {
+      auto const add = [&, shape = shape_](Span const& span, bool plain) {
         auto const* const coords = image.at<API::TileCoord>(span);
         tiles.reserve(tiles.size() + span.count);
         for (std::uint64_t t = 0; t < span.count; ++t) {
-          tiles.push_back({shape.order(coords[t], d), coords[t], {}, 0, 0});
+          tiles.push_back({shape.order(coords[t], d), coords[t], {}, 0, 0, plain});
         }
       };
-      for (auto const* channel : channels) add(channel->levels[d].coords);
+      for (auto const* channel : channels) add(channel->levels[d].coords, false);
       auto const& plain = component.tiles[d];
-      if (plain.count > 0) add(plain);
+      if (plain.count > 0) add(plain, true);
       if (channels.size() > 1 || plain.count > 0) {
-        std::sort(tiles.begin(), tiles.end(),
-                  [](auto const& a, auto const& b) { return a.order < b.order; });
+        std::sort(tiles.begin(), tiles.end(), [](auto const& a, auto const& b) {
+          return std::tie(a.order, a.plain) < std::tie(b.order, b.plain);
+        });
         tiles.erase(std::unique(tiles.begin(), tiles.end(),
                                 [](auto const& a, auto const& b) { return a.order == b.order; }),
                     tiles.end());
@@ -124,17 +127,26 @@ class PlannedTiles {
   }
 
  private:
+  /// Finds the parents of a level's tiles. The list of plain tiles is as old as
+  /// the file: where channels have been edited, clipped or left out since, those
+  /// of its tiles whose parents are gone go too.
   void hang(int d) {
     auto const& above = levels_[d - 1];
+    auto& tiles = levels_[d];
     std::size_t parent = 0;
-    for (auto& tile : levels_[d]) {
+    auto kept = tiles.begin();
+    for (auto& tile : tiles) {
       auto const order = tile.order / TreeShape::cells;
       while (parent < above.size() && above[parent].order < order) ++parent;
-      if (parent == above.size() || above[parent].order != order)
-        throw Failure{"a tile hangs nowhere"};
+      if (parent == above.size() || above[parent].order != order) {
+        if (!tile.plain) throw Failure{"a tile hangs nowhere"};
+        continue;
+      }
       tile.parent = parent;
       tile.cell = static_cast<int>(tile.order % TreeShape::cells);
+      *kept++ = tile;
     }
+    tiles.erase(kept, tiles.end());
   }
 
   TreeShape shape_;

@@ -8,6 +8,7 @@
 #include <ios>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "files/kept_values.h"
 #include "files/keys.h"
@@ -250,16 +251,10 @@ class Decoder {
       scale = prepareDistance(wanted, grid, voxelSize, !own.empty(), record);
     }
 
-    VoxelBox clip{};
+    auto const clip = clipBox(voxelSize);
     VoxelJob job{image_, request_.shape};
     job.levelSet = record.fieldClass == static_cast<std::uint32_t>(FieldClass::LevelSet);
-    if (request_.clip) {
-      for (int a = 0; a < 3; ++a) {
-        clip.lo[a] = voxelAt(request_.clipMin[a], voxelSize);
-        clip.hi[a] = voxelAt(request_.clipMax[a], voxelSize);
-      }
-      job.clip = &clip;
-    }
+    if (clip) job.clip = &*clip;
     decodeGrid(*grid, job, record);
     if (scale != 0) addKept(own, coarse, scale, record);
     if (job.cut) {
@@ -289,6 +284,16 @@ class Decoder {
     constexpr double far = 1e15;
     return static_cast<std::int64_t>(
         std::floor(std::clamp(static_cast<double>(world) / voxelSize, -far, far)));
+  }
+  /// The voxels of a component that were asked for, if not all were.
+  std::optional<VoxelBox> clipBox(double voxelSize) const {
+    if (!request_.clip) return std::nullopt;
+    VoxelBox box{};
+    for (int a = 0; a < 3; ++a) {
+      box.lo[a] = voxelAt(request_.clipMin[a], voxelSize);
+      box.hi[a] = voxelAt(request_.clipMax[a], voxelSize);
+    }
+    return box;
   }
 
   /// The factor that distances were multiplied by; 0 if they were made anew.
@@ -366,8 +371,14 @@ class Decoder {
   void addTiles(std::string const& text, ComponentRecord& record) {
     TileLists lists;
     if (!unpackTiles(text, request_.shape, lists)) return;
-    for (int d = 0; d < TreeShape::levels; ++d) {
-      auto const& list = lists[static_cast<std::size_t>(d)];
+    auto const clip = clipBox(record.voxelSize);
+    for (int d = 0; d <= request_.shape.depth; ++d) {
+      auto& list = lists[static_cast<std::size_t>(d)];
+      if (clip) {
+        std::erase_if(list, [&, extent = request_.shape.tileExtent(d)](API::TileCoord const& tile) {
+          return !clip->touches(tile, extent);
+        });
+      }
       std::copy(list.begin(), list.end(),
                 image_.allocate<API::TileCoord>(list.size(), record.tiles[d]));
     }

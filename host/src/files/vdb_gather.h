@@ -164,11 +164,8 @@ class VoxelDecoder {
     return openvdb::CoordBBox::createCube(lo, static_cast<openvdb::Coord::ValueType>(extent));
   }
   bool clipped(openvdb::CoordBBox const& box) const {
-    if (job_.clip == nullptr) return false;
-    for (int a = 0; a < 3; ++a) {
-      if (box.max()[a] < job_.clip->lo[a] || box.min()[a] > job_.clip->hi[a]) return true;
-    }
-    return false;
+    auto const& lo = box.min();
+    return job_.clip != nullptr && !job_.clip->touches({lo.x(), lo.y(), lo.z()}, box.dim().x());
   }
   /// What stands for a cell that is left out: nothing active, and of a level
   /// set the value in its middle, so that the inside stays inside.

@@ -11,6 +11,14 @@ namespace Velmor::Host::Files {
 struct VoxelBox {
   std::int64_t lo[3];
   std::int64_t hi[3];
+
+  /// Whether it holds voxels of a cube.
+  constexpr bool touches(API::TileCoord const& origin, std::int32_t extent) const noexcept {
+    auto const along = [&](int a, std::int64_t from) {
+      return from <= hi[a] && from + extent > lo[a];
+    };
+    return along(0, origin.i) && along(1, origin.j) && along(2, origin.k);
+  }
 };
 
 /// Regroups the voxels of one grid into the tiles of a layout.
