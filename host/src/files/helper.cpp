@@ -1,13 +1,10 @@
 #include "files/helper.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,13 +13,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 
 #include "files/fd_stream.h"
 #include "files/helper_protocol.h"
-
-extern char** environ;
+#include "files/helper_server.h"
 
 namespace Velmor::Host::Files {
 
@@ -32,22 +27,6 @@ constexpr std::size_t mostOutput = 1 << 16;
 using Clock = std::chrono::steady_clock;
 
 std::string words(char const* what) { return std::string(what) + ": " + std::strerror(errno); }
-
-/// Owns what `posix_spawn` is told.
-struct SpawnPlan {
-  posix_spawn_file_actions_t files;
-  posix_spawnattr_t attributes;
-  SpawnPlan() {
-    posix_spawn_file_actions_init(&files);
-    posix_spawnattr_init(&attributes);
-  }
-  SpawnPlan(SpawnPlan const&) = delete;
-  SpawnPlan& operator=(SpawnPlan const&) = delete;
-  ~SpawnPlan() {
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attributes);
-  }
-};
 
 void closeIfOpen(int& fd) {
   if (fd >= 0) ::close(fd);
@@ -70,58 +49,30 @@ Mapping::~Mapping() {
   if (data_ != nullptr) ::munmap(const_cast<std::byte*>(data_), size_);
 }
 
-std::string findHelper() {
-  Dl_info info{};
-  if (::dladdr(reinterpret_cast<void*>(&findHelper), &info) == 0 || info.dli_fname == nullptr) {
-    return {};
-  }
-  std::error_code error;
-  auto const library = std::filesystem::canonical(info.dli_fname, error);
-  if (error) return {};
-  auto const folder = library.parent_path();
-  for (auto const& place : {folder, folder / ".." / "bin", folder / ".." / "libexec",
-                            folder / ".." / ".." / "bin", folder / ".." / ".." / "libexec"}) {
-    auto const candidate = (place / Helper::program).string();
-    if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-  }
-  return {};
-}
+HelperRun::~HelperRun() { close(); }
 
-HelperRun::~HelperRun() {
-  if (pid_ > 0) {
-    ::kill(pid_, SIGKILL);
-    while (::waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
-    }
-  }
-  closeIfOpen(process_);
-  closeIfOpen(pipe_);
-  closeIfOpen(memory_);
+void HelperRun::close() {
+  for (auto* const fd : {&report_, &pipe_, &memory_}) closeIfOpen(*fd);
 }
 
 std::string HelperRun::run(std::string const& request, double seconds) {
-  auto const program = findHelper();
-  if (program.empty()) {
-    return std::string("the helper program '") + Helper::program + "' is not installed";
+  if (auto problem = send(request); !problem.empty()) return problem;
+  auto end = wait(seconds);
+  if (end == End::Lost) {
+    // Somebody may have ended the helper while it was idle: that is not the file's fault.
+    close();
+    output_.clear();
+    if (auto problem = send(request); !problem.empty()) return problem;
+    end = wait(seconds);
   }
-  memory_ = ::memfd_create("velmor-image", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-  if (memory_ < 0) return words("no memory file");
-  if (int const error = writeAll(memory_, request.data(), request.size())) {
-    return std::string("no memory file: ") + std::strerror(error);
-  }
-  if (auto problem = start(program); !problem.empty()) return problem;
-  if (!wait(seconds)) {
-    ::kill(pid_, SIGKILL);
-    while (::waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
-    }
-    pid_ = 0;
+  if (end == End::Lost) return "the helper is gone";
+  if (end == End::Late) {
+    closeIfOpen(report_);  // which ends the worker
     auto limit = std::to_string(seconds);
     limit.erase(std::min(limit.size(), limit.find_last_not_of('0') + 1));
     if (limit.ends_with('.')) limit.pop_back();
     return "the helper was still busy after the limit of " + limit + " seconds";
   }
-  while (::waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
-  }
-  pid_ = 0;
   if (auto problem = outcome(); !problem.empty()) return problem;
   // Whatever it may have started in turn cannot change the image any more.
   if (::fcntl(memory_, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) != 0) {
@@ -130,58 +81,49 @@ std::string HelperRun::run(std::string const& request, double seconds) {
   return {};
 }
 
-std::string HelperRun::start(std::string const& program) {
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return words("no pipe");
-  pipe_ = ends[0];
-  ::fcntl(pipe_, F_SETFL, O_NONBLOCK);
-
-  SpawnPlan plan;
-  posix_spawn_file_actions_addopen(&plan.files, 0, "/dev/null", O_RDONLY, 0);
-  // By way of numbers that no file here has: the targets may be taken.
-  int const memory = ::fcntl(memory_, F_DUPFD_CLOEXEC, 10);
-  int const out = ::fcntl(ends[1], F_DUPFD_CLOEXEC, 10);
-  posix_spawn_file_actions_adddup2(&plan.files, memory, Helper::memory);
-  posix_spawn_file_actions_adddup2(&plan.files, out, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&plan.files, out, STDERR_FILENO);
-  posix_spawn_file_actions_addclosefrom_np(&plan.files, Helper::memory + 1);
-  sigset_t all, none;
-  sigfillset(&all);
-  sigemptyset(&none);
-  posix_spawnattr_setflags(&plan.attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-  posix_spawnattr_setsigdefault(&plan.attributes, &all);
-  posix_spawnattr_setsigmask(&plan.attributes, &none);
-
-  auto parent = std::to_string(::getpid());
-  std::string name = Helper::program;
-  std::array<char*, 3> arguments{name.data(), parent.data(), nullptr};
-  int const error = ::posix_spawn(&pid_, program.c_str(), &plan.files, &plan.attributes,
-                                  arguments.data(), environ);
-  ::close(ends[1]);
-  ::close(out);
-  ::close(memory);
-  if (error != 0) {
-    pid_ = 0;
-    return "the helper '" + program + "' could not be started: " + std::strerror(error);
+std::string HelperRun::send(std::string const& request) {
+  memory_ = ::memfd_create("velmor-image", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (memory_ < 0) return words("no memory file");
+  if (int const error = writeAll(memory_, request.data(), request.size())) {
+    return std::string("no memory file: ") + std::strerror(error);
   }
-  process_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-  return process_ >= 0 ? std::string() : words("the helper cannot be watched");
+  int output[2], report[2];
+  if (::pipe2(output, O_CLOEXEC) != 0) return words("no pipe");
+  pipe_ = output[0];
+  ::fcntl(pipe_, F_SETFL, O_NONBLOCK);
+  if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, report) != 0) {
+    auto problem = words("no socket");
+    ::close(output[1]);
+    return problem;
+  }
+  report_ = report[0];
+  int folder = ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) folder = ::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  Descriptors files;
+  files[Helper::Memory] = memory_;
+  files[Helper::Output] = output[1];
+  files[Helper::Folder] = folder;
+  files[Helper::Report] = report[1];
+  auto problem = folder >= 0 ? HelperServer::instance().send(files) : words("no working folder");
+  for (int const fd : {output[1], report[1]}) ::close(fd);
+  if (folder >= 0) ::close(folder);
+  return problem;
 }
 
-/// Collects its output until it ends; false if the time is up before.
-bool HelperRun::wait(double seconds) {
+/// Collects what the worker prints until it ends.
+HelperRun::End HelperRun::wait(double seconds) {
   constexpr double longest = 1e9;
   auto const end =
       Clock::now() + std::chrono::duration_cast<Clock::duration>(
                          std::chrono::duration<double>(std::clamp(seconds, 0.0, longest)));
   std::array<char, 4096> chunk;
   for (;;) {
-    std::array<pollfd, 2> events{pollfd{process_, POLLIN, 0}, pollfd{pipe_, POLLIN, 0}};
+    std::array<pollfd, 2> events{pollfd{report_, POLLIN, 0}, pollfd{pipe_, POLLIN, 0}};
     auto const left =
         std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count() + 1;
     auto const timeout = std::clamp<long long>(left, 0, std::numeric_limits<int>::max());
     auto const ready = ::poll(events.data(), events.size(), static_cast<int>(timeout));
-    if (ready < 0 && errno != EINTR) return false;
+    if (ready < 0 && errno != EINTR) return End::Lost;
     for (;;) {
       auto const got = pipe_ >= 0 ? ::read(pipe_, chunk.data(), chunk.size()) : -1;
       if (got == 0) closeIfOpen(pipe_);
@@ -190,8 +132,11 @@ bool HelperRun::wait(double seconds) {
       output_.append(chunk.data(), std::min(static_cast<std::size_t>(got), room));
       if (Clock::now() >= end) break;
     }
-    if (ready > 0 && events[0].revents != 0) return true;
-    if (Clock::now() >= end) return false;
+    if (ready > 0 && events[0].revents != 0) {
+      auto const got = ::recv(report_, &status_, sizeof status_, 0);
+      return got == sizeof status_ ? End::Reported : End::Lost;
+    }
+    if (Clock::now() >= end) return End::Late;
   }
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -25,8 +23,8 @@ class Mapping {
   std::size_t size_ = 0;
 };
 
-/// One run of the helper program. What it prints is collected, whatever it does
-/// it is gone when the object is.
+/// One request to the helper program. What its worker prints is collected, whatever
+/// that does it is gone soon after the object is.
 class HelperRun {
  public:
   HelperRun() = default;
@@ -34,29 +32,26 @@ class HelperRun {
   HelperRun& operator=(HelperRun const&) = delete;
   ~HelperRun();
 
-  /// Starts the helper on a packed request and waits for its end, at most
-  /// `seconds`. Empty if it ended well and `memory()` holds what it made, else
-  /// what happened.
+  /// Hands a packed request to a worker and waits for its end, at most `seconds`.
+  /// Empty if it ended well and `memory()` holds what it made, else what happened.
   std::string run(std::string const& request, double seconds);
 
   int memory() const noexcept { return memory_; }
   std::string const& output() const noexcept { return output_; }
 
  private:
-  std::string start(std::string const& program);
-  bool wait(double seconds);
+  enum class End { Reported, Lost, Late };
+
+  void close();
+  std::string send(std::string const& request);
+  End wait(double seconds);
   std::string outcome() const;
 
   int memory_ = -1;
   int pipe_ = -1;
-  int process_ = -1;  // a descriptor that becomes readable when it ends
-  pid_t pid_ = 0;     // 0 once it has been waited for
+  int report_ = -1;
   int status_ = 0;
   std::string output_;
 };
-
-/// The helper program beside the library or where installations put it; empty
-/// if it is nowhere.
-std::string findHelper();
 
 }  // namespace Velmor::Host::Files

@@ -1,13 +1,21 @@
 #pragma once
 
-/// What the library and its helper program agree on: the helper is started with
-/// the process number of its parent as its only argument, a memory file with
-/// the packed request as descriptor 3, which it fills with the image, and
-/// descriptors 1 and 2 on a pipe.
+/// What the library and its helper program agree on. The helper is started once,
+/// with the process number of its parent as its only argument and a packet socket
+/// as descriptor 3. It goes into the background and forks a worker for each
+/// message on the socket, because loading its libraries takes longer than reading
+/// a small file. With the message come a memory file with the packed request,
+/// which the worker fills with the image; a pipe for what it prints; the folder
+/// that relative paths start from; and a packet socket on which the helper reports
+/// the worker's end, as `waitpid` tells it. A worker whose report nobody waits for
+/// any more is killed.
 namespace Velmor::Host::Files::Helper {
 
 inline constexpr char const* program = "velmor-vdb-reader";
-inline constexpr int memory = 3;
+inline constexpr int requests = 3;
+
+/// Which of the descriptors of a message is which.
+enum Part { Memory, Output, Folder, Report };
 
 // Exit codes.
 inline constexpr int done = 0;          ///< the image is complete, though it may tell of a failure

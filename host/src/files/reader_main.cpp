@@ -1,7 +1,7 @@
-// The helper program: decodes one `.vdb` file where a crash hurts nobody.
+// The helper program: decodes each `.vdb` file in a process of its own, where a crash
+// hurts nobody.
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +16,7 @@
 #include "files/image.h"
 #include "files/request.h"
 #include "files/vdb_decode.h"
+#include "files/worker_pool.h"
 
 namespace {
 
@@ -68,14 +69,35 @@ void watchCrashes() {
   for (int const signal : {SIGSEGV, SIGBUS, SIGABRT}) ::sigaction(signal, &action, nullptr);
 }
 
-bool takeRequest(ReadRequest& request) {
+bool takeRequest(int memory, ReadRequest& request) {
   struct stat info {};
-  if (::fstat(Helper::memory, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0) {
+  if (::fstat(memory, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0) {
     return false;
   }
   std::string bytes(static_cast<std::size_t>(info.st_size), '\0');
-  return ::pread(Helper::memory, bytes.data(), bytes.size(), 0) == info.st_size &&
-         unpack(bytes, request) && ::ftruncate(Helper::memory, 0) == 0;
+  return ::pread(memory, bytes.data(), bytes.size(), 0) == info.st_size && unpack(bytes, request) &&
+         ::ftruncate(memory, 0) == 0;
+}
+
+int decodeOne(int memory) {
+  ReadRequest request;
+  if (!takeRequest(memory, request)) return Helper::badRequest;
+  limit(RLIMIT_CORE, 0);
+  if (limited && request.memoryLimit != 0) {
+    addressLimit = request.memoryLimit;
+    limit(RLIMIT_AS, request.memoryLimit);
+    watchCrashes();
+  }
+  try {
+    ImageBuilder image(memory, request.memoryLimit / 2);
+    decode(request, image);
+    // The image is complete: taking down grids and libraries would only cost time.
+    std::_Exit(Helper::done);
+  } catch (ImageFull const&) {
+    std::_Exit(Helper::outOfMemory);
+  } catch (std::bad_alloc const&) {
+    std::_Exit(Helper::outOfMemory);
+  }
 }
 
 }  // namespace
@@ -93,28 +115,18 @@ void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 int main(int count, char** arguments) {
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ReadRequest request;
-  if (count != 2 || !takeRequest(request)) {
+  struct stat info {};
+  if (count != 2 || ::getppid() != static_cast<pid_t>(std::strtol(arguments[1], nullptr, 10)) ||
+      ::fstat(Helper::requests, &info) != 0 || !S_ISSOCK(info.st_mode)) {
     std::fputs("This program is started by libvelmorapi to read cache files.\n", stderr);
     return Helper::badRequest;
   }
-  // The parent may have died before it could be watched.
-  if (::getppid() != static_cast<pid_t>(std::strtol(arguments[1], nullptr, 10))) return 1;
-  limit(RLIMIT_CORE, 0);
-  if (limited && request.memoryLimit != 0) {
-    addressLimit = request.memoryLimit;
-    limit(RLIMIT_AS, request.memoryLimit);
-    watchCrashes();
-  }
-  try {
-    ImageBuilder image(Helper::memory, request.memoryLimit / 2);
-    decode(request, image);
-  } catch (ImageFull const&) {
-    std::_Exit(Helper::outOfMemory);
-  } catch (std::bad_alloc const&) {
-    std::_Exit(Helper::outOfMemory);
-  }
-  // The image is complete: taking down grids and libraries would only cost time.
+  // In the background it is nobody's child: a program that waits for all its
+  // children would wait for one that it knows nothing of.
+  auto const server = ::fork();
+  if (server != 0) std::_Exit(server > 0 ? Helper::done : 1);
+  // Nor does it keep the file system busy that it was started on.
+  if (::chdir("/") != 0) std::_Exit(1);
+  serveRequests(Helper::requests, &decodeOne);
   std::_Exit(Helper::done);
 }

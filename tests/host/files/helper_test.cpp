@@ -1,8 +1,19 @@
 #include <gtest/gtest.h>
 #include <openvdb/openvdb.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
@@ -18,6 +29,29 @@ std::size_t openDescriptors() {
     ++count;
   }
   return count;
+}
+
+/// The helper program of a process and its workers.
+std::vector<pid_t> helpersOf(pid_t process) {
+  auto const wanted = std::string("velmor-vdb-reader") + '\0' + std::to_string(process) + '\0';
+  std::vector<pid_t> found;
+  for (auto const& entry : std::filesystem::directory_iterator("/proc")) {
+    auto const name = entry.path().filename().string();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::ifstream file(entry.path() / "cmdline", std::ios::binary);
+    std::string const line{std::istreambuf_iterator<char>(file), {}};
+    if (line == wanted) found.push_back(std::stoi(name));
+  }
+  return found;
+}
+
+/// Whether soon no more than `count` of them are there.
+bool becomeFew(pid_t process, std::size_t count) {
+  for (int n = 0; n < 3000; ++n) {
+    if (helpersOf(process).size() <= count) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
 }
 
 TEST(Helper, ReadsWhatThisProcessReads) {
@@ -40,6 +74,89 @@ TEST(Helper, LeavesNoDescriptorAndNoChild) {
   for (int n = 0; n < 3; ++n) load(file, Host::ReadOptions{});
   load(folder.path().str() + "/none.vdb", Host::ReadOptions{});
   EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(Helper, IsStartedOnceAndIsNobodysChild) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/sphere.vdb";
+  writeGrids(file, {sphereGrid(5.f, 0.1)});
+  ASSERT_EQ(load(file, Host::ReadOptions{}).message, "");
+  ASSERT_TRUE(becomeFew(::getpid(), 1));
+  auto const before = helpersOf(::getpid());
+  ASSERT_EQ(before.size(), 1u);
+  for (int n = 0; n < 3; ++n) ASSERT_EQ(load(file, Host::ReadOptions{}).message, "");
+  ASSERT_TRUE(becomeFew(::getpid(), 1));
+  EXPECT_EQ(helpersOf(::getpid()), before);
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(Helper, IsStartedAgainWhereItHasBeenEnded) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/sphere.vdb";
+  writeGrids(file, {sphereGrid(5.f, 0.1)});
+  for (int n = 0; n < 3; ++n) {
+    ASSERT_EQ(load(file, Host::ReadOptions{}).message, "");
+    auto const helpers = helpersOf(::getpid());
+    ASSERT_FALSE(helpers.empty());
+    for (auto const helper : helpers) ::kill(helper, SIGKILL);
+  }
+}
+
+TEST(Helper, EndsWithTheProcessThatStartedIt) {
+  auto const program = std::filesystem::read_symlink("/proc/self/exe").string();
+  auto const command =
+      "echo $$; exec '" + program + "' --gtest_filter=Helper.ReadsWhatThisProcessReads 2>&1";
+  auto* const pipe = ::popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string said;
+  for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) said += static_cast<char>(c);
+  ASSERT_EQ(::pclose(pipe), 0) << said;
+  EXPECT_TRUE(becomeFew(std::stoi(said), 0));
+}
+
+TEST(Helper, FindsAFileFromTheFolderThatIsCurrentNow) {
+  CacheFolder const folder;
+  writeGrids(folder.path().str() + "/sphere.vdb", {sphereGrid(5.f, 0.1)});
+  ASSERT_EQ(load(folder.path().str() + "/sphere.vdb", Host::ReadOptions{}).message, "");
+  auto const before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path().str());
+  auto const loaded = load("sphere.vdb", Host::ReadOptions{});
+  std::filesystem::current_path(before);
+  EXPECT_EQ(loaded.message, "");
+}
+
+TEST(Helper, ServesManyThreads) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/sphere.vdb";
+  writeGrids(file, {sphereGrid(20.f, 0.1)});
+  auto const here = contentOf<float>(load(file).channel("distance"));
+  std::vector<int> same(6);
+  std::vector<std::thread> threads;
+  for (auto& result : same) {
+    threads.emplace_back([&] {
+      for (int n = 0; n < 3; ++n) {
+        API::Ref server;
+        if (!Host::readObject(file, "object", {}, {}, server).succeeded()) continue;
+        auto const object = API::Object(API::StateServer(server).findObject("object"));
+        auto const volume = API::Component(object.findComponent("volume"));
+        if (contentOf<float>(volume.findChannel("distance")) == here) ++result;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(same, std::vector<int>(6, 3));
+}
+
+TEST(Helper, AWorkerThatIsTooSlowIsEnded) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/sphere.vdb";
+  writeGrids(file, {sphereGrid(60.f, 0.1)});
+  Host::ReadOptions how;
+  how.timeLimit = 0;
+  for (int n = 0; n < 4; ++n) EXPECT_FALSE(load(file, how).object.valid());
+  EXPECT_TRUE(becomeFew(::getpid(), 1));
+  EXPECT_EQ(load(file, Host::ReadOptions{}).message, "");
 }
 
 TEST(Helper, ATimeLimitEndsTheLoadWithAMessage) {
