@@ -13,8 +13,18 @@ namespace {
 
 ChannelItem* channelOf(Ref const& ref) { return static_cast<ChannelItem*>(ref.item()); }
 
-void* pointValues(PointChannelItem& channel, TreeIndex const& index, std::size_t& count,
-                  std::int32_t (&strides)[3]) {
+void fetchAhead(std::byte const* values, std::size_t size) {
+  for (std::size_t at = 0; at < size; at += 64) __builtin_prefetch(values + at);
+}
+
+/// Nothing but for a point channel of the type.
+[[gnu::noinline]] void* pointValues(ChannelItem* item, DataType type, TreeIndex const& index,
+                                    std::size_t& count, std::int32_t (&strides)[3]) {
+  if (item == nullptr || item->kind() != ItemKind::PointChannel || item->type() != type ||
+      !item->layout().exists(index)) {
+    return nullptr;
+  }
+  auto& channel = *static_cast<PointChannelItem*>(item);
   auto const& starts = channel.ranges().starts;
   auto const slot = static_cast<std::size_t>(index.slot);
   if (index.depth != channel.layout().leafDepth() || slot + 1 >= starts.size() ||
@@ -46,26 +56,21 @@ String Channel::partialPathName() const {
 
 void* Channel::tileStorage(DataType type, TreeIndex const& index, std::size_t& count,
                            std::int32_t& halo, std::int32_t (&strides)[3]) const {
-  count = 0;
-  halo = 0;
-  strides[0] = strides[1] = strides[2] = 0;
   auto* const channel = channelOf(*this);
-  if (channel == nullptr || channel->type() != type || !channel->layout().exists(index)) {
-    return nullptr;
-  }
-  if (channel->kind() == ItemKind::PointChannel) {
-    return pointValues(*static_cast<PointChannelItem*>(channel), index, count, strides);
+  halo = 0;
+  if (channel == nullptr || channel->type() != type || !channel->layout().exists(index) ||
+      channel->kind() != ItemKind::VoxelChannel) [[unlikely]] {
+    count = 0;
+    strides[0] = strides[1] = strides[2] = 0;
+    return pointValues(channel, type, index, count, strides);
   }
   count = tileCells;
   strides[0] = 1;
   strides[1] = tileWidth;
   strides[2] = tileWidth * tileWidth;
   auto const& voxels = *static_cast<VoxelChannelItem*>(channel);
-  if (nextTile.layout == &channel->layout() && nextTile.visited == index) {
-    auto const* const next = voxels.values(nextTile.next.depth, nextTile.next.slot);
-    for (std::size_t at = 0; at < tileCells * channel->size(); at += 64) {
-      __builtin_prefetch(next + at);
-    }
+  if (nextTile.visited == index && nextTile.layout == &channel->layout()) {
+    fetchAhead(voxels.values(nextTile.next.depth, nextTile.next.slot), tileCells * channel->size());
   }
   return voxels.values(index.depth, index.slot);
 }

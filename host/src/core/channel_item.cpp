@@ -57,6 +57,8 @@ std::string ChannelItem::fullPath() const {
 
 void ChannelItem::setBackground(std::byte const* value) {
   auto const old = background_;
+  // A new channel's values may never have been touched: leave them so.
+  if (std::memcmp(old.data(), value, size_) == 0) return;
   std::memcpy(background_.data(), value, size_);
   replaceValues(old.data(), value);
 }
