@@ -36,7 +36,7 @@ void CellBlock::setCoordinates(int axis, int corners, std::int32_t corner) {
 void CellBlock::place(std::array<int, 3> const& corners,
                       std::array<std::int32_t, 3> const& corner) {
   auto const [nx, ny, nz] = corners;
-  auto const old = values_.size();
+  constexpr std::size_t spare = 3;
   nx_ = static_cast<std::size_t>(nx);
   ny_ = static_cast<std::size_t>(ny);
   nz_ = static_cast<std::size_t>(nz);
@@ -62,8 +62,8 @@ void CellBlock::place(std::array<int, 3> const& corners,
     };
     edgeEnds_[e] = {offset(Tables::edges[e].from), offset(Tables::edges[e].to)};
   }
-  if (count != old) {
-    values_.resize(count);
+  if (count + spare != values_.size()) {
+    values_.resize(count + spare);
     edgeVertex_.assign(3 * count, -1);
   } else {
     for (auto const edge : usedEdges_) edgeVertex_[edge] = -1;

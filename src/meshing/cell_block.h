@@ -1,5 +1,7 @@
 #pragma once
 
+#include <xmmintrin.h>
+
 #include <array>
 #include <cstdint>
 #include <vector>
@@ -45,6 +47,16 @@ class CellBlock {
   /// One per corner, in the order of `at`.
   float* values() noexcept { return values_.data(); }
   float value(std::size_t at) const noexcept { return values_[at]; }
+  /// Which of a row of at most 32 values are above 0, a bit each. Also reads the
+  /// three values behind the row, which every row has.
+  static std::uint32_t positive(float const* row, int count) noexcept {
+    std::uint32_t bits = 0;
+    for (int k = 0; k < count; k += 4) {
+      auto const above = _mm_cmpgt_ps(_mm_loadu_ps(row + k), _mm_setzero_ps());
+      bits |= static_cast<std::uint32_t>(_mm_movemask_ps(above)) << k;
+    }
+    return bits & (~std::uint32_t{0} >> (32 - count));
+  }
   /// Where the corners are sampled: all, or those of layer `i`.
   API::SampleGrid samplePoints() const noexcept { return sampleGrid(0, nx_); }
   API::SampleGrid samplePoints(int i) const noexcept {
@@ -71,7 +83,7 @@ class CellBlock {
   float margin_ = 0;
   std::array<std::vector<float>, 3> coordinate_, sampleAt_;
   std::array<std::vector<std::uint8_t>, 3> onFace_;
-  std::vector<float> values_;
+  std::vector<float> values_;  // and three behind them
   struct EdgeEnds {
     std::size_t from, to;  // counted from the cell's first corner
   };

@@ -149,10 +149,10 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
   Bulk::sampleGrid(sampler_, block_.samplePoints(), block_.values());
   auto const corners = static_cast<std::size_t>(ny);
   positive_.resize(static_cast<std::size_t>(nx) * corners);
-  float const* value = block_.values();
+  float const* samples = block_.values();
   for (auto& positive : positive_) {
-    positive = 0;
-    for (int k = 0; k < nz; ++k) positive |= (*value++ > 0.f ? 1u : 0u) << k;
+    positive = CellBlock::positive(samples, nz);
+    samples += nz;
   }
 
   std::uint32_t const voxelCells = (1u << res_) - 1u;
@@ -161,8 +161,11 @@ void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,
       auto voxels = near_[static_cast<std::size_t>(x + xs.first()) * width +
                           static_cast<std::size_t>(y + ys.first())] >>
                     zs.first();
-      for (; voxels != 0; voxels &= voxels - 1) {
-        auto const cells = voxelCells << (std::countr_zero(voxels) * res_);
+      while (voxels != 0) {
+        // Where a voxel is one cell, all of a row at once: the same cells in the same order.
+        auto const taken = res_ == 1 ? voxels : voxels & -voxels;
+        auto const cells = res_ == 1 ? taken : voxelCells << (std::countr_zero(taken) * res_);
+        voxels ^= taken;
         for (int i = x * res_; i < (x + 1) * res_; ++i) {
           for (int j = y * res_; j < (y + 1) * res_; ++j) {
             auto const* row =
