@@ -26,9 +26,16 @@ constexpr float kNever = 3.4028234663852886e38f;
 struct Ray {
   FloatLanes origin{}, direction{}, reciprocal{};
   IntLanes forward{}, backward{};  // masks: the direction's sign
+  // What masks the parameters of the next borders, and what takes their place
+  // along axes without any.
+  IntLanes moving{}, never{};
 };
 
 FloatLanes toFloat(IntLanes a) { return __builtin_convertvector(a, FloatLanes); }
+
+FloatLanes masked(FloatLanes a, IntLanes mask) {
+  return reinterpret_cast<FloatLanes>(reinterpret_cast<IntLanes>(a) & mask);
+}
 
 // Rounds down to a multiple of `size`, below zero as well.
 int snap(int i, int size) {
@@ -50,7 +57,7 @@ struct LevelState {
   FloatLanes perVoxel{};  // a voxel's share of a cell
   // Up to where floats hold cells' corners exactly and are much closer to each
   // other than two borders.
-  FloatLanes exactTo{};
+  FloatLanes exactTo{}, exactFrom{};
   float t = 0.f;
   float tEnd = 0.f;
   int cellSize = 0;
@@ -62,7 +69,10 @@ struct LevelState {
     size += static_cast<float>(cellSize);
     offset += static_cast<float>(cellOffset);
     perVoxel += 1.f / static_cast<float>(edge);
-    if (edge >= 1 && edge <= 1048576) exactTo += 1048576.f;
+    if (edge >= 1 && edge <= 1048576) {
+      exactTo += 1048576.f;
+      exactFrom -= 1048576.f;
+    }
   }
 
   IntLanes step(Ray const& ray) const {
@@ -89,20 +99,22 @@ struct LevelState {
     FloatLanes const p = ray.origin + ray.direction * t0;
     FloatLanes corner;
     IntLanes cell;
-    auto const isExact = reinterpret_cast<LongLanes>((p < exactTo) & (p > -exactTo));
-    if ((isExact[0] & isExact[1]) == -1) {
+    auto const isExact = reinterpret_cast<LongLanes>((p < exactTo) & (p > exactFrom));
+    if ((isExact[0] & isExact[1]) == -1) [[likely]] {
       // The border between cells that is nearest, or the one before it. Adding
       // the number and taking it away again rounds to an integer.
-      constexpr float rounding = 12582912.f;
+      constexpr float shift = 12582912.f;
+      constexpr FloatLanes rounding{shift, shift, shift, shift};
       auto const border = (((p - offset) * perVoxel + rounding) - rounding) * size + offset;
-      corner = border > p ? border - size : border;
+      corner = border - masked(size, border > p);
       cell = __builtin_convertvector(corner, IntLanes);
     } else {
       cell = farCell(p);
       corner = toFloat(cell);
     }
     auto const tFar = (corner - p + farSide) * ray.reciprocal + t0;
-    tMax = (ray.forward | ray.backward) != 0 ? tFar : FloatLanes{} + kNever;
+    tMax = masked(tFar, ray.moving);
+    tMax = reinterpret_cast<FloatLanes>(reinterpret_cast<IntLanes>(tMax) | ray.never);
     return cell;
   }
 
@@ -163,20 +175,17 @@ struct Intersector::Impl {
   }
 
   int finest() const { return static_cast<int>(levels.size()) - 1; }
-  LevelState& at(int l) { return levels[static_cast<std::size_t>(l)]; }
 
-  void setUp(LevelState& walker) {
-    auto const corner = walker.setUp(ray, t, tEnd);
-    if (&walker == &levels.back()) cell = reinterpret_cast<UnsignedLanes>(corner);
+  // The finest walker by itself: its cell is followed.
+  void setUpFine(LevelState& fine) {
+    cell = reinterpret_cast<UnsignedLanes>(fine.setUp(ray, t, tEnd));
   }
-  void advance(LevelState& walker) {
-    auto const axis = walker.advance();
-    if (&walker == &levels.back()) cell += steps[axis];
-  }
+  void advanceFine(LevelState& fine) { cell += steps[fine.advance()]; }
+
   // Of the deepest tile that holds the finest walker's cell.
-  int depthThere() const {
+  int depthThere(int maxDepth) const {
     auto const voxel = reinterpret_cast<IntLanes>(cell);
-    return accessor.index({voxel[0], voxel[1], voxel[2]}, finest() + 1).depth;
+    return accessor.index({voxel[0], voxel[1], voxel[2]}, maxDepth).depth;
   }
 
   void init(Vec3f const& origin, Vec3f const& direction, float tmin, float tmax) {
@@ -188,28 +197,30 @@ struct Intersector::Impl {
     ray.reciprocal = 1.f / ray.direction;
     ray.forward = ray.direction > 0.f;
     ray.backward = ray.direction < 0.f;
+    ray.moving = ray.forward | ray.backward;
+    ray.never = reinterpret_cast<IntLanes>(FloatLanes{} + kNever) & ~ray.moving;
     t = tmin;
     tEnd = tmax;
     level = finest();
     for (auto& l : levels) l.start(ray);
     auto const step = reinterpret_cast<UnsignedLanes>(levels.back().step(ray));
     for (int a = 0; a < 3; ++a) steps[static_cast<std::size_t>(a)][a] = step[a];
-    setUp(levels.back());
+    setUpFine(levels.back());
   }
 
   Interval next() {
     Interval result(-1.f, -2.f);
     if (level < 0) return result;
     int const leaf = finest();
-    LevelState& fine = levels.back();
+    LevelState* const walkers = levels.data();
+    LevelState& fine = walkers[leaf];
     for (bool last = false; !last;) {
-      LevelState* walker = &at(level);
       int depth = -1;
       if (level == leaf) {
         bool running = isValid(result);
         for (;;) {
           if (fine.tEnd <= fine.t) return result;
-          depth = depthThere();
+          depth = depthThere(leaf + 1);
           if (depth > leaf) {
             if (!running) result.t0 = fine.t;
             result.t1 = fine.exit();
@@ -218,21 +229,22 @@ struct Intersector::Impl {
             last = running;
             if (last || depth < leaf) break;
           }
-          advance(fine);
+          advanceFine(fine);
           t = fine.t;
         }
       } else {
+        LevelState& walker = walkers[level];
         for (;;) {
-          if (walker->tEnd <= walker->t) return result;
+          if (walker.tEnd <= walker.t) return result;
           if (t > fine.t) {
-            setUp(fine);
+            setUpFine(fine);
             // The entry cell behind a coarse face is passed over on purpose.
-            advance(fine);
+            advanceFine(fine);
           }
-          depth = depthThere();
+          depth = depthThere(leaf + 1);
           if (depth != level) break;
-          walker->advance();
-          t = walker->t;
+          walker.advance();
+          t = walker.t;
         }
         if (depth > leaf) {
           result.t0 = fine.t;
@@ -241,14 +253,24 @@ struct Intersector::Impl {
       }
       int const newLevel = std::min(leaf, depth);
       if (newLevel != level) {
-        advance(*walker);
+        if (level == leaf) {
+          advanceFine(fine);
+        } else {
+          walkers[level].advance();
+        }
         level = newLevel;
         if (level < 0) return result;
-        walker = &at(level);
-        if (t > walker->t) setUp(*walker);
       }
-      advance(*walker);
-      t = walker->t;
+      if (level == leaf) {
+        if (t > fine.t) setUpFine(fine);
+        advanceFine(fine);
+        t = fine.t;
+      } else {
+        auto& walker = walkers[level];
+        if (t > walker.t) walker.setUp(ray, t, tEnd);
+        walker.advance();
+        t = walker.t;
+      }
     }
     return result;
   }

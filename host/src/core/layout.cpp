@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "core/layout_item.h"
 
@@ -22,26 +23,71 @@ constexpr auto cellsDown = [] {
 
 LayoutItem* layoutOf(Ref const& ref) { return static_cast<LayoutItem*>(ref.item()); }
 
-// The general case of `TileAccessor::index`, which leaves a chain behind that
-// its short one goes on from.
+// Slots of a chain that no depth needs keep where two tiles stand in memory,
+// which is for good: the one that the chain ends in, and the parent of leaves
+// whose entry in its child table was met last.
+constexpr int lastAt = maxLeafDepth + 2, leafParentAt = lastAt + 2, leafEntryAt = leafParentAt + 2;
+
 template <class Chain>
-[[gnu::noinline]] TreeIndex search(LayoutItem const* layout, Chain& known, TileCoord const& voxel,
-                                   int depth) {
-  if (layout == nullptr || depth < 0) return {};
-  int from = known.depth;
-  if (from >= 0 && !known.holds(voxel)) from = layout->ascend(known.slots, from, voxel);
-  if (from > depth) return {known.slots[depth], depth};
-  int const found = layout->descend(known.slots, from, voxel, depth);
+Branch const& branchAt(Chain const& known, int slot) noexcept {
+  Branch const* branch;
+  std::memcpy(&branch, known.slots + slot, sizeof branch);
+  return *branch;
+}
+
+template <class Chain>
+void keepBranch(Chain& known, int slot, Branch const& branch) noexcept {
+  static_assert(sizeof known.slots > leafEntryAt * sizeof *known.slots);
+  auto const* const address = &branch;
+  std::memcpy(known.slots + slot, &address, sizeof address);
+}
+
+template <class Chain>
+void endChain(LayoutItem const& layout, Chain& known, int depth) noexcept {
+  auto const& branch = layout.branch(depth, known.slots[depth]);
+  known.depth = depth;
+  known.extent = static_cast<std::uint32_t>(layout.extent(depth));
+  known.origin = branch.coord;
+  keepBranch(known, lastAt, branch);
+}
+
+// Goes down from the tile of a chain that holds a voxel, -1 for the root that
+// may, and leaves a chain behind that the next look-ups go on from.
+template <class Chain>
+TreeIndex searchFrom(LayoutItem const& layout, Chain& known, int from, TileCoord const& voxel,
+                     int depth) {
+  int const found = layout.descend(known.slots, from, voxel, depth);
   if (found < 0) return {};
   // The chain ends two depths above the leaves, or where `addTile` has led it:
   // neighbours share all of it then.
-  int const last = std::min(found, std::max({from, layout->leafDepth() - 2, 0}));
-  if (last != from || from != known.depth) {
-    known.depth = last;
-    known.extent = static_cast<std::uint32_t>(layout->extent(last));
-    known.origin = layout->branch(last, known.slots[last]).coord;
-  }
+  int const last = std::min(found, std::max({from, layout.leafDepth() - 2, 0}));
+  if (last != from || from != known.depth) endChain(layout, known, last);
   return {known.slots[found], found};
+}
+
+// Where the tile at the chain's end holds the voxel, but its depth is not all
+// that was asked for.
+template <class Chain>
+[[gnu::noinline]] TreeIndex searchInside(LayoutItem const* layout, Chain& known,
+                                         TileCoord const& voxel, int depth) {
+  int const last = known.depth;
+  auto const cell = static_cast<std::size_t>(layout->cellAt(last, known.origin, voxel));
+  if (branchAt(known, lastAt).children[cell].load(std::memory_order_acquire) == 0) {
+    return {known.slots[last], last};
+  }
+  return searchFrom(*layout, known, last, voxel, depth);
+}
+
+// Where it does not hold the voxel, or lies deeper.
+template <class Chain>
+[[gnu::noinline]] TreeIndex searchOutside(LayoutItem const* layout, Chain& known,
+                                          TileCoord const& voxel, int depth) {
+  if (layout == nullptr || depth < 0) return {};
+  int const from = known.depth >= 0 && known.holds(voxel)
+                       ? known.depth
+                       : layout->ascend(known.slots, known.depth - 1, voxel);
+  if (from > depth) return {known.slots[depth], depth};
+  return searchFrom(*layout, known, from, voxel, depth);
 }
 
 Tile makeTile(LayoutItem* layout, TreeIndex const& index) {
@@ -74,36 +120,33 @@ Tile TileAccessor::tile(TreeIndex const& index) const {
 }
 
 TreeIndex TileAccessor::index(TileCoord const& voxel, int depth) const {
-  if (depth <= known_.depth || !known_.holds(voxel)) {
-    return search(layoutOf(layout_), known_, voxel, depth);
-  }
-  auto const& layout = *layoutOf(layout_);
+  auto const* const layout = layoutOf(layout_);
   int const last = known_.depth;
-  auto const& branch = layout.branch(last, known_.slots[last]);
-  if (last != layout.leafDepth() - 2) {
-    auto const cell = static_cast<std::size_t>(layout.cellAt(last, known_.origin, voxel));
-    if (branch.children[cell].load(std::memory_order_acquire) == 0) {
-      return {known_.slots[last], last};
-    }
-  } else if (depth > last + 1) {
-    // Rays ask voxel by voxel: two depths at once, so that no branch depends on
-    // whether the parent of leaves is still the one before.
-    auto const along = [](std::int32_t a, std::int32_t b) {
-      return cellsDown[static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)];
-    };
-    auto const cells =
-        along(voxel.i, known_.origin.i) +
-        tileWidth * (along(voxel.j, known_.origin.j) + tileWidth * along(voxel.k, known_.origin.k));
-    auto const parent = branch.children[cells >> 16].load(std::memory_order_acquire);
-    if (parent == 0) return {known_.slots[last], last};
-    if (parent > 0) {
-      auto const& leaves = layout.branch(last + 1, parent - 1).children;
-      auto const leaf = leaves[cells & 0xffff].load(std::memory_order_acquire);
-      if (leaf >= 0)
-        return leaf > 0 ? TreeIndex{leaf - 1, last + 2} : TreeIndex{parent - 1, last + 1};
-    }
+  if (depth <= last || !known_.holds(voxel)) return searchOutside(layout, known_, voxel, depth);
+  if (known_.extent != tileWidth * tileWidth * tileWidth || depth == last + 1) {
+    return searchInside(layout, known_, voxel, depth);
   }
-  return search(layoutOf(layout_), known_, voxel, depth);
+  // Rays ask voxel by voxel: two depths at once.
+  auto const along = [](std::int32_t a, std::int32_t b) {
+    return cellsDown[static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b)];
+  };
+  auto const cells =
+      along(voxel.i, known_.origin.i) +
+      tileWidth * (along(voxel.j, known_.origin.j) + tileWidth * along(voxel.k, known_.origin.k));
+  auto const parent =
+      branchAt(known_, lastAt).children[cells >> 16].load(std::memory_order_acquire);
+  if (parent == 0) return {known_.slots[last], last};
+  if (parent > 0) {
+    if (parent != known_.slots[leafEntryAt]) {
+      known_.slots[leafEntryAt] = parent;
+      keepBranch(known_, leafParentAt, layout->branch(last + 1, parent - 1));
+    }
+    auto const leaf =
+        branchAt(known_, leafParentAt).children[cells & 0xffff].load(std::memory_order_acquire);
+    if (leaf > 0) return {leaf - 1, last + 2};
+    if (leaf == 0) return {parent - 1, last + 1};
+  }
+  return searchInside(layout, known_, voxel, depth);
 }
 
 TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {
@@ -131,9 +174,7 @@ TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {
     known_.slots[++at] = slot;
     origin = layout->branch(at, slot).coord;
   }
-  known_.depth = at;
-  known_.origin = origin;
-  known_.extent = static_cast<std::uint32_t>(layout->extent(at));
+  endChain(*layout, known_, at);
   if (at < last) return {};
   if (depth <= at) return {known_.slots[depth], depth};
   auto const leaf = layout->addChild(at, known_.slots[at], layout->cellAt(at, origin, voxel));
