@@ -14,7 +14,7 @@ namespace Velmor::Processing {
 namespace {
 
 TEST(CellBlock, TellsWhichOfARowOfAnyLengthAreAboveZero) {
-  auto const seed = Test::newSeed();
+  auto const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   std::vector<float> const kinds{1.f, -1.f, 0.f, -0.f, 1e-40f, HUGE_VALF, -HUGE_VALF, NAN};
