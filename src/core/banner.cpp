@@ -1,6 +1,5 @@
 #include <cstdio>
 #include <iostream>
-#include <new>
 
 #include "core/banner_text.h"
 #include "core/build_info.h"
@@ -14,13 +13,15 @@ bool printBanner() noexcept {
   bool const requested = mustPrint("KESTRIL_DUMP_VERSION_INFO", fileno(stderr));
   try {
     if (requested) std::cerr << bannerLine(buildInfo) << std::endl;
-  } catch (std::bad_alloc const&) {
+  } catch (...) {
+    // Also a program's own choice: `std::cerr` may be set to throw where it cannot write.
   }
   return requested;
 }
 
-// Kept for whoever looks at the module in a debugger.
-[[maybe_unused]] bool const bannerPrinted = printBanner();
+// Kept for whoever looks at the module in a debugger: nothing in it is read, and
+// the compiler would leave it out.
+[[gnu::used]] bool bannerPrinted = printBanner();
 
 }  // namespace
 

@@ -20,6 +20,7 @@ void* load(char const* path) {
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   char const* const way = argv[1];
+  if (std::strcmp(way, "strict") == 0) std::cerr.exceptions(std::ios::badbit | std::ios::failbit);
   void* const first = load(argv[2]);
   if (first == nullptr) return 1;
   if (std::strcmp(way, "again") == 0) {
