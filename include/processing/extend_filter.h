@@ -32,9 +32,10 @@ class VELMOR_EXPORT ExtendFilter : public Filter {
                orlen::Math::vec<2, float> const& dimension, float radius,
                API::String const& outChannel);
   ExtendFilter(ExtendFilter const& other);
-  ExtendFilter(ExtendFilter&& other) noexcept;
+  /// Moves are copies: `other` stays as it is.
+  ExtendFilter(ExtendFilter&& other);
   ExtendFilter& operator=(ExtendFilter const& other);
-  ExtendFilter& operator=(ExtendFilter&& other) noexcept;
+  ExtendFilter& operator=(ExtendFilter&& other);
   ~ExtendFilter() override;
 
   /// Writes the joined level set of `src` to `dst`, which may be `src`. The

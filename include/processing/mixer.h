@@ -67,6 +67,7 @@ class AlphaMixer : public MixerT<T> {
   /// others, else `mix` refuses. An invalid handle stands for a constant 1.
   explicit AlphaMixer(API::Channel const& alphaChannel);
   AlphaMixer(AlphaMixer const& other);
+  /// Moves are copies: `other` keeps its channel.
   AlphaMixer(AlphaMixer&& other) noexcept;
   AlphaMixer& operator=(AlphaMixer const& other);
   AlphaMixer& operator=(AlphaMixer&& other) noexcept;

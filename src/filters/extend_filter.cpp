@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "core/blocks.h"
 #include "core/bulk_calls.h"
@@ -212,9 +213,9 @@ ExtendFilter::ExtendFilter(float height, orlen::Math::vec<2, float> const& cente
       radius_(radius),
       outChannel_(outChannel) {}
 ExtendFilter::ExtendFilter(ExtendFilter const&) = default;
-ExtendFilter::ExtendFilter(ExtendFilter&&) noexcept = default;
+ExtendFilter::ExtendFilter(ExtendFilter&& other) : ExtendFilter(std::as_const(other)) {}
 ExtendFilter& ExtendFilter::operator=(ExtendFilter const&) = default;
-ExtendFilter& ExtendFilter::operator=(ExtendFilter&&) noexcept = default;
+ExtendFilter& ExtendFilter::operator=(ExtendFilter&& other) { return *this = std::as_const(other); }
 ExtendFilter::~ExtendFilter() = default;
 
 void ExtendFilter::filter(API::Channel src, API::Channel dst) const {

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "core/arithmetic.h"
 #include "core/blocks.h"
 #include "mixers/mixable.h"
@@ -40,11 +42,13 @@ AlphaMixer<T>::AlphaMixer(API::Channel const& alphaChannel)
 template <class T>
 AlphaMixer<T>::AlphaMixer(AlphaMixer const&) = default;
 template <class T>
-AlphaMixer<T>::AlphaMixer(AlphaMixer&&) noexcept = default;
+AlphaMixer<T>::AlphaMixer(AlphaMixer&& other) noexcept : AlphaMixer(std::as_const(other)) {}
 template <class T>
 AlphaMixer<T>& AlphaMixer<T>::operator=(AlphaMixer const&) = default;
 template <class T>
-AlphaMixer<T>& AlphaMixer<T>::operator=(AlphaMixer&&) noexcept = default;
+AlphaMixer<T>& AlphaMixer<T>::operator=(AlphaMixer&& other) noexcept {
+  return *this = std::as_const(other);
+}
 template <class T>
 AlphaMixer<T>::~AlphaMixer() = default;
 

@@ -302,7 +302,8 @@ TEST_F(ExtendCalls, CopiesDoWhatTheOriginalDoes) {
     auto const channel = scene.channel("distance", 1.f);
     channel.tileData<float>(scene.leaf(0, 0, 0)).data[62] = -2.f;
     filter.filter(channel, channel);
-    return voxelsOf(scene, API::Channel(scene.component.findChannel("mask")), 5);
+    API::Channel const mask(scene.component.findChannel("mask"));
+    return mask.valid() ? voxelsOf(scene, mask, 5) : std::map<Voxel, float>();
   };
   auto const expected = maskOf(original);
   EXPECT_FALSE(expected.empty());

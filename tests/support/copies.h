@@ -1,21 +1,21 @@
 #pragma once
 
+#include <utility>
 #include <vector>
 
 namespace Velmor::Test {
 
-/// An object copied, moved, assigned and move-assigned; `other` is what the
-/// last two were before.
+/// An object copied, moved, assigned and move-assigned; `other` is what the last
+/// two were before. Then what was moved and move-assigned from: of the library's
+/// values nothing is taken away.
 template <class T>
 std::vector<T> copiesOf(T const& original, T const& other) {
-  std::vector<T> copies;
-  copies.push_back(original);
-  copies.push_back(T(original));
-  copies.push_back(other);
-  copies.back() = original;
-  copies.push_back(other);
-  copies.back() = T(original);
-  return copies;
+  T moved(original), assigned(original), copyAssigned(other), moveAssigned(other);
+  T const target(std::move(moved));
+  copyAssigned = original;
+  moveAssigned = std::move(assigned);
+  // NOLINTNEXTLINE(bugprone-use-after-move): what is tested
+  return {T(original), target, copyAssigned, moveAssigned, moved, assigned};
 }
 
 }  // namespace Velmor::Test
