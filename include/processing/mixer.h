@@ -48,8 +48,8 @@ class MixerT : public Mixer {
 
 VELMOR_DECLARE_FAMILY(MixerT);
 
-template <class T>
-struct MixLoops;  // the library's own loops over these mixers
+template <class Family>
+struct MixRule;  // what the library's own loops need of a mixer
 
 /// Blends: out = (a - b) * alpha + b, in this order of operations. Nothing
 /// clamps: an alpha outside 0 to 1 extrapolates.
@@ -78,7 +78,7 @@ class AlphaMixer : public MixerT<T> {
   T compute(T const& a, T const& b) const override;
 
  private:
-  friend struct MixLoops<T>;
+  friend struct MixRule<AlphaMixer>;
   float alpha_;
   API::Channel alphaChannel_;
 };
@@ -103,7 +103,7 @@ class StepMixer : public MixerT<T> {
   T compute(T const& a, T const& b) const override;
 
  private:
-  friend struct MixLoops<T>;
+  friend struct MixRule<StepMixer>;
   float step_;
 };
 

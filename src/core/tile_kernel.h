@@ -5,9 +5,10 @@
 #include <typeinfo>
 
 #include "processing/filter.h"
+#include "processing/mixer.h"
 
-/// How the drivers spare the filters of this library one virtual call per
-/// voxel. A kernel is the whole-tile form of one class's `compute`, equal to it
+/// How the drivers spare the filters and mixers of this library one virtual call
+/// per voxel. A kernel is the whole-tile form of one class's `compute`, equal to it
 /// bit for bit. It stands for objects of exactly that class: a client's
 /// subclass may override `compute`, which is then called for every voxel.
 namespace Velmor::Processing {
@@ -21,6 +22,12 @@ struct TileKernelOf;
 template <class T>
 struct TileKernelOf<TransformFilter<T>> {
   using type = void (*)(TransformFilter<T> const& filter, T const* in, T* out, std::size_t count);
+};
+
+/// out[e] = compute(a[e], b[e]) for `count` elements; `out` may be `a` or `b`.
+template <class T>
+struct TileKernelOf<MixerT<T>> {
+  using type = void (*)(MixerT<T> const& mixer, T const* a, T const* b, T* out, std::size_t count);
 };
 
 /// out[(k * 5 + j) * 5 + i] = compute(tile, i, j, k) for all 125 voxels.
@@ -47,9 +54,21 @@ struct TileKernels {
 
 /// Defined in filters/pointwise_filters.cpp.
 template <class T>
-struct TileKernels<TransformFilter<T>> {
+class TransformKernels {
+ public:
   static std::span<TileKernelEntry<TransformFilter<T>> const> all();
 };
+template <class T>
+struct TileKernels<TransformFilter<T>> : TransformKernels<T> {};
+
+/// Defined in mixers/mixer_kernels.cpp.
+template <class T>
+class MixerKernels {
+ public:
+  static std::span<TileKernelEntry<MixerT<T>> const> all();
+};
+template <class T>
+struct TileKernels<MixerT<T>> : MixerKernels<T> {};
 
 /// Defined in filters/stencil_filters.cpp.
 template <>
@@ -57,12 +76,12 @@ struct TileKernels<HaloFilter<float>> {
   static std::span<TileKernelEntry<HaloFilter<float>> const> all();
 };
 
-/// The kernel that stands for `filter.compute`; null where there is none and
+/// The kernel that stands for `object.compute`; null where there is none and
 /// `compute` must be called.
 template <class Base>
-TileKernel<Base> findTileKernel(Base const& filter) {
+TileKernel<Base> findTileKernel(Base const& object) {
   for (auto const& entry : TileKernels<Base>::all()) {
-    if (*entry.type == typeid(filter)) return entry.kernel;
+    if (*entry.type == typeid(object)) return entry.kernel;
   }
   return nullptr;
 }

@@ -175,7 +175,7 @@ constexpr TileKernelEntry<TransformFilter<T>> entryOf() {
 }  // namespace
 
 template <class T>
-std::span<TileKernelEntry<TransformFilter<T>> const> TileKernels<TransformFilter<T>>::all() {
+std::span<TileKernelEntry<TransformFilter<T>> const> TransformKernels<T>::all() {
   static TileKernelEntry<TransformFilter<T>> const entries[] = {
       entryOf<IdentityFilter<T>, IdentityFilter<T>, T>(),
       entryOf<OffsetFilter<T>, OffsetFilter<T>, T>(),
@@ -186,11 +186,6 @@ std::span<TileKernelEntry<TransformFilter<T>> const> TileKernels<TransformFilter
   return entries;
 }
 
-template struct TileKernels<TransformFilter<int>>;
-template struct TileKernels<TransformFilter<float>>;
-template struct TileKernels<TransformFilter<orlen::Math::vec<2, int>>>;
-template struct TileKernels<TransformFilter<orlen::Math::vec<2, float>>>;
-template struct TileKernels<TransformFilter<orlen::Math::vec<3, int>>>;
-template struct TileKernels<TransformFilter<orlen::Math::vec<3, float>>>;
+VELMOR_INSTANTIATE_FAMILY(TransformKernels);
 
 }  // namespace Velmor::Processing

@@ -2,7 +2,6 @@
 
 #include "core/arithmetic.h"
 #include "core/blocks.h"
-#include "mixers/mixable.h"
 #include "mixers/rules.h"
 #include "processing/mixer.h"
 
@@ -65,8 +64,7 @@ bool AlphaMixer<T>::mix(API::Channel const& a, API::Channel const& b, API::Chann
 
 template <class T>
 T AlphaMixer<T>::compute(T const& a, T const& b) const {
-  return Arithmetic::perComponent<T>(
-      [this](auto x, auto y) { return MixRules::blend(x, y, alpha_); }, a, b);
+  return Arithmetic::perComponent<T>(MixRule<AlphaMixer<T>>(*this), a, b);
 }
 
 VELMOR_INSTANTIATE_FAMILY(AlphaMixer);

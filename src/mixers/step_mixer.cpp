@@ -19,8 +19,7 @@ StepMixer<T>::~StepMixer() = default;
 
 template <class T>
 T StepMixer<T>::compute(T const& a, T const& b) const {
-  return Arithmetic::perComponent<T>(
-      [this](auto x, auto y) { return MixRules::advance(x, y, step_); }, a, b);
+  return Arithmetic::perComponent<T>(MixRule<StepMixer<T>>(*this), a, b);
 }
 
 VELMOR_INSTANTIATE_FAMILY(StepMixer);
