@@ -24,6 +24,11 @@ class LiteralOcean {
         height_(height),
         heightVox_(height / vs_) {}
 
+  void seed() {
+    level_ = static_cast<int>(std::floor(height_ / vs_)) + 5;
+    seedColumns(accessor_.tile(0, 0, 0, 0));
+  }
+
   void flood() {
     std::deque<API::TreeIndex> work;
     std::set<std::pair<int, int>> queued;
@@ -90,6 +95,32 @@ class LiteralOcean {
     return data.data + data.offset(x - o.i, y - o.j, z - o.k);
   }
 
+  void seedColumns(API::Tile const& tile) {
+    for (int column = 0; column < 25; ++column) seedColumn(tile, column / 5, column % 5);
+  }
+
+  void seedColumn(API::Tile tile, int ix, int iz) {
+    auto const depth = tile.index().depth;
+    for (int iy = 0; tile.valid() && tile.index().depth == depth && tile.coord().j <= level_;) {
+      auto const o = tile.coord();
+      if (depth == leaf()) {
+        for (int y = o.j; y <= level_; ++y) {
+          auto const* const liquid = at(liquid_, o.i + ix, y, o.k + iz);
+          if (liquid == nullptr || !(*liquid >= 0.f)) return;
+          *at(mask_, o.i + ix, y, o.k + iz) = 1.f;
+        }
+        return;
+      }
+      if (auto const child = tile.child(ix, iy, iz); child.valid()) {
+        seedColumns(child);
+        return;
+      }
+      if (++iy < 5) continue;
+      iy = 0;
+      tile = accessor_.tile(o.i, o.j + tile.info().extent, o.k, depth);
+    }
+  }
+
   void inside(API::TileCoord const& o, int x, int y, int z) {
     auto const value = [&](API::Channel const& c) { return at(c, o.i + x, o.j + y, o.k + z); };
     while (static_cast<float>(o.j + y) + 0.5f <= heightVox_) {
@@ -142,6 +173,7 @@ class LiteralOcean {
   API::TileAccessor accessor_;
   API::Channel liquid_, mask_;
   float vs_, height_, heightVox_;
+  int level_ = 0;  // the highest voxel that is seeded
 };
 
 }  // namespace Velmor::Test

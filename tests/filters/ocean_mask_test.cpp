@@ -327,6 +327,39 @@ TEST(OceanSeeding, MarksOpenColumnsUpToFiveAboveThePlaneAndNoFurtherThanLiquid) 
   }
 }
 
+TEST(OceanSeeding, HasTheBitsOfItsDefinitionOnRandomTiles) {
+  auto const seed = Velmor::Test::newSeed();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::size_t marked = 0;
+  for (int round = 0; round < 60; ++round) {
+    std::vector<API::TileCoord> tiles;
+    // Over several tiles of the two depths above the leaves, some of them empty.
+    unsigned const thinning = 2 + static_cast<unsigned>(round) % 5;
+    for (int x = -20; x <= 20; x += 5)
+      for (int y = -90; y <= 40; y += 5)
+        for (int z = -10; z <= 10; z += 5)
+          if (random() % thinning == 0) tiles.push_back({x, y, z});
+    float const vs = round % 2 == 0 ? 1.f : 0.1f;
+    Sea const sea(tiles, 1.f, vs);
+    auto const expected = addChannel<float>(sea.scene.server, sea.scene.volume, "expected", 0.f);
+    forTiles(sea.scene.layout, 7, 7, [&](API::TreeIndex const& index) {
+      auto const l = sea.liquid.tileData<float>(index);
+      for (int i = 0; i < 125; ++i) {
+        auto const kind = random() % 40;
+        l.data[i] = kind == 0 ? -1e-30f : kind == 1 ? -0.f : kind == 2 ? 0.f : 1.f;
+      }
+    });
+    float const height = (-80.f + 0.37f * static_cast<float>(random() % 300)) * vs;
+    LiteralOcean(sea.liquid, expected, height).seed();
+    Threads const limit(1 + round % 3);
+    seedOcean(sea.at(height));
+    ASSERT_EQ(allValues(sea.mask), allValues(expected)) << "round " << round;
+    marked += static_cast<std::size_t>(sea.marked());
+  }
+  EXPECT_GT(marked, 10000u);
+}
+
 TEST(OceanSeeding, TakesTheVoxelBelowAPlaneAtANegativeHeight) {
   Sea const sea({{0, 0, 0}, {0, 5, 0}}, 1.f, 0.1f);
   seedOcean(sea.at(-0.03f));  // in voxel -1: up to y = 4

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <random>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -25,7 +26,14 @@ std::vector<float> coarseValues(API::Channel const& channel) {
   return all;
 }
 
-TEST(SmoothFilterTypes, ExistForFloatAndAreValues) {
+template <class F, class = void>
+struct IsDefined : std::false_type {};
+template <class F>
+struct IsDefined<F, std::void_t<decltype(sizeof(F))>> : std::true_type {};
+
+TEST(SmoothFilterTypes, ExistForFloatAloneAndAreValues) {
+  static_assert(IsDefined<Smooth>::value && !IsDefined<SmoothFilter<int>>::value &&
+                !IsDefined<SmoothFilter<orlen::Math::vec<3, float>>>::value);
   static_assert(std::is_base_of_v<Filter, Smooth> && !std::is_base_of_v<HaloFilter<float>, Smooth>);
   static_assert(Smooth::Laplacian == 0 && Smooth::Curvature == 1);
   static_assert(std::is_nothrow_move_constructible_v<Smooth> && std::is_copy_assignable_v<Smooth>);
