@@ -1,6 +1,6 @@
 # What the version banner says about this build, asked for when the build is
-# configured: asking at every build would compile and link again after every
-# commit. Outside a git work tree the commit is all zeros.
+# configured: again after a commit or a checkout, or the banner would name the one
+# before. Outside a git work tree the commit is all zeros.
 function(velmor_git result fallback)
   set(${result} ${fallback} PARENT_SCOPE)
   find_package(Git QUIET)
@@ -23,6 +23,13 @@ function(velmor_build_info template header)
   velmor_git(VELMOR_BUILD_COMMIT 0000000000000000000000000000000000000000 rev-parse HEAD)
   velmor_git(VELMOR_BUILD_BRANCH unknown rev-parse --abbrev-ref HEAD)
   velmor_git(VELMOR_BUILD_NUMBER 0 rev-list --count HEAD)
+  velmor_git(moves "" rev-parse --git-path logs/HEAD)
+  if(moves)
+    get_filename_component(moves ${moves} ABSOLUTE BASE_DIR ${PROJECT_SOURCE_DIR})
+    if(EXISTS ${moves})
+      set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${moves})
+    endif()
+  endif()
   string(TIMESTAMP VELMOR_BUILD_DATE "%a %Y-%m-%d %Y%m%d%H%M" UTC)
   configure_file(${template} ${header} @ONLY)
 endfunction()
