@@ -10,11 +10,13 @@ namespace Velmor::Processing {
 ///
 /// All lengths are world units (voxel position times voxel scale), y is up, and
 /// the level set is a float channel, negative inside the liquid. Tiles are added
-/// over the rectangle, one tile width below the plane to one above. Which of
-/// their voxels belong to the ocean is found by a flood from below and above
-/// the plane through all that is not liquid: 1 in the mask channel, falling off
-/// to 0 over `radius` around the flooded border, 0 elsewhere. A dry hull stays
-/// dry if no opening leads into it.
+/// over the rectangle, one tile width below the plane to one above. Which
+/// voxels of the leaf tiles belong to the ocean is found by a flood: in every
+/// column of tiles it rises from the lowest leaf to the first liquid or five
+/// voxels above the plane, and from there spreads below the plane through all
+/// that is not liquid. The mask channel is 1 there, falls off to 0 over `radius`
+/// around the flooded border, and is 0 elsewhere. A dry hull stays dry if no
+/// opening leads into it.
 ///
 /// Limits: a voxel centre that lies between the liquid's level and the plane
 /// all around lets the flood run over the liquid; coarse cells of depth 6 at
@@ -42,8 +44,9 @@ class VELMOR_EXPORT ExtendFilter : public Filter {
   /// flood takes place in the values that `dst` holds on entry: for the same
   /// result as in place, another channel must start as a copy of `src`.
   ///
-  /// In place, the component has a channel "tmp" meanwhile. Reports nothing; if
-  /// a channel cannot be made the steps that need it are void, and so is all of
+  /// In place, the component has a channel "tmp" meanwhile. Channels of `src`'s
+  /// component that had this name or the mask's before are lost. Reports nothing;
+  /// if a channel cannot be made the steps that need it are void, and so is all of
   /// it on a layout whose tiles are not 1 to 5 voxels wide. Not while another
   /// thread works on the component.
   void filter(API::Channel src, API::Channel dst) const override;
@@ -51,7 +54,7 @@ class VELMOR_EXPORT ExtendFilter : public Filter {
   /// Fills the leaf tiles of a two-component float channel with the position in
   /// the rectangle, (0, 0) at its lower and (1, 1) at its upper corner, going on
   /// evenly outside. A voxel has the position of its lower corner. A channel of
-  /// another type is left alone.
+  /// another type is left alone. Not while another thread works on the channel.
   void uvs(API::Channel const& uv) const;
 
  private:

@@ -2,13 +2,13 @@
 
 #include "processing/filter.h"
 
+/// The stencils among the filters (`MeanFilter` and those after it) look at a
+/// voxel and its 26 neighbours, on float channels only: the other value types have
+/// no definition. Derivatives are per voxel, not per world unit. Sums are formed
+/// in the order given, in single precision, so that results are the same bits on
+/// every processor. As with every stencil, source and destination must be
+/// different channels.
 namespace Velmor::Processing {
-
-// Stencils over a voxel and its 26 neighbours, on float channels only: the
-// other value types have no definition. Derivatives are per voxel, not per
-// world unit. Sums are formed in the order given, in single precision, so that
-// results are the same bits on every processor. As with every stencil, source
-// and destination must be different channels.
 
 template <class T>
 class MeanFilter;

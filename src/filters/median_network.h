@@ -13,7 +13,8 @@ struct Pair {
 };
 
 /// Sorts nine values of which each three in a row are sorted already: the last
-/// 16 of the 25 exchanges of Floyd's network.
+/// 16 of the 25 exchanges of Floyd's network (D. E. Knuth, "The Art of Computer
+/// Programming", volume 3, section 5.3.4).
 inline constexpr std::array<Pair, 16> sortNineFromTriples{{{0, 3},
                                                            {3, 6},
                                                            {0, 3},

@@ -62,7 +62,7 @@ TEST_F(TransformDriver, CoversTheHalo) {
 }
 
 TEST_F(TransformDriver, RunsOverTilesOfAnySize) {
-  // More elements than are computed in one go, and a remainder.
+  // Around whole and broken numbers of vector registers.
   for (std::size_t const count : {1u, 127u, 128u, 129u, 1000u}) {
     FakeHost::reset();
     FakeHost::script().nextChannel.count = count;
