@@ -137,6 +137,7 @@ Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
     tiles.init(o + Vec3f(aside, -aside, aside), d, 0.f, end);
     i = tiles.next();
   }
+  if (!i.valid()) return hit;
   bool outside = impl_->value(o, d, 0.f) > 0.f;
   float behind = 0.f;  // where the interval before ended
   for (; i.valid(); i = tiles.next()) {

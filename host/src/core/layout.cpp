@@ -174,7 +174,7 @@ TreeIndex TileAccessor::addTileSlow(TileCoord const& voxel, int depth) const {
     known_.slots[++at] = slot;
     origin = layout->branch(at, slot).coord;
   }
-  endChain(*layout, known_, at);
+  if (at != known_.depth || origin != known_.origin) endChain(*layout, known_, at);
   if (at < last) return {};
   if (depth <= at) return {known_.slots[depth], depth};
   auto const leaf = layout->addChild(at, known_.slots[at], layout->cellAt(at, origin, voxel));
