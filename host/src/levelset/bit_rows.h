@@ -58,6 +58,12 @@ class BitRows {
     for (auto const row : rows_) any |= row;
     return any == 0;
   }
+  /// Whether all bits are the same.
+  bool isUniform() const noexcept {
+    unsigned differing = 0;
+    for (auto const row : rows_) differing |= row ^ (rows_[0] & 1u ? 127u : 0u);
+    return differing == 0;
+  }
 
  private:
   std::array<std::uint8_t, 49> rows_;

@@ -24,6 +24,7 @@ CellMask suspects(FieldTile const& tile, Around const& around) {
       around, [](FieldTile const& t) -> CellMask const& { return t.inside; },
       [](int) { return false; });
   CellMask mask{};
+  if (inside.isUniform()) return mask;
   for (int z = 0; z < tileWidth; ++z) {
     for (int y = 0; y < tileWidth; ++y) {
       unsigned some = 0, all = ~0u;

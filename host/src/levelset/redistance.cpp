@@ -47,14 +47,12 @@ constexpr auto tileShifts = [] {
   return shifts;
 }();
 
-void setTo(CellMask& mask, bool value) {
-  mask.words = {value ? ~std::uint64_t{0} : 0,
-                value ? (std::uint64_t{1} << (tileCells - 64)) - 1 : 0};
-}
+constexpr CellMask everyCell{{~std::uint64_t{0}, (std::uint64_t{1} << (tileCells - 64)) - 1}};
 
 // The voxels with a neighbour of the other sign.
 CellMask besideSurface(BitRows const& inside) {
   CellMask mask;
+  if (inside.isUniform()) return mask;
   for (int z = 0; z < tileWidth; ++z) {
     for (int y = 0; y < tileWidth; ++y) {
       unsigned const own = inside.row(y, z);
@@ -259,6 +257,7 @@ constexpr auto cellRows = [] {
 // Hands on the nearest points to the voxels around those that are reached.
 void arrive(FieldTile& tile, Around const& around) {
   tile.arriving = {};
+  if (tile.reached == everyCell) return;
   BitRows const reached(
       around, [](FieldTile const& t) -> CellMask const& { return t.reached; },
       [](int) { return false; });
@@ -378,7 +377,7 @@ void addBand(Field& field, InsideAt const& insideAt) {
     auto& tile = field.tile(old + n);
     bool const inside = insideAt(tile.place);
     tile.samples.fill({inside ? -farAway : farAway, 0.f, 0.f, 0.f});
-    setTo(tile.inside, inside);
+    tile.inside = inside ? everyCell : CellMask{};
   });
 }
 

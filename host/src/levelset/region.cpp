@@ -130,7 +130,6 @@ void Region::gather(API::TileCoord const& origin, float least) {
 void Region::rowsAt(float py, float pz, std::vector<Row>& rows) const {
   rows.clear();
   forRows(py, pz, reach_, [&](std::size_t first, float half) {
-    if (starts_[first] == starts_[first + static_cast<std::size_t>(cells_[0])]) return;
     // A little more, for what rounding may take away.
     rows.push_back({first, half * inverse_ + 1e-4f});
   });

@@ -80,7 +80,7 @@ class Region {
   std::vector<std::uint32_t> index;
 
  private:
-  /// Calls `function(first, half)` for the rows of point voxels that reach to
+  /// Calls `function(first, half)` for the rows of point voxels with particles that reach to
   /// within `reach` of a line along x: where each starts in the table, and half the
   /// length of what is within reach.
   template <class Function>
@@ -91,12 +91,12 @@ class Region {
     for (int cz = z0; cz <= z1; ++cz) {
       float const dz = gap(pz, cz, 2);
       for (int cy = y0; cy <= y1; ++cy) {
+        auto const first =
+            static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz);
+        if (starts_[first] == starts_[first + static_cast<std::size_t>(cells_[0])]) continue;
         float const dy = gap(py, cy, 1);
         float const rest = reach2 - dz * dz - dy * dy;
-        if (!(rest > 0.f)) continue;
-        function(
-            static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cy + cells_[1] * cz),
-            std::sqrt(rest));
+        if (rest > 0.f) function(first, std::sqrt(rest));
       }
     }
   }
