@@ -59,8 +59,9 @@ class VertexMap {
   };
 
   void grow(std::size_t needed) {
-    // Twice as many, as entering all of them again takes longer than filling memory.
-    std::vector<Slot> old(std::bit_ceil(2 * needed < 1024 ? std::size_t{1024} : 2 * needed));
+    // No larger than it must be: a table that fits into a core's cache is worth more than
+    // the entering of all of them again that a larger one would save.
+    std::vector<Slot> old(std::bit_ceil(needed < 1024 ? std::size_t{1024} : needed));
     old.swap(slots_);
     mask_ = slots_.size() - 1;
     size_ = 0;
