@@ -413,7 +413,9 @@ void redistance(Field& field, InsideAt const& insideAt) {
       store(tile, static_cast<std::size_t>(cell), sourceOf(field, tile, field.around(t), cell));
     });
   });
-  for (int ring = 0; ring < static_cast<int>(bandWidth); ++ring) {
+  // A voxel less than the band's width from the surface has a voxel beside the surface
+  // on its own side, which is a step nearer.
+  for (int ring = 1; ring < static_cast<int>(bandWidth); ++ring) {
     forEach(field.count(), [&](std::size_t t) { arrive(field.tile(t), field.around(t)); });
     forEach(field.count(), [&](std::size_t t) {
       auto& tile = field.tile(t);

@@ -74,12 +74,21 @@ void Region::gather(API::TileCoord const& origin, float least) {
     cells_[a] = highCell[a] - lowCell[a] + 1;
     low_[a] = static_cast<float>(lowCell[a] * factor - from[a]);
   }
-  starts_.clear();
+  starts_.resize(static_cast<std::size_t>(cells_[0]) * static_cast<std::size_t>(cells_[1]) *
+                     static_cast<std::size_t>(cells_[2]) +
+                 1);
+  auto* next = starts_.data();
   std::size_t count = 0;
   auto const copy = [&](std::vector<float> const& in, std::vector<float>& out, double offset,
                         std::size_t begin, std::size_t length) {
     auto const* const source = in.data() + begin;
     auto* const target = out.data() + count;
+    if (factor ==
+        1.0) {  // both numbers are floats, and their difference is rounded once either way
+      auto const whole = static_cast<float>(offset);
+      for (std::size_t p = 0; p < length; ++p) target[p] = source[p] - whole;
+      return;
+    }
     for (std::size_t p = 0; p < length; ++p) {
       target[p] = static_cast<float>(source[p] * factor - offset);
     }
@@ -98,14 +107,13 @@ void Region::gather(API::TileCoord const& origin, float least) {
         int const i1 = std::min(highCell[0] - first, tileWidth - 1);
         auto const* const tile = tiles[t];
         if (tile == nullptr) {
-          starts_.insert(starts_.end(), static_cast<std::size_t>(i1 - i0 + 1),
-                         static_cast<std::uint32_t>(count));
+          next = std::fill_n(next, i1 - i0 + 1, static_cast<std::uint32_t>(count));
           continue;
         }
         auto const* const cells =
             &particles_->cellStarts[tile->cellStarts + static_cast<std::size_t>(row)];
         for (int i = i0; i <= i1; ++i) {
-          starts_.push_back(static_cast<std::uint32_t>(count) + cells[i] - cells[i0]);
+          *next++ = static_cast<std::uint32_t>(count) + cells[i] - cells[i0];
         }
         auto const length = std::size_t{cells[i1 + 1] - cells[i0]};
         if (length == 0) continue;
@@ -121,7 +129,7 @@ void Region::gather(API::TileCoord const& origin, float least) {
       }
     }
   }
-  starts_.push_back(static_cast<std::uint32_t>(count));
+  *next = static_cast<std::uint32_t>(count);
   for (auto* const values : {&x, &y, &z}) std::fill_n(values->data() + count, padding, 1e9f);
   if (adaptive) std::fill_n(radius.data() + count, padding, 1.f);
   count_ = count;
