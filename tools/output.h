@@ -4,17 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "velmorhost/unfinished_file.h"
+
 namespace Velmor::Tool {
 
-/// A file that appears whole or not at all.
-///
-/// The data go into a hidden temporary file beside the place, which `commit`
-/// renames; without it the temporary file is removed, also when the process is
-/// interrupted. What a killed process left behind is removed when the next
-/// output is opened in the same folder: a temporary file belongs to a living
-/// writer exactly while that holds a lock on it. Outputs that are not regular
-/// files (a pipe, a device, standard output as "-" or "/dev/stdout") are
-/// written directly. Every problem is thrown as a `Failure` of code `Output`.
+/// A file that appears whole, with `commit`, or not at all: see
+/// `Host::UnfinishedFile`. Outputs that are not regular files (a pipe, a device,
+/// standard output as "-" or "/dev/stdout") are written directly. Every problem
+/// is thrown as a `Failure` of code `Output`.
 class OutputFile {
  public:
   explicit OutputFile(std::string path);
@@ -37,10 +34,8 @@ class OutputFile {
   [[noreturn]] void fail(int error) const;
 
   std::string path_;
-  std::string target_;     // where the rename goes: links are followed
-  std::string temporary_;  // empty: written directly
-  int file_ = -1;
-  int remembered_ = -1;  // where the signal handler finds the temporary file
+  Host::UnfinishedFile file_;
+  int special_ = -1;  // what is written directly
   std::vector<char> buffer_;
 };
 
@@ -52,10 +47,8 @@ bool isSpecialOutput(std::string const& path);
 /// Throws the `Failure` that opening the path for output would meet, where that
 /// can be known beforehand: before minutes of work.
 void checkOutput(std::string const& path);
-/// Removes temporary files that killed processes left in a folder. Quiet.
-void sweepTemporaries(std::string const& folder);
 /// Makes an interrupted process (Ctrl-C, hang-up, termination) remove its
-/// temporary file, and a closed pipe or a full disk an error of the write.
+/// unfinished files, and a closed pipe or a full disk an error of the write.
 void handleSignals();
 
 }  // namespace Velmor::Tool

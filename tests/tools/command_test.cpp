@@ -439,5 +439,29 @@ TEST_F(CommandTest, AKillInTheMiddleOfWritingLeavesNoOutputAndTheNextRunSweeps) 
   EXPECT_EQ(outputs(), (std::vector<std::string>{"new.ply", "old.ply"}));
 }
 
+TEST_F(CommandTest, ASignalInTheMiddleOfWritingACacheFileLeavesNothingOrTheNextRunSweeps) {
+  CacheFolder const folder;
+  ObjectBuilder const large("large");
+  large.sphere(large.voxels(), 40.f);
+  folder.write(large.object(), 1);
+  for (int const signal : {SIGTERM, SIGKILL}) {
+    bool met = false;
+    for (int attempt = 0; attempt < 50 && !met; ++attempt) {
+      met = killCommandWhen(
+                {"filter", folder.path().str(), "--channel", "distance", "--op", "offset:0", "-o",
+                 out("a.vdb")},
+                [this] { return !outputs().empty(); }, signal) &&
+            !std::filesystem::exists(out("a.vdb"));
+      std::filesystem::remove(out("a.vdb"));
+    }
+    ASSERT_TRUE(met) << "never met the command while it wrote";
+    // Only what cannot be caught leaves something.
+    EXPECT_EQ(outputs().size(), signal == SIGKILL ? 1u : 0u);
+    ASSERT_EQ(runCommand({"mesh", file(), "-o", out("a.ply")}).exit, 0);
+    EXPECT_EQ(outputs(), std::vector<std::string>{"a.ply"});
+    std::filesystem::remove(out("a.ply"));
+  }
+}
+
 }  // namespace
 }  // namespace Velmor::Test

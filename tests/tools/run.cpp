@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -76,7 +75,8 @@ Run runCommand(std::vector<std::string> const& arguments, RunOptions const& opti
   auto const end =
       std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
   int state = 0;
-  while (waitpid(child, &state, WNOHANG) == 0) {
+  rusage used{};
+  while (wait4(child, &state, WNOHANG, &used) == 0) {
     if (std::chrono::steady_clock::now() > end) {
       kill(child, SIGKILL);
       waitpid(child, &state, 0);
@@ -87,22 +87,24 @@ Run runCommand(std::vector<std::string> const& arguments, RunOptions const& opti
   Run run;
   if (WIFEXITED(state)) run.exit = WEXITSTATUS(state);
   if (WIFSIGNALED(state)) run.signal = WTERMSIG(state);
+  run.peakMemory = static_cast<std::size_t>(used.ru_maxrss) * 1024;
   run.out = out.text();
   run.err = err.text();
   return run;
 }
 
-bool killCommandWhen(std::vector<std::string> const& arguments, std::function<bool()> const& when) {
+bool killCommandWhen(std::vector<std::string> const& arguments, std::function<bool()> const& when,
+                     int signal) {
   Captured const out, err;
   auto const child = start(arguments, {}, out.file(), err.file());
   int state = 0;
   while (waitpid(child, &state, WNOHANG) == 0) {
     if (!when()) continue;
-    kill(child, SIGKILL);
+    kill(child, signal);
     waitpid(child, &state, 0);
     break;
   }
-  return WIFSIGNALED(state);
+  return WIFSIGNALED(state) && WTERMSIG(state) == signal;
 }
 
 std::string readFile(std::string const& path) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <csignal>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -15,6 +16,7 @@ struct Run {
   int exit = -1;   ///< its exit code, -1 if a signal ended it
   int signal = 0;  ///< that signal; SIGKILL where it took longer than the limit
   std::string out, err;
+  std::size_t peakMemory = 0;  ///< bytes that it held at most
 };
 
 struct RunOptions {
@@ -27,9 +29,10 @@ struct RunOptions {
 /// Runs the built command with these arguments and waits for it.
 Run runCommand(std::vector<std::string> const& arguments, RunOptions const& options = {});
 
-/// Starts the command and kills it (not to be caught) once `when` is true.
-/// Returns false if it ended before.
-bool killCommandWhen(std::vector<std::string> const& arguments, std::function<bool()> const& when);
+/// Starts the command and sends it a signal once `when` is true. Returns whether
+/// that ended it.
+bool killCommandWhen(std::vector<std::string> const& arguments, std::function<bool()> const& when,
+                     int signal = SIGKILL);
 
 /// The whole content of a file.
 std::string readFile(std::string const& path);

