@@ -49,14 +49,16 @@ class Runner {
  public:
   Runner(Session& session, std::string const& label, std::vector<int> const& frames,
          SequenceOptions const& options, std::string const& subject,
-         std::function<bool(int)> const& exists, std::function<void(FrameOutcome&)> const& work)
+         std::function<bool(int)> const& exists, std::function<void(FrameOutcome&)> const& work,
+         bool numbered)
       : options_(options),
         subject_(subject),
         exists_(exists),
         work_(work),
         outcomes_(frames.size()),
         progress_(session, label),
-        lines_(!session.options().quiet && isatty(STDERR_FILENO) == 0) {
+        lines_(!session.options().quiet && isatty(STDERR_FILENO) == 0),
+        numbered_(numbered) {
     for (std::size_t f = 0; f < frames.size(); ++f) outcomes_[f].frame = frames[f];
   }
 
@@ -127,13 +129,13 @@ class Runner {
     }
     std::lock_guard const lock(mutex_);
     progress_.clear();
+    auto const frame = numbered_ ? "frame " + std::to_string(outcome.frame) + ": " : "";
     if (failure) {
-      print(Failure(failure->code(), failure->subject(),
-                    "frame " + std::to_string(outcome.frame) + ": " + failure->what()));
+      print(Failure(failure->code(), failure->subject(), frame + failure->what()));
     } else if (lines_) {
       std::ostringstream text;
       text.imbue(std::locale::classic());
-      text << "frame " << outcome.frame << ": ";
+      text << frame;
       if (outcome.skipped) {
         text << "exists already\n";
       } else {
@@ -152,7 +154,7 @@ class Runner {
   std::function<void(FrameOutcome&)> const& work_;
   std::vector<FrameOutcome> outcomes_;
   Progress progress_;
-  bool lines_;
+  bool lines_, numbered_;
 
   std::mutex mutex_;
   std::condition_variable room_;
@@ -175,8 +177,8 @@ std::vector<FrameOutcome> runFrames(Session& session, std::string const& label,
                                     std::vector<int> const& frames, SequenceOptions const& options,
                                     std::string const& subject,
                                     std::function<bool(int)> const& exists,
-                                    std::function<void(FrameOutcome&)> const& work) {
-  return Runner(session, label, frames, options, subject, exists, work).run();
+                                    std::function<void(FrameOutcome&)> const& work, bool numbered) {
+  return Runner(session, label, frames, options, subject, exists, work, numbered).run();
 }
 
 namespace {

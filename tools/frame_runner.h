@@ -37,12 +37,14 @@ void addSequence(CLI::App& verb, SequenceOptions& options);
 /// from several threads. A `Failure` that it throws ends its frame only: it is
 /// printed, and listed by `finishSequence`. With a terminal a bar shows how far
 /// the work is, else each finished frame has a line on standard error; neither
-/// with --quiet. The outcomes are in the order of `frames`.
+/// with --quiet. The outcomes are in the order of `frames`. Where `numbered` is
+/// false the only frame stands for a file that has no number, and none is said.
 std::vector<FrameOutcome> runFrames(Session& session, std::string const& label,
                                     std::vector<int> const& frames, SequenceOptions const& options,
                                     std::string const& subject,
                                     std::function<bool(int)> const& exists,
-                                    std::function<void(FrameOutcome&)> const& work);
+                                    std::function<void(FrameOutcome&)> const& work,
+                                    bool numbered = true);
 
 /// Adds the frames and their numbers to a report.
 void reportFrames(std::vector<FrameOutcome> const& outcomes, Json& report);

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "channel_edits.h"
+
 namespace Velmor::Tool {
 
 namespace {
@@ -27,25 +29,39 @@ void choose(FoundChannel const& channel, Host::DistanceMode mode,
   parameters.distance_channel = channel.channel;
 }
 
+template <class Kind>
+bool holds(API::Object const& object) {
+  auto const components = object.components();
+  return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
+    return Kind{API::Ref(component)}.valid();
+  });
+}
+
 // Where the channel is that the user means, if the surface looked for it in the
 // wrong place: only a loaded object tells what it holds.
 std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::string const& name,
                                       Input const& input, Selection const& selection,
                                       Processing::SurfaceParameters const& parameters) {
   if (surface.status()) return std::nullopt;
-  auto const search = [&](API::Object const& object) {
-    return name.empty() ? std::optional(defaultDistance(object, input.path()))
-                        : findChannel(object, name);
-  };
   std::optional<FoundChannel> found;
   if (surface.voxels().valid()) {
-    found = search(surface.voxels().object());
+    API::Object const object(surface.voxels().object());
+    found = name.empty() ? std::optional(defaultDistance(object, input.path()))
+                         : findChannel(object, name);
   } else {
     // Without the component that was looked for the surface knows of no object.
+    API::Object object;
     try {
-      found = search(input.load(selection));
+      object = input.load(selection);
     } catch (Failure const&) {
       return std::nullopt;  // the surface has said what is wrong
+    }
+    if (!holds<API::VoxelComponent>(object)) return std::nullopt;
+    if (name.empty()) {
+      found = defaultDistance(object, input.path());
+    } else {
+      auto const target = requireChannel(object, name, input.path());
+      found = FoundChannel{target.component.name().str(), target.channel.name().str()};
     }
   }
   if (found && found->component == parameters.voxel_component &&
@@ -57,10 +73,7 @@ std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::s
 
 bool holdsParticles(Input const& input, Selection const& selection) {
   try {
-    auto const components = input.load(selection).components();
-    return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
-      return API::PointComponent{API::Ref(component)}.valid();
-    });
+    return holds<API::PointComponent>(input.load(selection));
   } catch (Failure const&) {
     return false;  // the surface has said what is wrong
   }
@@ -68,12 +81,17 @@ bool holdsParticles(Input const& input, Selection const& selection) {
 
 }  // namespace
 
+Processing::SurfaceParameters withoutParticles() {
+  Processing::SurfaceParameters parameters;
+  parameters.point_component = "";
+  return parameters;
+}
+
 LoadedSurface loadSurface(Session& session, Input const& input, Selection const& selection,
                           std::string const& channel, Host::DistanceMode distance,
                           Processing::SurfaceParameters parameters) {
   parameters.cache_folder = input.cacheFolder();
   parameters.object = input.query(selection);
-  parameters.point_component = "";
   LoadedSurface loaded;
   auto& surface = loaded.surface;
   loaded.channel = {parameters.voxel_component.str(), channel.empty() ? "distance" : channel};

@@ -19,13 +19,18 @@ struct LoadedSurface {
   std::array<double, 3> origin{};  ///< to be added to what the surface says in world space
 };
 
+/// Default parameters, but for particles: none are looked for.
+Processing::SurfaceParameters withoutParticles();
+
 /// Loads the surface of a selection. `channel` is "channel", "component/channel"
 /// or empty: then "distance", else the only float level set. `parameters` gives
-/// everything but the input, the object and the channel. Status warnings go to
-/// the session; an error is thrown as a `Failure` of code `Input`.
+/// everything but the input, the object and the channel; its voxel component is
+/// where the channel is looked for first. Status warnings go to the session; an
+/// error is thrown as a `Failure` of code `Input`. Sets the process's read options
+/// for the channel: nothing else may load meanwhile.
 LoadedSurface loadSurface(Session& session, Input const& input, Selection const& selection,
                           std::string const& channel, Host::DistanceMode distance,
-                          Processing::SurfaceParameters parameters = {});
+                          Processing::SurfaceParameters parameters = withoutParticles());
 
 /// Passes on the status of a surface that takes its distance from voxels, as
 /// `Session::check` does. Where the object has particles instead, the `Failure`

@@ -298,6 +298,47 @@ TEST_F(SequenceTest, WrittenLevelSetsMeshAlike) {
   auto const again = runCommand({"mesh", at("s.vdb"), "-o", at("n.ply"), "--json"});
   ASSERT_EQ(again.exit, 0) << again.err;
   EXPECT_EQ(Json::parse(made.out)["frames"][0]["triangles"], Json::parse(again.out)["triangles"]);
+  // Their component has the object's name, which nobody has to say.
+  auto const third = runCommand({"surface", at("s.vdb"), "--mesh", at("o.ply"), "--json"});
+  ASSERT_EQ(third.exit, 0) << third.err;
+  EXPECT_EQ(readFile(at("o.ply")), readFile(at("n.ply")));
+  EXPECT_EQ(Json::parse(third.out)["parameters"]["voxel_component"], "water-volume");
+  // A file without a number is no frame.
+  EXPECT_EQ(third.err.find("frame"), std::string::npos) << third.err;
+}
+
+TEST_F(SequenceTest, FindsTheDistanceAsAllVerbsDoUnlessItsComponentIsNamed) {
+  ObjectBuilder const ball("ball");
+  auto const volume = ball.voxels("cells");
+  Host::setFieldClass(ball.sphere(volume, 6.f, "phi"), Host::FieldClass::LevelSet);
+  for (auto const* name : {"b.1.vdb", "b.2.vdb"}) {
+    folder_.writeTo(ball.object(), at(std::string("balls/") + name));
+  }
+  auto const run = [this](std::vector<std::string> const& more) {
+    std::vector<std::string> all{"surface", at("balls"), "--mesh", at("m.#.ply"), "--json"};
+    all.insert(all.end(), more.begin(), more.end());
+    return runCommand(all);
+  };
+  auto const only = run({});
+  ASSERT_EQ(only.exit, 0) << only.err;
+  auto const report = Json::parse(only.out);
+  EXPECT_EQ(report["parameters"]["distance_channel"], "phi");
+  EXPECT_GT(report["frames"][1]["triangles"], 100);
+  EXPECT_EQ(run({"--channel", "cells/phi"}).exit, 0);
+  EXPECT_EQ(run({"--distance-channel", "phi", "--voxel-component", "cells"}).exit, 0);
+  auto const named = run({"--voxel-component", "volume"});
+  EXPECT_EQ(named.exit, 6);
+  EXPECT_NE(named.err.find("frame 2: "), std::string::npos) << named.err;
+  EXPECT_NE(run({"--channel", "phy"}).err.find("did you mean 'phi'?"), std::string::npos);
+
+  Host::setFieldClass(ball.sphere(volume, 5.f, "psi"), Host::FieldClass::LevelSet);
+  folder_.writeTo(ball.object(), at("two.vdb"));
+  auto const two = runCommand({"surface", at("two.vdb"), "--mesh", at("m.ply")});
+  EXPECT_EQ(two.exit, 6);
+  EXPECT_NE(two.err.find("two.vdb: no channel 'distance' and several level sets; choose one with "
+                         "--channel: 'cells/phi', 'cells/psi'\n"),
+            std::string::npos)
+      << two.err;
 }
 
 // What each key changes, as far as the summary of a frame shows it.

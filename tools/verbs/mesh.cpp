@@ -32,7 +32,7 @@ void run(Session& session, MeshOptions const& options) {
   auto const selection = input.select(options.input);
   checkOutput(options.output);
 
-  Processing::SurfaceParameters parameters;
+  auto parameters = withoutParticles();
   parameters.fps = 1.f;  // velocities on vertices as the cache holds them
   auto const [surface, channel, origin] =
       loadSurface(session, input, selection, options.channel, options.distance, parameters);

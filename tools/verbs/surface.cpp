@@ -57,10 +57,11 @@ class SurfaceSequence {
         vdb_(options.vdb) {
     chooseFrames();
     checkOutputs();
-    if (!options.params.empty()) {
-      setSurfaceValues(readSurfaceValues(options.params), options.params, parameters_);
-    }
+    SurfaceValues values;
+    if (!options.params.empty()) values = readSurfaceValues(options.params);
+    setSurfaceValues(values, options.params, parameters_);
     setSurfaceValues(options.values, "", parameters_);
+    values.insert(options.values.begin(), options.values.end());
     if (parameters_.smooth_iterations > mostSmoothing) {
       throw Failure(ExitCode::Usage, "",
                     "smooth_iterations: " + std::to_string(parameters_.smooth_iterations) +
@@ -68,10 +69,12 @@ class SurfaceSequence {
                         std::to_string(mostSmoothing));
     }
     parameters_.cache_folder = input_.cacheFolder();
-    auto const given = [&options](char const* key) { return options.values.count(key) > 0; };
+    auto const given = [&values](char const* key) { return values.count(key) > 0; };
     // Where the points make the surface, voxels are not missed.
     if (particles() && !given("voxel_component")) parameters_.voxel_component = "";
     if (!particles() && !given("point_component")) parameters_.point_component = "";
+    search_ = !particles() && !given("voxel_component");
+    if (given("distance_channel")) channel_ = parameters_.distance_channel.str();
     auto read = Host::readOptions();
     read.distance = options.distance;
     read.distanceChannel = particles() ? "" : parameters_.distance_channel.str();
@@ -85,9 +88,13 @@ class SurfaceSequence {
     auto const outcomes = runFrames(
         session_, "surface", frames_, options_.sequence, input_.path(),
         [this](int frame) { return exists(frame); },
-        [this](FrameOutcome& outcome) { makeFrame(outcome); });
+        [this](FrameOutcome& outcome) { makeFrame(outcome); }, numbered());
     report(outcomes, watch.lap());
-    finishSequence(session_, outcomes, input_.path());
+    if (numbered()) {
+      finishSequence(session_, outcomes, input_.path());
+    } else if (!outcomes.front().error.empty()) {
+      session_.fail(ExitCode::Frames);  // all has been said
+    }
     if (!open_.empty()) reportOpen();
   }
 
@@ -95,6 +102,9 @@ class SurfaceSequence {
   bool particles() const {
     return parameters_.render_component == Processing::SurfaceParameters::Particle;
   }
+
+  // Else the input is one file that stands for every frame.
+  bool numbered() const { return !options_.frames.empty() || !object_.frames.empty(); }
 
   void chooseFrames() {
     if (!options_.frames.empty()) {
@@ -182,19 +192,34 @@ class SurfaceSequence {
 
   int frameOf(int frame) const { return input_.frameOrFirst(object_, frame); }
 
-  void makeFrame(FrameOutcome& outcome) {
-    Stopwatch watch;
-    Selection const selection{object_.name, frameOf(outcome.frame)};
+  // The first frame with a surface tells where the channel is; frames run alone
+  // until then.
+  std::unique_ptr<Processing::Surface> load(Selection const& selection) {
+    if (search_) {
+      auto loaded =
+          loadSurface(session_, input_, selection, channel_, options_.distance, parameters_);
+      parameters_.voxel_component = loaded.channel.component;
+      parameters_.distance_channel = loaded.channel.channel;
+      search_ = false;
+      return std::move(loaded.surface);
+    }
     auto parameters = parameters_;
     parameters.object = input_.query(selection);
-    Processing::Surface const surface(parameters);
+    auto surface = std::make_unique<Processing::Surface>(parameters);
     if (particles()) {
-      session_.check(surface.status(), input_.path());
+      session_.check(surface->status(), input_.path());
     } else {
-      checkSurface(session_, surface, input_, selection);
+      checkSurface(session_, *surface, input_, selection);
     }
+    return surface;
+  }
+
+  void makeFrame(FrameOutcome& outcome) {
+    Stopwatch watch;
+    auto const loaded = load({object_.name, frameOf(outcome.frame)});
+    auto const& surface = *loaded;
     auto place = origin(surface.voxels());
-    for (auto& x : place) x *= static_cast<double>(parameters.space_scale);
+    for (auto& x : place) x *= static_cast<double>(parameters_.space_scale);
     Json seconds;
     seconds["surface"] = watch.lap();
 
@@ -306,7 +331,8 @@ class SurfaceSequence {
 
   void reportOpen() {
     std::sort(open_.begin(), open_.end());
-    auto const words = "the mesh is not closed in frame " + frameList(open_);
+    auto const words =
+        "the mesh is not closed" + (numbered() ? " in frame " + frameList(open_) : "");
     if (options_.allowOpen) {
       session_.note(input_.path() + ": " + words);
     } else {
@@ -321,6 +347,8 @@ class SurfaceSequence {
   FramePattern const mesh_, picture_, vdb_;
   std::vector<int> frames_;
   Processing::SurfaceParameters parameters_;
+  bool search_ = false;        // the distance may be in another component or channel
+  std::string channel_;        // the one asked for
   std::optional<Box> framed_;  // in the world, the space scale included
   std::mutex mutex_;
   std::vector<int> open_;
@@ -340,6 +368,12 @@ void addSurface(Command& command) {
       ->required()
       ->type_name("INPUT");
   verb.add_option("--object", options->object, "The object; may be left out where there is one")
+      ->type_name("NAME");
+  verb.add_option_function<std::string>(
+          "--channel",
+          [options](std::string const& name) { options->values["distance_channel"] = name; },
+          "The distance channel, or component/channel; if left out 'distance', else the only "
+          "level set")
       ->type_name("NAME");
   verb.add_option("--frames", options->frames,
                   "Frames such as 1-48, 1-48x2 or 1,5,9-12; if left out all that there are")
