@@ -101,7 +101,8 @@ void checkCacheOutput(std::string const& path) {
 }
 
 void writeCache(API::Object const& object, std::string const& path) {
-  auto const status = Host::writeObject(object, path);
+  // The host knows files by their names only.
+  auto const status = Host::writeObject(object, path == "-" ? "/dev/stdout" : path);
   if (!status.succeeded()) throw Failure(ExitCode::Output, path, status.message().str());
 }
 

@@ -248,6 +248,16 @@ TEST_F(FilterCommand, WritesCacheFilesOnly) {
   EXPECT_NE(run.err.find("written as .vdb"), std::string::npos);
 }
 
+TEST_F(FilterCommand, ADashIsStandardOutput) {
+  auto const run =
+      runCommand({"filter", input, "--channel", "density", "--op", "offset:1", "-o", "-"});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_NE(run.err.find("operators"), std::string::npos) << run.err;  // the report gave way
+  writeFile(output, run.out);
+  EXPECT_EQ(values<float>(read(output), "density").front(), 1.25f);
+  EXPECT_FALSE(std::filesystem::exists("-"));
+}
+
 TEST_F(FilterCommand, NeverWritesOverItsInput) {
   auto const before = values<float>(read(input), "density");
   auto const link = folder.path().str() + "/link.vdb";
