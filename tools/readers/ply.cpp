@@ -1,73 +1,49 @@
-#include <algorithm>
 #include <array>
-#include <bit>
-#include <charconv>
 #include <cstdint>
-#include <cstring>
 #include <limits>
+#include <optional>
 #include <sstream>
 #include <string_view>
 
 #include "failure.h"
+#include "readers/bytes.h"
 #include "readers/table.h"
 
 namespace Velmor::Tool {
 
 namespace {
 
-enum class Type { None, Int8, UInt8, Int16, UInt16, Int32, UInt32, Float, Double };
-
-Type typeOf(std::string_view name) {
+std::optional<Number> typeOf(std::string_view name) {
   struct Entry {
     std::string_view name;
-    Type type;
+    Number type;
   };
-  static constexpr std::array<Entry, 16> entries{{{"char", Type::Int8},
-                                                  {"int8", Type::Int8},
-                                                  {"uchar", Type::UInt8},
-                                                  {"uint8", Type::UInt8},
-                                                  {"short", Type::Int16},
-                                                  {"int16", Type::Int16},
-                                                  {"ushort", Type::UInt16},
-                                                  {"uint16", Type::UInt16},
-                                                  {"int", Type::Int32},
-                                                  {"int32", Type::Int32},
-                                                  {"uint", Type::UInt32},
-                                                  {"uint32", Type::UInt32},
-                                                  {"float", Type::Float},
-                                                  {"float32", Type::Float},
-                                                  {"double", Type::Double},
-                                                  {"float64", Type::Double}}};
+  static constexpr std::array<Entry, 16> entries{{{"char", Number::Int8},
+                                                  {"int8", Number::Int8},
+                                                  {"uchar", Number::UInt8},
+                                                  {"uint8", Number::UInt8},
+                                                  {"short", Number::Int16},
+                                                  {"int16", Number::Int16},
+                                                  {"ushort", Number::UInt16},
+                                                  {"uint16", Number::UInt16},
+                                                  {"int", Number::Int32},
+                                                  {"int32", Number::Int32},
+                                                  {"uint", Number::UInt32},
+                                                  {"uint32", Number::UInt32},
+                                                  {"float", Number::Float},
+                                                  {"float32", Number::Float},
+                                                  {"double", Number::Double},
+                                                  {"float64", Number::Double}}};
   for (auto const& entry : entries) {
     if (entry.name == name) return entry.type;
   }
-  return Type::None;
-}
-
-std::size_t sizeOf(Type type) {
-  switch (type) {
-    case Type::Int8:
-    case Type::UInt8:
-      return 1;
-    case Type::Int16:
-    case Type::UInt16:
-      return 2;
-    case Type::Int32:
-    case Type::UInt32:
-    case Type::Float:
-      return 4;
-    case Type::Double:
-      return 8;
-    case Type::None:
-      break;
-  }
-  return 0;
+  return std::nullopt;
 }
 
 struct Property {
   std::string name;
-  Type type = Type::None;
-  Type count = Type::None;  // of a list
+  Number type = Number::Float;
+  std::optional<Number> count{};  // of a list
 };
 
 struct Element {
@@ -83,70 +59,43 @@ class Body {
   Body(std::string const& path, std::string_view bytes, Form form)
       : path_(path), rest_(bytes), form_(form) {}
 
-  double next(Type type) {
+  double next(Number type) {
     if (form_ == Form::Ascii) return nextWord();
-    std::array<char, 8> raw{};
     std::size_t const size = sizeOf(type);
     if (rest_.size() < size) ended();
-    std::memcpy(raw.data(), rest_.data(), size);
+    auto const value = loadNumber(rest_.data(), type, form_ == Form::Big);
     rest_.remove_prefix(size);
-    if ((form_ == Form::Big) == (std::endian::native == std::endian::little)) {
-      std::reverse(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(size));
-    }
-    switch (type) {
-      case Type::Int8:
-        return read<std::int8_t>(raw);
-      case Type::UInt8:
-        return read<std::uint8_t>(raw);
-      case Type::Int16:
-        return read<std::int16_t>(raw);
-      case Type::UInt16:
-        return read<std::uint16_t>(raw);
-      case Type::Int32:
-        return read<std::int32_t>(raw);
-      case Type::UInt32:
-        return read<std::uint32_t>(raw);
-      case Type::Float:
-        return read<float>(raw);
-      case Type::Double:
-        return read<double>(raw);
-      case Type::None:
-        break;
-    }
-    return 0.;
+    return value;
   }
 
   void skip(Property const& property) {
-    if (property.count == Type::None) {
+    if (!property.count) {
       next(property.type);
       return;
     }
-    double const count = next(property.count);
+    double const count = next(*property.count);
     if (!(count >= 0.)) throw Failure(ExitCode::Input, path_, "a list of negative length");
     for (double n = 0.; n < count; ++n) next(property.type);
   }
 
-  /// Values that can still follow at most: each takes at least a byte.
-  std::size_t left() const { return rest_.size(); }
-
- private:
-  template <class T>
-  static double read(std::array<char, 8> const& raw) {
-    T value;
-    std::memcpy(&value, raw.data(), sizeof(T));
-    return static_cast<double>(value);
+  /// Whether so many of an element can still follow: a list may be empty, and a
+  /// word takes two bytes with what parts it from the next.
+  bool canHold(Element const& element) const {
+    std::size_t least = 0;
+    for (auto const& property : element.properties) {
+      least += form_ == Form::Ascii ? 2 : sizeOf(property.count.value_or(property.type));
+    }
+    auto const left = rest_.size() + (form_ == Form::Ascii ? 1 : 0);
+    return element.count == 0 || (least > 0 && element.count <= left / least);
   }
 
+ private:
   double nextWord() {
-    auto const start = rest_.find_first_not_of(" \t\r\n");
-    if (start == std::string_view::npos) ended();
-    rest_.remove_prefix(start);
-    auto const word = rest_.substr(0, rest_.find_first_of(" \t\r\n"));
-    rest_.remove_prefix(word.size());
+    auto const word = takeWord(rest_);
+    if (word.empty()) ended();
     double value = 0.;
-    auto const [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    if (error != std::errc() || end != word.data() + word.size()) {
-      throw Failure(ExitCode::Input, path_, "'" + std::string(word) + "' is no number");
+    if (!parseNumber(word, value)) {
+      throw Failure(ExitCode::Input, path_, quoted(word) + " is no number");
     }
     return value;
   }
@@ -212,10 +161,11 @@ Header readHeader(std::string const& path, std::string_view& rest) {
         std::string count;
         words >> count >> type;
         property.count = typeOf(count);
-        if (property.count == Type::None) fail("unknown type '" + count + "'");
+        if (!property.count) fail("unknown type '" + count + "'");
       }
-      property.type = typeOf(type);
-      if (property.type == Type::None) fail("unknown type '" + type + "'");
+      auto const known = typeOf(type);
+      if (!known) fail("unknown type '" + type + "'");
+      property.type = *known;
       if (!(words >> property.name)) fail("malformed line '" + line + "'");
       header.elements.back().properties.push_back(property);
     } else if (!keyword.empty() && keyword != "comment" && keyword != "obj_info") {
@@ -235,7 +185,7 @@ Table readPly(std::string const& path) {
   Body body(path, rest, header.form);
   for (auto const& element : header.elements) {
     // A count that the file cannot hold must not be believed.
-    if (element.count > 0 && (element.properties.empty() || element.count > body.left())) {
+    if (!body.canHold(element)) {
       throw Failure(ExitCode::Input, path,
                     "the file is too short for " + std::to_string(element.count) + " of '" +
                         element.name + "'");
@@ -251,10 +201,10 @@ Table readPly(std::string const& path) {
                                       std::numeric_limits<std::size_t>::max());
     for (std::size_t p = 0; p < element.properties.size(); ++p) {
       auto const& property = element.properties[p];
-      if (property.count != Type::None) continue;
+      if (property.count) continue;
       columnOf[p] = table.columns.size();
-      bool const floating = property.type == Type::Float || property.type == Type::Double;
-      table.columns.push_back({property.name, !floating, property.type == Type::Float, {}});
+      table.columns.push_back(
+          {property.name, isInteger(property.type), property.type == Number::Float, {}});
       table.columns.back().values.reserve(static_cast<std::size_t>(element.count));
     }
     for (std::uint64_t n = 0; n < element.count; ++n) {

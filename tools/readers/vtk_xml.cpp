@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <pugixml.hpp>
 #include <string>
 #include <string_view>
@@ -204,12 +205,12 @@ class XmlReader {
     name_ = array.attribute("Name").value();
     auto const type = typeOf(array);
     auto const format = std::string_view(array.attribute("format").value());
-    // Nothing packs tighter than this; a count beyond it must not be believed.
-    if (points > bytes_.size() * std::uint64_t{1040} / count) tooShort();
+    // A count of values that the file cannot hold must not be believed.
+    if (points > bytes_.size() * tightest / (count * sizeOf(type))) tooShort();
     auto const total = points * count;
     if (format == "ascii" || format.empty()) {
       std::string_view rest = array.child_value();
-      if (total > rest.size()) tooShort();
+      if (total > (rest.size() + 1) / 2) tooShort();
       values.reserve(values.size() + static_cast<std::size_t>(total));
       for (std::uint64_t n = 0; n < total; ++n) {
         double value = 0.;
@@ -247,35 +248,55 @@ class XmlReader {
                        : loadValue<std::uint32_t>(raw.data(), bigEndian_);
   }
 
-  std::vector<char> decode(Bytes in, std::uint64_t size) const {
-    if (!compressed_) {
-      if (takeHeader(in) < size || in.most() < size) tooShort();
-      std::vector<char> data(static_cast<std::size_t>(size));
-      if (!in.take(data.data(), data.size())) tooShort();
-      return data;
-    }
+  std::vector<char> decode(Bytes in, std::uint64_t size) {
+    auto const before = in.most();
+    auto data = compressed_ ? inflate(in, size) : copy(in, size);
+    // Arrays that all lie in one place would ask for more memory than any file is
+    // large.
+    read_ += before - in.most();
+    if (read_ > bytes_.size()) damaged("it lies where others lie");
+    return data;
+  }
+
+  std::vector<char> copy(Bytes& in, std::uint64_t size) const {
+    if (takeHeader(in) < size || in.most() < size) tooShort();
+    std::vector<char> data(static_cast<std::size_t>(size));
+    if (!in.take(data.data(), data.size())) tooShort();
+    return data;
+  }
+
+  std::vector<char> inflate(Bytes& in, std::uint64_t size) const {
     auto const blocks = takeHeader(in), blockSize = takeHeader(in), lastSize = takeHeader(in);
-    if (blocks > in.most() || (blocks > 0 && blockSize == 0)) damaged("impossible blocks");
-    std::vector<std::uint64_t> packed;
-    for (std::uint64_t b = 0; b < blocks; ++b) packed.push_back(takeHeader(in));
-    std::vector<char> data(static_cast<std::size_t>(size)), block, out;
-    std::size_t done = 0;
-    for (std::uint64_t b = 0; b < blocks && done < data.size(); ++b) {
+    if (blocks > in.most() / 4 || (blocks > 0 && blockSize == 0)) damaged("impossible blocks");
+    struct Block {
+      std::uint64_t packed, full;
+    };
+    std::vector<Block> all;
+    std::uint64_t stored = 0, promised = 0;
+    for (std::uint64_t b = 0; b < blocks; ++b) {
       // The size of the last block, if it is not a whole one.
       auto const full = b + 1 == blocks && lastSize != 0 ? lastSize : blockSize;
-      if (packed[b] > in.most()) tooShort();
-      if (full > packed[b] * 1040 + 64) damaged("a block of impossible size");
-      block.resize(static_cast<std::size_t>(packed[b]));
-      out.resize(static_cast<std::size_t>(full));
-      if (!in.take(block.data(), block.size())) tooShort();
-      if (!inflateBlock(block.data(), block.size(), out.data(), out.size())) {
+      all.push_back({takeHeader(in), full});
+      if (all.back().packed > in.most()) tooShort();
+      if (full > all.back().packed * tightest + 64) damaged("a block of impossible size");
+      stored += all.back().packed;
+      promised += full;
+    }
+    if (stored > in.most() || promised < size) tooShort();
+    // Grows with what is there, not with what was promised.
+    std::vector<char> data, packed;
+    for (auto const& block : all) {
+      if (data.size() == size) break;
+      packed.resize(static_cast<std::size_t>(block.packed));
+      if (!in.take(packed.data(), packed.size())) tooShort();
+      auto const full = static_cast<std::size_t>(block.full);
+      auto const out = std::make_unique_for_overwrite<char[]>(full);
+      if (!inflateBlock(packed.data(), packed.size(), out.get(), full)) {
         damaged("a packed block is damaged");
       }
-      auto const part = std::min(out.size(), data.size() - done);
-      std::memcpy(data.data() + done, out.data(), part);
-      done += part;
+      data.insert(data.end(), out.get(),
+                  out.get() + std::min(full, static_cast<std::size_t>(size) - data.size()));
     }
-    if (done < data.size()) tooShort();
     return data;
   }
 
@@ -287,8 +308,12 @@ class XmlReader {
     throw Failure(ExitCode::Input, path_, text);
   }
 
+  // Deflate packs no tighter.
+  static constexpr std::uint64_t tightest = 1040;
+
   std::string const& path_;
   std::vector<char> const bytes_;
+  std::uint64_t read_ = 0;  // bytes of arrays so far
   pugi::xml_document document_;
   std::string_view appended_;
   std::string name_;

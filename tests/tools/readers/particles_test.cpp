@@ -246,6 +246,49 @@ TEST_F(ReadParticles, CountsBeyondTheFileAreNotBelieved) {
   auto xml = vtu("raw", true);
   xml.replace(xml.find("\"2\""), 3, "\"9000000000000000000\"");
   EXPECT_NE(refusal("a.vtu", xml).find("fewer values"), std::string::npos);
+  for (std::string const form : {"ascii", "binary_little_endian"}) {
+    EXPECT_NE(refusal("a.ply", "ply\nformat " + form +
+                                   " 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                                   "property float z\nend_header\n1 2 3 4 5 6 7 8")
+                  .find("too short for 3 of 'vertex'"),
+              std::string::npos)
+        << form;
+  }
+}
+
+// What is asked for and what is there are far apart: 500 MB, and half of one.
+TEST_F(ReadParticles, MemoryGrowsWithWhatIsThereAndNotWithWhatIsPromised) {
+  std::string const rubbish(std::size_t{1} << 19, 'x');
+  auto const path = file(
+      "a.vtu",
+      "<VTKFile type=\"PolyData\" byte_order=\"LittleEndian\" header_type=\"UInt64\" "
+      "compressor=\"vtkZLibDataCompressor\"><PolyData><Piece NumberOfPoints=\"20000000\"><Points>"
+      "<DataArray type=\"Float64\" NumberOfComponents=\"3\" format=\"appended\" offset=\"0\"/>"
+      "</Points></Piece></PolyData><AppendedData encoding=\"raw\">_" +
+          little<std::uint64_t>(1) + little<std::uint64_t>(500'000'000) + little<std::uint64_t>(0) +
+          little<std::uint64_t>(rubbish.size()) + rubbish + "</AppendedData></VTKFile>");
+  auto const run = Velmor::Test::runCommand(
+      {"import", path, "--object", "a", "--cache", path + ".cache", "--voxel-size", "1"});
+  EXPECT_EQ(run.exit, 3) << run.err;
+  EXPECT_NE(run.err.find("a packed block is damaged"), std::string::npos) << run.err;
+  EXPECT_LT(run.peakMemory, std::size_t{300} << 20);
+}
+
+TEST_F(ReadParticles, ArraysOfOnePlaceAreNoWayToMoreMemory) {
+  std::string arrays, data;
+  for (int n = 0; n < 300; ++n) data += little(0.5 * n);
+  for (auto const* name : {"a", "b", "c"}) {
+    arrays += std::string("<DataArray type=\"Float64\" Name=\"") + name +
+              "\" NumberOfComponents=\"3\" format=\"appended\" offset=\"0\"/>";
+  }
+  EXPECT_NE(refusal("a.vtu",
+                    "<VTKFile type=\"PolyData\" byte_order=\"LittleEndian\" "
+                    "header_type=\"UInt64\"><PolyData><Piece NumberOfPoints=\"100\"><Points>" +
+                        arrays + "</Points><PointData>" + arrays +
+                        "</PointData></Piece></PolyData><AppendedData encoding=\"raw\">_" +
+                        little<std::uint64_t>(data.size()) + data + "</AppendedData></VTKFile>")
+                .find("lies where others lie"),
+            std::string::npos);
 }
 
 // Damaged files give particles or a message, never anything else.
