@@ -1,5 +1,5 @@
 # For those who type make: every target is a verb of ./dev.
-VERBS := demo test bench table lint asan tsan build setup help
+VERBS := demo test bench table sets lint asan tsan build setup help
 .PHONY: $(VERBS)
 $(VERBS):
 	@./dev $@

@@ -14,7 +14,7 @@ enum class ExitCode : int {
   Input = 3,   ///< input unreadable, or without what was asked for
   Open = 4,    ///< the mesh was written, but is not closed
   Output = 5,  ///< output not writable
-  Frames = 6,  ///< some frames of a sequence failed; the others were written
+  Frames = 6,  ///< frames of a sequence failed, one, some or all; the others were written
 };
 
 /// Ends a verb. Printed as "velmor: <subject>: <text>", where the subject is

@@ -290,6 +290,20 @@ TEST_F(SequenceTest, WrongUsageIsToldBeforeAnyWork) {
   EXPECT_EQ(runCommand({"import", at("q.csv"), "--object", "a", "--cache", at("c")}).exit, 3);
 }
 
+TEST_F(SequenceTest, RefusesObjectNamesThatNobodyCouldSayAgain) {
+  writeFile(at("p.0001.csv"), "x,y,z\n1,2,3\n");
+  for (std::string const name : {"", ".a", " a", "a ", "a\nb", "a,b", "a..b", "a\\b", "a\"b",
+                                 "a\" graph=\"b", "name=a", "Filters"}) {
+    auto const run =
+        runCommand({"import", at("p.####.csv"), "--object", name, "--cache", at("cache")});
+    EXPECT_EQ(run.exit, 2) << name;
+    EXPECT_NE(run.err.find("is no name for an object"), std::string::npos) << run.err;
+  }
+  EXPECT_FALSE(std::filesystem::exists(at("cache")));
+  EXPECT_EQ(
+      runCommand({"import", at("p.####.csv"), "--object", "a b", "--cache", at("cache")}).exit, 0);
+}
+
 TEST_F(SequenceTest, WrittenLevelSetsMeshAlike) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iomanip>
@@ -15,6 +14,7 @@
 #include "output.h"
 #include "point_cache.h"
 #include "stopwatch.h"
+#include "velmorapi/object_model.h"
 #include "verbs.h"
 
 namespace Velmor::Tool {
@@ -31,12 +31,11 @@ struct ImportOptions {
 
 // Queries and file names could not say such a name again.
 void checkName(std::string const& name) {
-  auto const bad = [&name](char const* part) { return name.find(part) != std::string::npos; };
-  bool const control =
-      std::any_of(name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c == 127; });
-  if (name.empty() || name.front() == '.' || name.front() == ' ' || name.back() == ' ' || control ||
-      bad("/") || bad("\\") || bad("\"") || bad(",") || bad("..") || bad("name=") ||
-      bad("Filters")) {
+  API::Query const query(API::ObjectModel::createQuery());
+  query.load("name=\"" + name + "\"");
+  // A quote would end the name there, and more keys could follow.
+  bool const said = query.valid() && name.find('"') == std::string::npos;
+  if (!said || name.empty() || name.front() == '.' || name.front() == ' ' || name.back() == ' ') {
     throw Failure(ExitCode::Usage, "",
                   "--object: '" + name +
                       "' is no name for an object; it may not be empty, begin with '.', or hold "
