@@ -83,8 +83,8 @@ void Region::gather(API::TileCoord const& origin, float least) {
                         std::size_t begin, std::size_t length) {
     auto const* const source = in.data() + begin;
     auto* const target = out.data() + count;
-    if (factor ==
-        1.0) {  // both numbers are floats, and their difference is rounded once either way
+    if (factor == 1.0) {
+      // Both numbers are floats: their difference is rounded once, with or without doubles.
       auto const whole = static_cast<float>(offset);
       for (std::size_t p = 0; p < length; ++p) target[p] = source[p] - whole;
       return;
