@@ -41,7 +41,8 @@ class PlaneSdfVisitor final : public API::Visitor {
     };
     if (isDense(data, width)) {
       float layer[denseEdge * denseEdge];
-      for (int y = 0; y < denseEdge; ++y) std::fill_n(&layer[y * denseEdge], denseEdge, valueAt(y));
+      float* row = layer;
+      for (int y = 0; y < denseEdge; ++y) row = std::fill_n(row, denseEdge, valueAt(y));
       for (int z = 0; z < denseEdge; ++z) {
         std::memcpy(data.data + data.offset(0, 0, z), layer, sizeof layer);
       }
