@@ -27,8 +27,10 @@ void parseSize(std::string const& text, Render::Settings& settings) {
   std::replace(comma.begin(), comma.end(), 'x', ',');
   auto const size = parseVector<2>(comma);
   constexpr double largest = 16384.;
-  if (!size || text.find(',') != std::string::npos || (*size)[0] < 1. || (*size)[1] < 1. ||
-      (*size)[0] > largest || (*size)[1] > largest) {
+  auto const fits = [](double edge) {
+    return edge >= 1. && edge <= largest && edge == std::trunc(edge);
+  };
+  if (!size || text.find(',') != std::string::npos || !fits((*size)[0]) || !fits((*size)[1])) {
     throw Failure(ExitCode::Usage, "",
                   "--size: '" + text + "' is no size; write WIDTHxHEIGHT, each from 1 to 16384");
   }
@@ -64,6 +66,11 @@ void checkView(ViewOptions& options) {
   if (options.eye.empty() != options.target.empty()) {
     throw Failure(ExitCode::Usage, "", "--eye and --target go together");
   }
+  if (options.eye.empty()) return;
+  options.viewpoint = {place(options.eye, "--eye"), place(options.target, "--target")};
+  if (!(Render::length(options.viewpoint->eye - options.viewpoint->target) > 0.)) {
+    throw Failure(ExitCode::Usage, "", "--eye and --target are the same place");
+  }
 }
 
 bool isEmpty(Render::Box const& box) {
@@ -73,12 +80,8 @@ bool isEmpty(Render::Box const& box) {
 Render::Camera cameraOf(ViewOptions const& options, std::array<double, 3> const& origin,
                         Render::Box const& box) {
   Vec3d const shift(origin[0], origin[1], origin[2]);
-  if (!options.eye.empty()) {
-    Vec3d const eye = place(options.eye, "--eye"), target = place(options.target, "--target");
-    if (!(Render::length(eye - target) > 0.)) {
-      throw Failure(ExitCode::Usage, "", "--eye and --target are the same place");
-    }
-    return {eye - shift, target - shift, options.fov};
+  if (auto const& from = options.viewpoint) {
+    return {from->eye - shift, from->target - shift, options.fov};
   }
   Render::Box const framed = isEmpty(box) ? Render::Box{{-1., -1., -1.}, {1., 1., 1.}} : box;
   return Render::Camera::framing(

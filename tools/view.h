@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <optional>
 #include <string>
 
 #include "render/render.h"
@@ -10,7 +11,12 @@ namespace Velmor::Tool {
 
 /// From where and how a picture is taken, as options give it.
 struct ViewOptions {
+  struct Viewpoint {
+    Render::Vec3d eye, target;  // not the same
+  };
+
   std::string eye, target;
+  std::optional<Viewpoint> viewpoint;  ///< what they say, once checked; none without them
   double fov = 40.;
   std::string size = "1280x720";
   Render::Settings settings;
@@ -18,11 +24,11 @@ struct ViewOptions {
 
 /// Adds --eye, --target, --fov, --size and --samples to a verb.
 void addView(CLI::App& verb, ViewOptions& options);
-/// Puts the size into the settings. Throws a `Failure` of code `Usage` for texts
-/// that mean nothing.
+/// Understands the viewpoint and the size. Throws a `Failure` of code `Usage` for
+/// texts that mean nothing: call it before any work.
 void checkView(ViewOptions& options);
 
-/// The camera of the options, or where they name no eye one that frames the box.
+/// The camera of checked options, or where they name no eye one that frames the box.
 /// Eye and target are in the world, box and camera in the space of the data,
 /// which lies `origin` further in the world.
 Render::Camera cameraOf(ViewOptions const& options, std::array<double, 3> const& origin,

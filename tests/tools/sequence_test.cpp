@@ -283,6 +283,19 @@ TEST_F(SequenceTest, WrongUsageIsToldBeforeAnyWork) {
   EXPECT_EQ(surface({"--frames", "1-", "--mesh", at("m.#.ply")}).exit, 2);
   EXPECT_EQ(surface({"--mesh", at("m.#.fbx")}).exit, 2);
   EXPECT_EQ(surface({"--mesh", at("none/m.#.ply")}).exit, 5);
+  for (auto const& view :
+       std::vector<std::vector<std::string>>{{"--eye", "foo", "--target", "0,0,0"},
+                                             {"--eye", "0,0,1", "--target", "0,0"},
+                                             {"--eye", "0,0,1", "--target", "0,0,1.0"},
+                                             {"--eye", "0,0,1"},
+                                             {"--size", "1.5x2.7"},
+                                             {"--size", "16,16"},
+                                             {"--size", "0x16"}}) {
+    std::vector<std::string> arguments{"--mesh", at("m.#.ply"), "--render", at("r.#.png")};
+    arguments.insert(arguments.end(), view.begin(), view.end());
+    EXPECT_EQ(surface(arguments).exit, 2) << view[1];
+  }
+  EXPECT_FALSE(std::filesystem::exists(at("m.1.ply")));
   EXPECT_EQ(surface({"--mesh", at("m.#.ply"), "--smooth-iterations", "1000000000"}).exit, 2);
   EXPECT_EQ(runCommand({"import", at("p.####.csv"), "--object", "a/b", "--cache", at("c")}).exit,
             2);

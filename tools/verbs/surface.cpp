@@ -80,7 +80,7 @@ class SurfaceSequence {
     read.distanceChannel = particles() ? "" : parameters_.distance_channel.str();
     Host::setReadOptions(read);
     if (!particles()) listenTo(read.distanceChannel);
-    if (!options.picture.empty() && options.view.eye.empty()) frameAll();
+    if (!options.picture.empty() && !options.view.viewpoint) frameAll();
   }
 
   void run() {
