@@ -66,6 +66,22 @@ class ObjectBuilder {
     return addSphere(server_, component, name, radius);
   }
 
+  /// "distance" to the plane y = 2.6 voxels in four leaf tiles at whose border it
+  /// ends: its mesh is open.
+  API::VoxelChannel plane(API::VoxelComponent const& component) const {
+    API::Layout const layout(component.layout());
+    Host::addLeafTiles(layout, {{0, 0, 0}, {5, 0, 0}, {0, 0, 5}, {5, 0, 5}});
+    float const voxel = layout.voxelScale();
+    auto const distance = addChannel<float>(server_, component, "distance", 5.f * voxel);
+    forTiles(layout, layout.maxDepth(), layout.maxDepth(), [&](API::TreeIndex const& index) {
+      auto const cells = distance.tileData<float>(index);
+      for (int c = 0; c < 125; ++c) {
+        cells.data[c] = voxel * (static_cast<float>(c / 5 % 5) - 2.1f);
+      }
+    });
+    return distance;
+  }
+
  private:
   API::StateServer server_;
   API::Object object_;

@@ -296,14 +296,7 @@ TEST_F(CommandTest, AnEmptyMeshIsNoError) {
 TEST_F(CommandTest, AnOpenMeshIsWrittenAndCodeFourUnlessAllowed) {
   CacheFolder const folder;
   ObjectBuilder const builder("plane");
-  auto const volume = builder.voxels();
-  Host::addLeafTiles(volume.layout(), {{0, 0, 0}, {5, 0, 0}, {0, 0, 5}, {5, 0, 5}});
-  auto const distance = builder.channel<float>(volume, "distance", 0.5f);
-  distance.setBackgroundValue(0.5f);
-  forTiles(volume.layout(), 7, 7, [&](API::TreeIndex const& index) {
-    auto const cells = distance.tileData<float>(index);
-    for (int c = 0; c < 125; ++c) cells.data[c] = 0.1f * (static_cast<float>(c / 5 % 5) - 2.1f);
-  });
+  builder.plane(builder.voxels());
   folder.write(builder.object(), 1);
   std::vector<std::string> arguments{"mesh", folder.path().str(), "--distance", "keep", "--json",
                                      "-o",   out("a.ply")};

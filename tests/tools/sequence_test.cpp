@@ -317,6 +317,22 @@ TEST_F(SequenceTest, RefusesObjectNamesThatNobodyCouldSayAgain) {
       runCommand({"import", at("p.####.csv"), "--object", "a b", "--cache", at("cache")}).exit, 0);
 }
 
+TEST_F(SequenceTest, OpenFramesAreInOrderAndNoneOfThemFailed) {
+  ObjectBuilder const sheet("sheet");
+  sheet.plane(sheet.voxels());
+  for (auto const* frame : {"1", "2", "3", "4"}) {
+    folder_.writeTo(sheet.object(), at("sheet/sheet.000" + std::string(frame) + ".vdb"));
+  }
+  std::filesystem::create_directory(at("s.2.vdb"));  // after its mesh this frame fails
+  auto const run = runCommand({"surface", at("sheet"), "--frames", "4,2,3,1", "--distance", "keep",
+                               "--mesh", at("m.#.ply"), "--vdb", at("s.#.vdb"), "--json"});
+  EXPECT_EQ(run.exit, 6) << run.err;
+  auto const report = Json::parse(run.out);
+  EXPECT_EQ(report["failed_frames"], Json{2});
+  EXPECT_EQ(report["open_frames"], (Json{1, 3, 4}));
+  EXPECT_NE(run.err.find("not closed in frame 1, 3, 4"), std::string::npos) << run.err;
+}
+
 TEST_F(SequenceTest, WrittenLevelSetsMeshAlike) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);

@@ -5,7 +5,6 @@
 #include <iomanip>
 #include <locale>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <sstream>
 
@@ -89,13 +88,14 @@ class SurfaceSequence {
         session_, "surface", frames_, options_.sequence, input_.path(),
         [this](int frame) { return exists(frame); },
         [this](FrameOutcome& outcome) { makeFrame(outcome); }, numbered());
-    report(outcomes, watch.lap());
+    auto const open = openFrames(outcomes);
+    report(outcomes, open, watch.lap());
     if (numbered()) {
       finishSequence(session_, outcomes, input_.path());
     } else if (!outcomes.front().error.empty()) {
       session_.fail(ExitCode::Frames);  // all has been said
     }
-    if (!open_.empty()) reportOpen();
+    if (!open.empty()) reportOpen(open);
   }
 
  private:
@@ -237,10 +237,6 @@ class SurfaceSequence {
       if (made.mesh.triangles.empty() && !(particles() && surface.points().elementCount() == 0)) {
         session_.warn(mesh_.path(outcome.frame) + ": there is no surface; the mesh is empty");
       }
-      if (made.open > 0) {
-        std::lock_guard const lock(mutex_);
-        open_.push_back(outcome.frame);
-      }
     }
     if (!options_.picture.empty()) {
       auto const camera = cameraFor(surface, place);
@@ -295,7 +291,20 @@ class SurfaceSequence {
     if (!status.succeeded()) throw Failure(ExitCode::Output, path, status.message().str());
   }
 
-  void report(std::vector<FrameOutcome> const& outcomes, double seconds) {
+  // A frame that failed after its mesh was made has no report any more.
+  static std::vector<int> openFrames(std::vector<FrameOutcome> const& outcomes) {
+    std::vector<int> open;
+    for (auto const& outcome : outcomes) {
+      if (outcome.report.contains("open_edges") && outcome.report["open_edges"] > 0) {
+        open.push_back(outcome.frame);
+      }
+    }
+    std::sort(open.begin(), open.end());
+    return open;
+  }
+
+  void report(std::vector<FrameOutcome> const& outcomes, std::vector<int> const& open,
+              double seconds) {
     std::size_t triangles = 0;
     double work = 0.;
     for (auto const& outcome : outcomes) {
@@ -309,7 +318,7 @@ class SurfaceSequence {
     report["object"] = object_.name;
     report["parameters"] = surfaceValues(parameters_);
     reportFrames(outcomes, report);
-    report["open_frames"] = open_;
+    report["open_frames"] = open;
     report["seconds"] = {{"frames", work}, {"total", seconds}};
 
     std::ostringstream text;
@@ -317,7 +326,7 @@ class SurfaceSequence {
     text << "object      " << object_.name << '\n' << "frames      " << summaryOf(outcomes) << '\n';
     if (!options_.mesh.empty()) {
       text << "triangles   " << triangles << '\n'
-           << "not closed  " << (open_.empty() ? "none" : std::to_string(open_.size()) + " frames")
+           << "not closed  " << (open.empty() ? "none" : std::to_string(open.size()) + " frames")
            << '\n';
     }
     text << std::fixed << std::setprecision(2) << "seconds     " << seconds << " ("
@@ -329,10 +338,9 @@ class SurfaceSequence {
     session_.report(std::move(report), text.str());
   }
 
-  void reportOpen() {
-    std::sort(open_.begin(), open_.end());
+  void reportOpen(std::vector<int> const& open) {
     auto const words =
-        "the mesh is not closed" + (numbered() ? " in frame " + frameList(open_) : "");
+        "the mesh is not closed" + (numbered() ? " in frame " + frameList(open) : "");
     if (options_.allowOpen) {
       session_.note(input_.path() + ": " + words);
     } else {
@@ -350,8 +358,6 @@ class SurfaceSequence {
   bool search_ = false;        // the distance may be in another component or channel
   std::string channel_;        // the one asked for
   std::optional<Box> framed_;  // in the world, the space scale included
-  std::mutex mutex_;
-  std::vector<int> open_;
 };
 
 }  // namespace
