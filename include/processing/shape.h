@@ -41,7 +41,9 @@ struct VELMOR_EXPORT ShapeParameters {
   API::String uv_channel;
   /// Factor on velocities, 1 by default.
   float velocity_scale;
-  /// Factor on the world size, 1 by default. Velocities grow with it.
+  /// Factor on the world size, 1 by default. Velocities grow with it. 0 is not
+  /// refused: velocities and the voxel size become 0, and a `Surface`, which
+  /// divides by it, has a voxel size that is no number, and no surface.
   float space_scale;
   /// Frames per second of the cache, 24 by default. Velocities become world
   /// units per frame; 0 makes them infinite.
@@ -65,7 +67,9 @@ struct VELMOR_EXPORT ShapeParameters {
 /// its loading used when it is destroyed, even a graph that the client had
 /// opened on that folder before. Copies name the same graph and folder and share
 /// the messages and the data: the first one destroyed removes graph and folder,
-/// the others stay usable. Making and destroying shapes changes the host's
+/// the others stay usable. Assigning over a shape makes it such a copy: it no
+/// longer names its own graph and folder, which nothing removes then, unless
+/// another copy of what it was does. Making and destroying shapes changes the host's
 /// registry of graphs, which is safe on several threads; copies share channels,
 /// so only reading them is.
 class VELMOR_EXPORT Shape {
