@@ -74,6 +74,7 @@ void buildLevelSet(SurfaceParameters const& parameters, API::PointComponent cons
     inputs.add(API::PointChannel(points.findChannel(name)).partialPathName());
   }
   API::Array<API::String> outputs;
+  // Not looked for first, as the others are: what is found would be replaced.
   API::VoxelChannel const distance(
       server.createChannel(voxels, API::DataType::Float, builtDistanceName));
   if (!addOutput(distance, builtDistanceName, outputs, status)) return;
