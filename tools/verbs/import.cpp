@@ -38,8 +38,9 @@ void checkName(std::string const& name) {
   if (!said || name.empty() || name.front() == '.' || name.front() == ' ' || name.back() == ' ') {
     throw Failure(ExitCode::Usage, "",
                   "--object: '" + name +
-                      "' is no name for an object; it may not be empty, begin with '.', or hold "
-                      "'/', '\\', '\"', ',', '..', 'name=' or 'Filters'");
+                      "' is no name for an object; it may not be empty, begin with '.', begin "
+                      "or end with a blank, or hold control characters, '/', '\\', '\"', ',', "
+                      "'..', 'name=' or 'Filters'");
   }
 }
 
