@@ -2,9 +2,11 @@
 #include <oneapi/tbb/enumerable_thread_specific.h>
 #include <oneapi/tbb/parallel_for.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -134,10 +136,7 @@ void run(Session& session, SampleOptions const& options) {
   auto const object = input.load(selection);
   auto const source = findSource(object, options.channel, input.path());
   auto const type = source.sampler.dataType();
-  bool const grouped = !API::Channel(source.component.findChannel(
-                                         options.channel.substr(options.channel.find('/') + 1)))
-                            .valid();
-  if (options.gradient && (type != API::DataType::Float || grouped)) {
+  if (options.gradient && type != API::DataType::Float) {
     throw Failure(ExitCode::Input, input.path(),
                   "--gradient needs a channel of single floats; '" + options.channel + "' holds " +
                       typeName(type));
