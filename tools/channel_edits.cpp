@@ -41,10 +41,9 @@ VoxelTarget requireChannel(API::Object const& object, std::string const& name,
     API::VoxelComponent const voxels = component;
     for (auto const& channel : voxels.channels()) names.push_back(channel.name().str());
   }
-  auto const nearest = nearestName(name, names);
   throw Failure(ExitCode::Input, subject,
                 "no voxel channel '" + name + "'; there is " + quotedList(names, "none") +
-                    (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                    didYouMean(name, names));
 }
 
 void refuseReserved(std::string const& option, std::string const& name) {

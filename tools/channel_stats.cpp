@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "value_types.h"
 #include "velmorapi/layout.h"
 #include "velmorhost/scene.h"
 
@@ -13,19 +14,6 @@ namespace {
 constexpr int tileWidth = 5;
 
 template <class T>
-struct Components {
-  using Scalar = T;
-  static constexpr int count = 1;
-  static Scalar get(T const& value, int) { return value; }
-};
-template <int N, class S>
-struct Components<orlen::Math::vec<N, S>> {
-  using Scalar = S;
-  static constexpr int count = N;
-  static Scalar get(orlen::Math::vec<N, S> const& value, int c) { return value[c]; }
-};
-
-template <class T>
 class Range {
  public:
   Range() {
@@ -34,7 +22,7 @@ class Range {
   }
   void add(T const& value) {
     for (int c = 0; c < count; ++c) {
-      auto const v = Components<T>::get(value, c);
+      auto const v = Components<T>::at(value, c);
       auto const at = static_cast<std::size_t>(c);
       // Written so that NaN changes nothing.
       if (v < min_[at]) min_[at] = v;
@@ -101,29 +89,6 @@ ChannelStats pointStatsOf(API::PointChannel const& channel) {
   stats.active = stats.stored;
   range.give(stats);
   return stats;
-}
-
-// Calls `use` with a value of the channel's type.
-template <class Use>
-ChannelStats byType(API::DataType type, Use&& use) {
-  using orlen::Math::vec;
-  switch (type) {
-    case API::DataType::Float:
-      return use(float{});
-    case API::DataType::Float2:
-      return use(vec<2, float>{});
-    case API::DataType::Float3:
-      return use(vec<3, float>{});
-    case API::DataType::Int:
-      return use(int{});
-    case API::DataType::Int2:
-      return use(vec<2, int>{});
-    case API::DataType::Int3:
-      return use(vec<3, int>{});
-    case API::DataType::None:
-      break;
-  }
-  return {};
 }
 
 }  // namespace

@@ -59,8 +59,7 @@ int Command::usageError(CLI::ParseError const& error) const {
       names.push_back(option->get_name());
     }
     for (auto const& extra : parsed.front()->remaining(true)) {
-      auto const nearest = extra.size() > 1 && extra[0] == '-' ? nearestName(extra, names) : "";
-      if (!nearest.empty()) text += "; did you mean '" + nearest + "'?";
+      if (extra.size() > 1 && extra[0] == '-') text += didYouMean(extra, names);
     }
   }
   return usageError(text);
@@ -72,10 +71,8 @@ int Command::run(int argc, char const* const* argv) {
   std::string const word = argc > 1 ? argv[1] : "";
   if (word.empty() ||
       (word[0] != '-' && std::find(verbs.begin(), verbs.end(), word) == verbs.end())) {
-    auto const nearest = nearestName(word, verbs);
     return usageError((word.empty() ? "no verb given" : "no verb '" + word + "'") + "; there is " +
-                      quotedList(verbs, "none") +
-                      (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                      quotedList(verbs, "none") + didYouMean(word, verbs));
   }
   try {
     app_.parse(argc, argv);

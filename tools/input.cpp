@@ -46,11 +46,6 @@ bool isCacheName(std::string const& path) {
                     [](char a, char b) { return a == b || (b >= 'A' && b <= 'Z' && a == b + 32); });
 }
 
-std::string didYouMean(std::string const& name, std::vector<std::string> const& candidates) {
-  auto const nearest = nearestName(name, candidates);
-  return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
-}
-
 std::vector<std::string> objectNames(std::vector<CacheObject> const& objects) {
   std::vector<std::string> names;
   for (auto const& object : objects) names.push_back(object.name);

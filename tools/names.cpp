@@ -46,6 +46,11 @@ std::string nearestName(std::string const& name, std::vector<std::string> const&
   return best;
 }
 
+std::string didYouMean(std::string const& name, std::vector<std::string> const& candidates) {
+  auto const nearest = nearestName(name, candidates);
+  return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+}
+
 std::string quotedList(std::vector<std::string> const& names, std::string const& none) {
   if (names.empty()) return none;
   std::string text;

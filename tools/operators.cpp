@@ -14,6 +14,7 @@
 #include "processing/pointwise_filters.h"
 #include "processing/smooth_filter.h"
 #include "processing/stencil_filters.h"
+#include "value_types.h"
 #include "vectors.h"
 
 namespace Velmor::Tool {
@@ -60,35 +61,15 @@ Kind const& kindOf(std::string const& name) {
     if (name == kind.name) return kind;
     names.emplace_back(kind.name);
   }
-  auto const nearest = nearestName(name, names);
   throw Failure(ExitCode::Usage, "",
                 "no operator '" + name + "'; there is " + quotedList(names, "none") +
-                    (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                    didYouMean(name, names));
 }
 
 [[noreturn]] void badValue(std::string const& operation, std::string const& text,
                            std::string const& wanted) {
   throw Failure(ExitCode::Usage, "", operation + ": '" + text + "' is not " + wanted);
 }
-
-template <class T>
-struct Components {
-  using Type = T;
-  static constexpr std::size_t count = 1;
-  static T make(std::array<T, 1> const& c) { return c[0]; }
-};
-template <class C>
-struct Components<orlen::Math::vec<2, C>> {
-  using Type = C;
-  static constexpr std::size_t count = 2;
-  static auto make(std::array<C, 2> const& c) { return orlen::Math::vec<2, C>(c[0], c[1]); }
-};
-template <class C>
-struct Components<orlen::Math::vec<3, C>> {
-  using Type = C;
-  static constexpr std::size_t count = 3;
-  static auto make(std::array<C, 3> const& c) { return orlen::Math::vec<3, C>(c[0], c[1], c[2]); }
-};
 
 bool isFinite(double value) {
   return std::abs(static_cast<float>(value)) <= std::numeric_limits<float>::max();
@@ -97,18 +78,18 @@ bool isFinite(double value) {
 /// A value of a channel's type: one number per component between commas.
 template <class T>
 T parseValue(std::string const& operation, std::string const& text) {
-  using C = typename Components<T>::Type;
-  constexpr auto count = Components<T>::count;
+  using C = typename Components<T>::Scalar;
+  constexpr auto count = static_cast<std::size_t>(Components<T>::count);
   auto const wanted = [&] {
     std::string const kind = std::is_integral_v<C> ? "integer" : "number";
     return count == 1 ? (kind == "integer" ? "an integer" : "a number")
                       : std::to_string(count) + ' ' + kind + "s between commas";
   };
-  std::array<C, count> components{};
   auto const numbers = parseVector<count>(text);
   if (!numbers) badValue(operation, text, wanted());
-  for (std::size_t i = 0; i < count; ++i) {
-    double const number = (*numbers)[i];
+  T value{};
+  for (int c = 0; c < Components<T>::count; ++c) {
+    double const number = (*numbers)[static_cast<std::size_t>(c)];
     if constexpr (std::is_integral_v<C>) {
       if (std::trunc(number) != number || number < std::numeric_limits<C>::min() ||
           number > std::numeric_limits<C>::max()) {
@@ -117,9 +98,9 @@ T parseValue(std::string const& operation, std::string const& text) {
     } else if (!isFinite(number)) {
       badValue(operation, text, wanted());
     }
-    components[i] = static_cast<C>(number);
+    Components<T>::at(value, c) = static_cast<C>(number);
   }
-  return Components<T>::make(components);
+  return value;
 }
 
 double parseNumber(std::string const& operation, std::string const& text) {
@@ -167,14 +148,10 @@ Operator::Step stencil(OperatorTarget const& target) {
 
 template <class T>
 bool anyComponentEqual(T const& a, T const& b) {
-  if constexpr (std::is_arithmetic_v<T>) {
-    return a == b;
-  } else {
-    for (int i = 0; i < T::size; ++i) {
-      if (a[i] == b[i]) return true;
-    }
-    return false;
+  for (int c = 0; c < Components<T>::count; ++c) {
+    if (Components<T>::at(a, c) == Components<T>::at(b, c)) return true;
   }
+  return false;
 }
 
 template <class T>
@@ -197,23 +174,9 @@ Operator::Step bindPointwise(std::string const& name, std::vector<std::string> c
 
 Operator::Step bindPointwise(std::string const& name, std::vector<std::string> const& arguments,
                              OperatorTarget const& target) {
-  switch (target.type) {
-    case API::DataType::Float:
-      return bindPointwise<float>(name, arguments, target);
-    case API::DataType::Float2:
-      return bindPointwise<orlen::Math::vec<2, float>>(name, arguments, target);
-    case API::DataType::Float3:
-      return bindPointwise<orlen::Math::vec<3, float>>(name, arguments, target);
-    case API::DataType::Int:
-      return bindPointwise<int>(name, arguments, target);
-    case API::DataType::Int2:
-      return bindPointwise<orlen::Math::vec<2, int>>(name, arguments, target);
-    case API::DataType::Int3:
-      return bindPointwise<orlen::Math::vec<3, int>>(name, arguments, target);
-    case API::DataType::None:
-      break;
-  }
-  return {};
+  return byType(target.type, [&](auto value) {
+    return bindPointwise<decltype(value)>(name, arguments, target);
+  });
 }
 
 void requireType(std::string const& name, API::DataType wanted, OperatorTarget const& target) {

@@ -281,15 +281,13 @@ SurfaceValues readSurfaceValues(std::string const& path) {
       }
       std::vector<std::string> names;
       for (auto const& known : keys()) names.emplace_back(known.name);
-      auto nearest = nearestName(name, names);
       // A key in the spelling of the options is one step away.
       auto underscores = name;
       std::replace(underscores.begin(), underscores.end(), '-', '_');
-      if (find(underscores) != nullptr) nearest = underscores;
-      throw Failure(ExitCode::Usage, path,
-                    "no key '" + name + "'" +
-                        (nearest.empty() ? "; velmor surface --help lists them"
-                                         : "; did you mean '" + nearest + "'?"));
+      auto const hint = didYouMean(underscores, names);
+      throw Failure(
+          ExitCode::Usage, path,
+          "no key '" + name + "'" + (hint.empty() ? "; velmor surface --help lists them" : hint));
     }
     auto const text = textOf(value);
     if (!text) refuse(path, *key, value.dump());

@@ -13,6 +13,7 @@
 #include "output.h"
 #include "processing/mesher.h"
 #include "processing/sampler.h"
+#include "value_types.h"
 #include "writers/mesh_writer.h"
 
 namespace Velmor::Tool {
@@ -72,17 +73,15 @@ void addAttribute(Processing::Surface const& surface, std::string const& name, M
   if (!sampler.valid()) {
     std::vector<std::string> names;
     for (auto const& channel : surface.voxels().channels()) names.push_back(channel.name().str());
-    auto const nearest = nearestName(name, names);
     throw Failure(ExitCode::Input, subject,
                   "--attributes: no channel '" + name + "'; there is " + quotedList(names, "none") +
-                      (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                      didYouMean(name, names));
   }
   auto const type = sampler.dataType();
   VertexValues values;
   values.name = name;
   values.components = static_cast<int>(API::componentsOf(type));
-  values.integer =
-      type == API::DataType::Int || type == API::DataType::Int2 || type == API::DataType::Int3;
+  values.integer = isInteger(type);
   auto const count = at(values.components);
   values.words.resize(count * mesh.vertices.count());
   eachVertex(sampler, mesh.vertices.count(), [&](Processing::Sampler const& field, std::size_t v) {

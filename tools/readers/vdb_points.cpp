@@ -2,6 +2,7 @@
 
 #include "input.h"
 #include "readers/particles.h"
+#include "value_types.h"
 #include "velmorapi/state_server.h"
 #include "velmorhost/files.h"
 #include "velmorhost/scene.h"
@@ -15,47 +16,20 @@ void append(API::PointChannel const& channel, std::size_t count, std::vector<dou
   auto const* const data = Host::pointData<T>(channel);
   if (data == nullptr) return;
   for (std::size_t n = 0; n < count; ++n) {
-    if constexpr (std::is_arithmetic_v<T>) {
-      values.push_back(static_cast<double>(data[n]));
-    } else {
-      for (int c = 0; c < T::size; ++c) values.push_back(static_cast<double>(data[n][c]));
+    for (int c = 0; c < Components<T>::count; ++c) {
+      values.push_back(static_cast<double>(Components<T>::at(data[n], c)));
     }
   }
 }
 
 Particles::Attribute attributeOf(API::PointChannel const& channel, std::size_t count) {
-  using orlen::Math::vec;
   Particles::Attribute attribute;
   attribute.name = channel.name().str();
-  switch (channel.dataType()) {
-    case API::DataType::Float:
-      append<float>(channel, count, attribute.values);
-      break;
-    case API::DataType::Float2:
-      append<vec<2, float>>(channel, count, attribute.values);
-      attribute.components = 2;
-      break;
-    case API::DataType::Float3:
-      append<vec<3, float>>(channel, count, attribute.values);
-      attribute.components = 3;
-      break;
-    case API::DataType::Int:
-      append<int>(channel, count, attribute.values);
-      attribute.integer = true;
-      break;
-    case API::DataType::Int2:
-      append<vec<2, int>>(channel, count, attribute.values);
-      attribute.components = 2;
-      attribute.integer = true;
-      break;
-    case API::DataType::Int3:
-      append<vec<3, int>>(channel, count, attribute.values);
-      attribute.components = 3;
-      attribute.integer = true;
-      break;
-    case API::DataType::None:
-      break;
-  }
+  attribute.integer = isInteger(channel.dataType());
+  byType(channel.dataType(), [&](auto value) {
+    attribute.components = Components<decltype(value)>::count;
+    append<decltype(value)>(channel, count, attribute.values);
+  });
   return attribute;
 }
 

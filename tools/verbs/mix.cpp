@@ -10,6 +10,7 @@
 #include "output.h"
 #include "processing/mixer.h"
 #include "stopwatch.h"
+#include "value_types.h"
 #include "velmorhost/scene.h"
 #include "verbs.h"
 
@@ -30,9 +31,8 @@ struct MixOptions {
 void checkRule(MixOptions const& options) {
   auto const refuse = [](std::string const& text) { throw Failure(ExitCode::Usage, "", text); };
   if (options.rule != "alpha" && options.rule != "step") {
-    auto const nearest = nearestName(options.rule, {"alpha", "step"});
     refuse("no rule '" + options.rule + "'; there is 'alpha', 'step'" +
-           (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+           didYouMean(options.rule, {"alpha", "step"}));
   }
   bool const alpha = options.rule == "alpha";
   int const alphas = (options.alpha ? 1 : 0) + (options.alphaChannel.empty() ? 0 : 1);
@@ -55,23 +55,8 @@ bool mix(MixOptions const& options, API::Channel const& alpha, API::Channel cons
 
 bool mix(MixOptions const& options, API::Channel const& alpha, API::Channel const& a,
          API::Channel const& b, API::Channel const& out) {
-  switch (a.dataType()) {
-    case API::DataType::Float:
-      return mix<float>(options, alpha, a, b, out);
-    case API::DataType::Float2:
-      return mix<orlen::Math::vec<2, float>>(options, alpha, a, b, out);
-    case API::DataType::Float3:
-      return mix<orlen::Math::vec<3, float>>(options, alpha, a, b, out);
-    case API::DataType::Int:
-      return mix<int>(options, alpha, a, b, out);
-    case API::DataType::Int2:
-      return mix<orlen::Math::vec<2, int>>(options, alpha, a, b, out);
-    case API::DataType::Int3:
-      return mix<orlen::Math::vec<3, int>>(options, alpha, a, b, out);
-    case API::DataType::None:
-      break;
-  }
-  return false;
+  return byType(a.dataType(),
+                [&](auto value) { return mix<decltype(value)>(options, alpha, a, b, out); });
 }
 
 /// Throws unless `other` lies beside `a` and holds the same type.

@@ -10,6 +10,8 @@
 #include <locale>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "command.h"
 #include "names.h"
@@ -17,6 +19,7 @@
 #include "processing/sampler.h"
 #include "readers/table.h"
 #include "stopwatch.h"
+#include "value_types.h"
 #include "verbs.h"
 #include "writers/extension.h"
 
@@ -81,10 +84,9 @@ Source findSource(API::Object const& object, std::string const& name, std::strin
     if (sampler.valid()) return {voxels, sampler};
     for (auto const& known : voxels.channels()) names.push_back(known.name().str());
   }
-  auto const nearest = nearestName(name, names);
   throw Failure(ExitCode::Input, subject,
                 "no voxel channel '" + name + "'; there is " + quotedList(names, "none") +
-                    (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                    didYouMean(name, names));
 }
 
 // Fewest digits that read back to the same number.
@@ -93,10 +95,6 @@ void appendNumber(std::string& text, T value) {
   std::array<char, 32> digits{};
   auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
   text.append(digits.data(), end);
-}
-
-bool isInteger(API::DataType type) {
-  return type == API::DataType::Int || type == API::DataType::Int2 || type == API::DataType::Int3;
 }
 
 void appendSample(std::string& text, Processing::Sample const& sample, API::DataType type) {
