@@ -184,6 +184,33 @@ TEST(SurfaceTracer, FindsASurfaceThatTheWalkPassesOver) {
   }
 }
 
+// Where a level set ends, the inside meets the outside of coarse cells: a step of
+// several voxels. These rays come in there, the walk passes over the step, and
+// they meet the surface later.
+TEST(SurfaceTracer, TakesNoStepAtTheEndOfTheDataForASurface) {
+  auto const shape = shapesAround({0.37, -0.21, 0.13}).back();
+  ASSERT_STREQ(shape.name, "plane");
+  auto const subject = subjectOf(shape.field, {0.37, -0.21, 0.13}, shape.bound, 1.f);
+  SurfaceTracer tracer(subject.scene.distance, subject.accel);
+  struct Ray {
+    Vec3d eye, direction;
+    double first;
+  };
+  Ray const rays[] = {// The sign changes within half a voxel, ...
+                      {{-39.303820906518048, -73.266325928174282, -121.86552593020441},
+                       {0.36680677293174063, 0.65103869811538262, 0.66453096608632933},
+                       96.4053},
+                      // ... but the step can be wider than that.
+                      {{41.417889008013219, -159.66156973501054, -123.6790810664142},
+                       {-0.37947277963791937, 0.84207673280170059, 0.38328473174375771},
+                       187.814}};
+  for (auto const& ray : rays) {
+    Hit const hit = tracer.trace(ray.eye, ray.direction);
+    ASSERT_TRUE(hit.found);
+    EXPECT_NEAR(hit.t, ray.first, 0.1);
+  }
+}
+
 TEST(SurfaceTracer, MissesHardlyAnyFarFromTheOrigin) {
   unsigned const seed = Velmor::Test::newSeed();
   SCOPED_TRACE("seed " + std::to_string(seed));
