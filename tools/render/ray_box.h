@@ -26,4 +26,31 @@ inline bool clipToBox(Box const& box, Vec3d const& origin, Vec3d const& directio
   return far > near && dot(direction, direction) > 0.;
 }
 
+/// A ray that is to be held against many boxes.
+class BoxRay {
+ public:
+  /// A finite ray with a direction that is not 0.
+  BoxRay(Vec3d const& origin, Vec3d const& direction)
+      : origin_(origin), inverse_(1. / direction.x, 1. / direction.y, 1. / direction.z) {}
+
+  /// Where the ray, from its origin on, enters the box, whose faces belong to it;
+  /// `end` where it does so behind that or not at all.
+  double entry(Box const& box, double end) const {
+    double near = 0., far = end;
+    for (int a = 0; a < 3; ++a) {
+      bool const backward = std::signbit(inverse_[a]);
+      double const in = ((backward ? box.max : box.min)[a] - origin_[a]) * inverse_[a];
+      double const out = ((backward ? box.min : box.max)[a] - origin_[a]) * inverse_[a];
+      // A ray within the plane of a face has 0 times infinity for it, which is no
+      // number and in this order of arguments cuts nothing.
+      near = std::max(near, in);
+      far = std::min(far, out);
+    }
+    return near <= far ? near : end;
+  }
+
+ private:
+  Vec3d origin_, inverse_;  // 1 / direction, infinite where that is 0
+};
+
 }  // namespace Velmor::Render

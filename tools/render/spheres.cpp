@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "render/ray_box.h"
 #include "velmorapi/layout.h"
 #include "velmorhost/scene.h"
 
@@ -37,20 +38,6 @@ Box boxAround(Vec3d const* first, Vec3d const* last, double reach) {
     }
   }
   return box;
-}
-
-// Where the ray enters the box, or `farAway` if it does so behind `end` or not
-// at all. `inverse` holds 1 / direction, infinite where that is 0.
-double entry(Box const& box, Vec3d const& origin, Vec3d const& inverse, double end) {
-  double near = 0., far = end;
-  for (int a = 0; a < 3; ++a) {
-    double const t0 = (box.min[a] - origin[a]) * inverse[a];
-    double const t1 = (box.max[a] - origin[a]) * inverse[a];
-    // In this order of arguments 0 times infinity, which is no number, cuts nothing.
-    near = std::max(near, std::min(t0, t1));
-    far = std::min(far, std::max(t0, t1));
-  }
-  return near <= far ? near : farAway;
 }
 
 // Where the ray meets the sphere in front of its origin, or `farAway`.
@@ -117,19 +104,36 @@ Hit SphereTracer::trace(Vec3d const& origin, Vec3d const& direction) const {
   bool const finite = std::isfinite(origin.x + origin.y + origin.z) &&
                       std::isfinite(direction.x + direction.y + direction.z);
   if (!finite || tree_->nodes.empty()) return hit;
-  Vec3d const inverse{1. / direction.x, 1. / direction.y, 1. / direction.z};
+  BoxRay const ray(origin, direction);
   double nearest = farAway;
   Vec3d centre;
+  struct Open {
+    std::uint32_t node;
+    double entry;
+  };
   // Halving 2^32 spheres ends after 32 steps, each of which leaves one node behind.
-  std::array<std::uint32_t, 64> open{};
-  std::size_t count = 1;
+  std::array<Open, 64> open;
+  std::size_t count = 0;
+  auto const visit = [&](std::uint32_t node, double entry) {
+    if (entry < nearest) open[count++] = {node, entry};
+  };
+  visit(0, ray.entry(tree_->nodes[0].box, farAway));
   while (count > 0) {
-    auto const index = open[--count];
+    auto const [index, entered] = open[--count];
+    if (entered >= nearest) continue;
     auto const& node = tree_->nodes[index];
-    if (entry(node.box, origin, inverse, nearest) == farAway) continue;
     if (node.right != 0) {
-      open[count++] = node.right;
-      open[count++] = index + 1;
+      double const left = ray.entry(tree_->nodes[index + 1].box, nearest);
+      double const right = ray.entry(tree_->nodes[node.right].box, nearest);
+      // The last one in is the first one out: what the nearer box holds hides much
+      // of the farther one.
+      if (left <= right) {
+        visit(node.right, right);
+        visit(index + 1, left);
+      } else {
+        visit(index + 1, left);
+        visit(node.right, right);
+      }
       continue;
     }
     for (auto s = node.first; s < node.last; ++s) {

@@ -88,6 +88,33 @@ TEST(SphereTracer, HitsNothingBehindOrBesideOrWithoutAPlace) {
   EXPECT_FALSE(SphereTracer(Cloud({}).points, 1.).trace({0., 0., 1.}, {0., 0., -1.}).found);
 }
 
+// Such a ray lies in the planes of faces of the boxes around the sphere.
+TEST(SphereTracer, RaysThatTouchAlongAnAxisHitOnEitherSide) {
+  Cloud const cloud({{0.f, 0.f, 0.f}});
+  SphereTracer const tracer(cloud.points, 1.);
+  double const r = API::Layout(cloud.points.layout()).voxelScale();
+  for (int along = 0; along < 3; ++along) {
+    for (int aside = 0; aside < 3; ++aside) {
+      if (aside == along) continue;
+      for (double const side : {-1., 1.}) {
+        for (double const zero : {0., -0.}) {
+          for (double const way : {-1., 1.}) {
+            Vec3d origin(0., 0., 0.), direction(zero, zero, zero);
+            origin[aside] = side * r;
+            origin[along] = -3. * way;
+            direction[along] = way;
+            auto const hit = tracer.trace(origin, direction);
+            ASSERT_TRUE(hit.found) << along << aside << side << zero << way;
+            EXPECT_NEAR(hit.t, 3., 1e-12);
+            origin[aside] *= 1.001;
+            EXPECT_FALSE(tracer.trace(origin, direction).found);
+          }
+        }
+      }
+    }
+  }
+}
+
 TEST(SphereTracer, ManyPointsMayShareAPlace) {
   Cloud const cloud(std::vector<Float3>(5000, Float3(1.f, 2.f, 3.f)));
   auto const hit = SphereTracer(cloud.points, 1.).trace({0.1, 0.2, 2.}, {0., 0., -1.});
