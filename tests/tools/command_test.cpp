@@ -130,10 +130,13 @@ TEST_F(CommandTest, ParticlesAreDrawnAsSpheresOnRequest) {
     for (std::size_t a = 1; a < 3; ++a) text.append(",").append(at[a].dump());
     return text;
   };
-  ASSERT_EQ(runCommand({"render", one(), "--spheres", "1.5", "--size", "40x30", "-o", out("b.png"),
-                        "--eye=" + place(report["eye"]), "--target=" + place(report["target"])})
-                .exit,
-            0);
+  auto const again = runCommand(
+      {"render", one(), "--spheres", "1.5", "--size", "40x30", "-o", out("b.png"), "--distance",
+       "keep", "--eye=" + place(report["eye"]), "--target=" + place(report["target"])});
+  ASSERT_EQ(again.exit, 0);
+  EXPECT_NE(again.err.find("particles are shown as spheres: --distance does nothing"),
+            std::string::npos)
+      << again.err;
   EXPECT_EQ(readFile(out("a.png")), readFile(out("b.png")));
 }
 

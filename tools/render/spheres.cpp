@@ -62,6 +62,8 @@ Box reachOf(API::PointComponent const& points, double radius) {
                    radius * API::Layout(points.layout()).voxelScale());
 }
 
+std::size_t sphereCount(API::PointComponent const& points) { return centresOf(points).size(); }
+
 // A binary tree of boxes, each half of a node's spheres on one side of the median.
 struct SphereTracer::Tree {
   struct Node {

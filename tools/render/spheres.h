@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "render/render.h"
@@ -10,6 +11,9 @@ namespace Velmor::Render {
 /// The box of the points of a component, widened by `radius` voxels; empty where
 /// it has no positions. In the space of the data.
 Box reachOf(API::PointComponent const& points, double radius);
+
+/// How many spheres the points are: those whose positions are finite.
+std::size_t sphereCount(API::PointComponent const& points);
 
 /// Finds hits with spheres of one radius around points. Copies share what they
 /// search; one may serve many threads.

@@ -189,9 +189,11 @@ void run(Session& session, RenderOptions options) {
   if (isEmpty(box)) {
     session.warn(input.path() + ": nothing to be seen: " + subject.nothing());
   }
-  if (fog && options.distance != Host::DistanceMode::Auto) {
-    session.note(input.path() + ": '" + subject.channel.channel +
-                 "' is shown as fog: --distance does nothing");
+  if (subject.surface.surface == nullptr && options.distance != Host::DistanceMode::Auto) {
+    session.note(input.path() + ": " +
+                 (fog ? "'" + subject.channel.channel + "' is shown as fog"
+                      : "particles are shown as spheres") +
+                 ": --distance does nothing");
   }
   auto& shading = options.view.settings.shading;
   if (fog && shading == Render::Shading::Normal) {
@@ -224,7 +226,7 @@ void run(Session& session, RenderOptions options) {
   report["component"] = subject.channel.component;
   report["channel"] = subject.channel.channel;
   report["as"] = subject.kind();
-  if (subject.points.valid()) report["spheres"] = subject.points.elementCount();
+  if (subject.points.valid()) report["spheres"] = Render::sphereCount(subject.points);
   report["shade"] = nameOf(options.view.settings.shading);
   report["size"] = {image.width, image.height};
   report["samples"] = options.view.settings.samples;

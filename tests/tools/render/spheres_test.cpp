@@ -115,6 +115,12 @@ TEST(SphereTracer, RaysThatTouchAlongAnAxisHitOnEitherSide) {
   }
 }
 
+TEST(SphereCount, IsThatOfThePointsWithAPlace) {
+  float const nan = std::nanf("");
+  EXPECT_EQ(sphereCount(Cloud({{0.f, 0.f, 0.f}, {0.f, nan, 0.f}, {1.f, 2.f, 3.f}}).points), 2u);
+  EXPECT_EQ(sphereCount(Cloud({}).points), 0u);
+}
+
 TEST(SphereTracer, ManyPointsMayShareAPlace) {
   Cloud const cloud(std::vector<Float3>(5000, Float3(1.f, 2.f, 3.f)));
   auto const hit = SphereTracer(cloud.points, 1.).trace({0.1, 0.2, 2.}, {0., 0., -1.});
