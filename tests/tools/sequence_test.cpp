@@ -233,6 +233,23 @@ TEST_F(SequenceTest, WarnsOfAPictureOfNothing) {
   EXPECT_EQ(towards.err.find("sees nothing"), std::string::npos) << towards.err;
 }
 
+TEST_F(SequenceTest, TheCameraFramesWhatIsShownAlone) {
+  ObjectBuilder const builder("drop");
+  builder.points({{0.f, 0.f, 0.f}});
+  builder.points({{9999.f, 0.f, 0.f}}, "foam");
+  builder.sphere(builder.voxels(), 4.f);
+  auto const far = builder.voxels("far");
+  Host::addLeafTiles(API::Layout(far.layout()), {{9998, 0, 0}});
+  builder.channel<float>(far, "heat", 1.f);
+  folder_.writeTo(builder.object(), at("drop/drop.0001.vdb"));
+  for (auto const* component : {"Particle", "Volume"}) {
+    auto const run = runCommand({"surface", at("drop"), "--render-component", component, "--render",
+                                 at("r.png"), "--size", "16x16", "--json"});
+    ASSERT_EQ(run.exit, 0) << run.err;
+    EXPECT_GT(Json::parse(run.out)["frames"][0]["covered"].get<double>(), 0.03) << component;
+  }
+}
+
 TEST_F(SequenceTest, WarnsOfAMeshOfNothingUnlessThereAreNoParticles) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);

@@ -164,30 +164,36 @@ class SurfaceSequence {
     }
   }
 
+  // The component that the surface is made of, under either of its names.
+  API::Component shown(API::Object const& object) const {
+    auto const& name = particles() ? parameters_.point_component : parameters_.voxel_component;
+    API::Component const named(object.findComponent(name));
+    return named.valid() ? named : API::Component(object.findComponent(object.name() + "-" + name));
+  }
+
   void extend(API::Object const& object) {
-    auto const shift = origin(object);
-    auto const scale = static_cast<double>(parameters_.space_scale);
-    for (auto const& component : object.components()) {
-      API::PointComponent const points{API::Ref(component)};
-      API::VoxelComponent const voxels{API::Ref(component)};
-      Box box{{1., 1., 1.}, {-1., -1., -1.}};
-      if (particles() && points.valid()) {
-        box = Render::reachOf(points, static_cast<double>(parameters_.levelset_surface_radius));
-      } else if (!particles() && voxels.valid()) {
-        box = Render::reachOf(API::Layout(voxels.layout()));
-      }
-      if (isEmpty(box)) continue;
-      for (int a = 0; a < 3; ++a) {
-        auto const by = shift[static_cast<std::size_t>(a)];
-        box.min[a] = (box.min[a] + by) * scale;
-        box.max[a] = (box.max[a] + by) * scale;
-        if (framed_) {
-          box.min[a] = std::min(box.min[a], framed_->min[a]);
-          box.max[a] = std::max(box.max[a], framed_->max[a]);
-        }
-      }
-      framed_ = box;
+    auto const component = shown(object);
+    API::PointComponent const points{API::Ref(component)};
+    API::VoxelComponent const voxels{API::Ref(component)};
+    Box box{{1., 1., 1.}, {-1., -1., -1.}};
+    if (particles() && points.valid()) {
+      box = Render::reachOf(points, static_cast<double>(parameters_.levelset_surface_radius));
+    } else if (!particles() && voxels.valid()) {
+      box = Render::reachOf(API::Layout(voxels.layout()));
     }
+    if (isEmpty(box)) return;
+    auto const shift = origin(component);
+    auto const scale = static_cast<double>(parameters_.space_scale);
+    for (int a = 0; a < 3; ++a) {
+      auto const by = shift[static_cast<std::size_t>(a)];
+      box.min[a] = (box.min[a] + by) * scale;
+      box.max[a] = (box.max[a] + by) * scale;
+      if (framed_) {
+        box.min[a] = std::min(box.min[a], framed_->min[a]);
+        box.max[a] = std::max(box.max[a], framed_->max[a]);
+      }
+    }
+    framed_ = box;
   }
 
   int frameOf(int frame) const { return input_.frameOrFirst(object_, frame); }
