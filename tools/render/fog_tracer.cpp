@@ -12,8 +12,6 @@ namespace Velmor::Render {
 
 namespace {
 
-using Vec3f = orlen::Math::vec<3, float>;
-
 // The leaf tiles of a channel and one ring of tiles around them. The walk
 // passes over the first leaf behind a coarse face; with the ring that leaf is
 // empty.

@@ -30,16 +30,17 @@ struct Image {
 /// Called now and then, from one thread at a time, with the share that is done.
 using Progress = std::function<void(double)>;
 
-/// The first hit of a ray with the zero set of a surface's distance channel.
+/// The first hit of a ray with what is shown: a surface, or spheres.
 struct Hit {
   bool found = false;
   double t = 0.;  ///< along the ray, in world units
-  Vec3f normal;   ///< length 1, or zero where the gradient is
+  Vec3f normal;   ///< length 1, or zero where a surface's gradient is
 };
 
-/// Finds hits with the zero set of a float distance channel, within the leaf
-/// tiles of its acceleration layout. It remembers where it was last: give each
-/// thread a copy.
+/// Finds hits with the zero set of a float distance channel. It looks for them in
+/// the leaf tiles of its acceleration layout, and where the sign differs from one
+/// stretch of them to the next also between the two. It remembers where it was
+/// last: give each thread a copy.
 class SurfaceTracer {
  public:
   SurfaceTracer(API::VoxelChannel const& distance, API::Layout const& accel);

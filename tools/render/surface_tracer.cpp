@@ -14,7 +14,7 @@ Box reachOf(API::Layout const& layout) {
   auto const box = Processing::computeBBox(layout);
   double const voxel = layout.voxelScale();
   auto const extent = static_cast<double>(layout.tileDimInfo(0).extent);
-  // Half an extent in either direction lies inside the root, however it is placed.
+  // The root is centred on voxel 0, as the walk through the tiles takes it to be.
   double const root = std::floor(extent * 0.5) * voxel;
   Box reach;
   for (int a = 0; a < 3; ++a) {
@@ -132,7 +132,8 @@ Hit SurfaceTracer::trace(Vec3d const& origin, Vec3d const& direction) {
   auto i = tiles.next();
   if (!i.valid()) {
     // Once in millions of rays a border of coarse cells is met such that the walk
-    // ends at once. Not so a hair beside it.
+    // ends at once. Not so a hair beside it. Rays that meet no tile cannot be told
+    // from these and are walked twice.
     float const aside = 1e-3f * impl_->step;
     tiles.init(o + Vec3f(aside, -aside, aside), d, 0.f, end);
     i = tiles.next();

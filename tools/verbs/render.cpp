@@ -256,7 +256,7 @@ void run(Session& session, RenderOptions options) {
 
 void addRender(Command& command) {
   auto const options = std::make_shared<RenderOptions>();
-  auto& verb = command.verb("render", "Writes a picture of a surface or a fog volume",
+  auto& verb = command.verb("render", "Writes a picture of a surface, a fog volume or particles",
                             [options](Session& session) { run(session, *options); });
   addInput(verb, options->input);
   verb.add_option("--channel", options->channel,
