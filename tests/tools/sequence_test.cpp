@@ -234,19 +234,30 @@ TEST_F(SequenceTest, WarnsOfAPictureOfNothing) {
 }
 
 TEST_F(SequenceTest, TheCameraFramesWhatIsShownAlone) {
-  ObjectBuilder const builder("drop");
-  builder.points({{0.f, 0.f, 0.f}});
-  builder.points({{9999.f, 0.f, 0.f}}, "foam");
-  builder.sphere(builder.voxels(), 4.f);
-  auto const far = builder.voxels("far");
-  Host::addLeafTiles(API::Layout(far.layout()), {{9998, 0, 0}});
-  builder.channel<float>(far, "heat", 1.f);
-  folder_.writeTo(builder.object(), at("drop/drop.0001.vdb"));
-  for (auto const* component : {"Particle", "Volume"}) {
-    auto const run = runCommand({"surface", at("drop"), "--render-component", component, "--render",
+  auto const addFar = [](ObjectBuilder const& builder, char const* component) {
+    auto const far = builder.voxels(component);
+    Host::addLeafTiles(API::Layout(far.layout()), {{9998, 0, 0}});
+    builder.channel<float>(far, "heat", 1.f);
+  };
+  ObjectBuilder const drop("drop");
+  drop.points({{0.f, 0.f, 0.f}});
+  drop.points({{9999.f, 0.f, 0.f}}, "foam");
+  drop.sphere(drop.voxels(), 4.f);
+  addFar(drop, "air");
+  folder_.writeTo(drop.object(), at("drop/drop.0001.vdb"));
+  // A level set by another name in another component than is usual.
+  ObjectBuilder const other("other");
+  addFar(other, "volume");
+  other.sphere(other.voxels("liquid"), 4.f, "phi");
+  folder_.writeTo(other.object(), at("other/other.0001.vdb"));
+  using Names = std::array<char const*, 2>;
+  for (auto const& [object, component] :
+       {Names{"drop", "Particle"}, Names{"drop", "Volume"}, Names{"other", "Volume"}}) {
+    auto const run = runCommand({"surface", at(object), "--render-component", component, "--render",
                                  at("r.png"), "--size", "16x16", "--json"});
     ASSERT_EQ(run.exit, 0) << run.err;
-    EXPECT_GT(Json::parse(run.out)["frames"][0]["covered"].get<double>(), 0.03) << component;
+    EXPECT_GT(Json::parse(run.out)["frames"][0]["covered"].get<double>(), 0.03)
+        << object << ' ' << component;
   }
 }
 

@@ -164,11 +164,16 @@ class SurfaceSequence {
     }
   }
 
-  // The component that the surface is made of, under either of its names.
+  // The component that the surface is made of, where loading finds it.
   API::Component shown(API::Object const& object) const {
     auto const& name = particles() ? parameters_.point_component : parameters_.voxel_component;
-    API::Component const named(object.findComponent(name));
-    return named.valid() ? named : API::Component(object.findComponent(object.name() + "-" + name));
+    API::Component component(object.findComponent(name));
+    if (!component.valid()) component = object.findComponent(object.name() + "-" + name);
+    auto const channel = channel_.empty() ? "distance" : channel_;
+    if (!search_ || component.findChannel(channel).valid()) return component;
+    auto const found = channel_.empty() ? std::optional(defaultDistance(object, input_.path()))
+                                        : findChannel(object, channel_);
+    return found ? API::Component(object.findComponent(found->component)) : component;
   }
 
   void extend(API::Object const& object) {
