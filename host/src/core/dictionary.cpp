@@ -1,25 +1,17 @@
 #include "velmorapi/dictionary.h"
 
-#include <array>
-#include <charconv>
 #include <type_traits>
 
 #include "core/dictionary_store.h"
+#include "core/number_text.h"
 #include "velmorapi/to_int.h"
 
 namespace Velmor::API {
 
 namespace {
 
+using Host::numberText;
 using Vector = orlen::Math::vec<3, float>;
-
-// The shortest text that reads back as the same number, in no locale.
-template <class T>
-std::string numberText(T value) {
-  std::array<char, 64> text{};
-  auto const end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-  return {text.data(), end};
-}
 
 struct ToText {
   std::string operator()(bool value) const { return value ? "true" : "false"; }

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "files/kept_values.h"
+#include "core/number_text.h"
 #include "files/keys.h"
 #include "files/tile_list.h"
 #include "files/vdb_archive.h"
@@ -313,7 +314,7 @@ class Decoder {
     grid = distance;
     if (mended) {
       warnAbout(wanted.channel, "Level set '" + wanted.entry->name + "' of '" + request_.path +
-                                    "' has background " + std::to_string(before) +
+                                    "' has background " + numberText(before) +
                                     "; +5 voxels is taken outside");
     }
     if (chosen) {

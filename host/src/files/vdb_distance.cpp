@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <vector>
 
+#include "core/number_text.h"
 #include "files/vdb_gradient.h"
 
 namespace Velmor::Host::Files {
@@ -27,11 +27,7 @@ void changeValues(Tree& tree, Function const& change) {
   for (; it; ++it) it.setValue(change(*it, it.isValueOn()));
 }
 
-std::string number(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.4g", value);
-  return text;
-}
+std::string number(double value) { return numberText(value, 4); }
 
 std::string describe(SurfaceGradients const& g) {
   return "gradient length " + number(g.median) + " along the surface, at most " +

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/channel_item.h"
+#include "core/number_text.h"
 #include "core/workers.h"
 #include "levelset/carry.h"
 #include "levelset/construction.h"
@@ -44,8 +45,8 @@ std::string quoted(String const& path) { return "'" + path.str() + "'"; }
 std::string wrongOptions(LevelSetOptions const& options) {
   auto const outside = [](char const* what, float value, float low, float high) -> std::string {
     if (value >= low && value <= high) return {};
-    return std::string(what) + " " + std::to_string(value) + " is not in [" + std::to_string(low) +
-           ", " + std::to_string(high) + "]";
+    return std::string(what) + " " + Host::numberText(value) + " is not in [" +
+           Host::numberText(low) + ", " + Host::numberText(high) + "]";
   };
   if (auto text = outside("surface radius", options.surfaceRadius, -1e30f, largestRadius);
       !text.empty()) {
