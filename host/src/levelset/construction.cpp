@@ -89,6 +89,9 @@ void Construction::addBulkTiles() {
       high[a] = (origin[a] + most[a] + 1) * scale.factor + reach;
     }
     forPlaces(field_.grid(), low, high, [&](TilePlace const& place) {
+      // A fine output reaches less far than the points, whose places may be too
+      // far out to have keys.
+      if (!field_.grid().inRoot(place)) return;
       auto const number = static_cast<std::int32_t>(places.size());
       if (seen.insert(place, number) == number) places.push_back(place);
     });
@@ -111,6 +114,7 @@ void Construction::addDropletTiles() {
     double const low[3] = {c.x - reach, c.y - reach, c.z - reach};
     double const high[3] = {c.x + reach, c.y + reach, c.z + reach};
     forPlaces(field_.grid(), low, high, [&](TilePlace const& place) {
+      if (!field_.grid().inRoot(place)) return;
       // Deep tiles stay out: a droplet changes nothing there.
       if (field_.find(place) == nullptr && blend_.isDeep(field_.grid().voxel(place))) return;
       field_.add(place);

@@ -195,13 +195,14 @@ void build(LevelSetOptions const& options, Channels const& channels) {
   if (channels.droplet != nullptr) droplets = asFloats(*channels.droplet);
   Host::Particles particles(*channels.position,
                             channels.droplet != nullptr ? droplets.data() : nullptr, options);
-  if (particles.leftOut() > 0) {
-    Host::report(Host::Severity::Warning, "left out " + std::to_string(particles.leftOut()) +
+  auto& layout = channels.distance->layout();
+  Host::TileGrid const output(layout);
+  if (auto const leftOut = particles.leftOut() + particles.beyond(output); leftOut > 0) {
+    Host::report(Host::Severity::Warning, "left out " + std::to_string(leftOut) +
                                               " particles of '" + channels.position->partialPath() +
                                               "' whose positions are not finite or too far away");
   }
-  auto& layout = channels.distance->layout();
-  Host::Construction construction(particles, Host::TileGrid(layout), options);
+  Host::Construction construction(particles, output, options);
   float const voxelSize = static_cast<float>(double{channels.position->layout().voxelScale()} /
                                              options.resolutionFactor);
   storeDistance(construction, *channels.distance, voxelSize);

@@ -135,6 +135,30 @@ Particles::Survey Particles::survey(Tile& tile) const {
   return found;
 }
 
+std::size_t Particles::beyond(TileGrid const& output) const {
+  auto const outside = [&](float px, float py, float pz) {
+    auto const voxel = [&](float a) {
+      return static_cast<std::int32_t>(std::floor(a * scale_.factor));
+    };
+    return !output.inRoot(output.place(API::TileCoord{voxel(px), voxel(py), voxel(pz)}));
+  };
+  std::size_t count = 0;
+  for (auto const& tile : tiles_) {
+    auto const corner = grid_.voxel(tile.place);
+    auto const low = [](std::int32_t a) { return static_cast<float>(a); };
+    auto const high = [](std::int32_t a) { return static_cast<float>(a + tileWidth); };
+    if (!outside(low(corner.i), low(corner.j), low(corner.k)) &&
+        !outside(high(corner.i), high(corner.j), high(corner.k))) {
+      continue;
+    }
+    for (auto p = tile.first; p < tile.first + tile.count; ++p) {
+      auto const& at = positions_[inputOf(p)];
+      if (isSane(at) && outside(at.x, at.y, at.z)) ++count;
+    }
+  }
+  return count;
+}
+
 bool Particles::full(API::TileCoord const& low, API::TileCoord const& high) const noexcept {
   auto const from = grid_.place(low), to = grid_.place(high);
   for (auto pz = from.z; pz <= to.z; ++pz) {

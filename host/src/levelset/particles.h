@@ -62,6 +62,9 @@ class Particles {
   std::vector<std::uint32_t> const& dropletIndices() const noexcept { return dropletIndices_; }
   /// Positions that are no numbers or lie outside the root.
   std::size_t leftOut() const noexcept { return leftOut_; }
+  /// Of the others, those outside the root of an output, which is smaller than
+  /// that of the points where `factor` is above 1.
+  std::size_t beyond(TileGrid const& output) const;
   /// Of the points' layout, in world units.
   double voxelSize() const noexcept { return voxelSize_; }
   float largestRadius() const noexcept { return largestRadius_; }

@@ -17,12 +17,12 @@ inline std::int32_t floorOf(float a) noexcept {
 }
 
 /// The place of a leaf tile, counted in leaf tiles from the root's corner. Also
-/// names places beside the root.
+/// names places beside the root; `key` tells apart those within 2^20 tiles.
 struct TilePlace {
   std::int32_t x = 0, y = 0, z = 0;
   bool operator==(TilePlace const&) const = default;
   std::uint64_t key() const noexcept {
-    constexpr std::int32_t shift = 1 << 20;  // far more than any place outside the root
+    constexpr std::int32_t shift = 1 << 20;
     auto const part = [](std::int32_t a) { return static_cast<std::uint64_t>(a + shift); };
     return part(x) | part(y) << 21 | part(z) << 42;
   }

@@ -130,6 +130,30 @@ TEST(LevelSet, TakesEdgeInputs) {
   EXPECT_GT(far.at(-149996.f, 0.f, 0.f), 0.f);
 }
 
+// The same number of voxels, but smaller ones.
+TEST(LevelSet, LeavesOutWhatAFineOutputDoesNotReach) {
+  auto const build = [](std::vector<Float3> positions) {
+    auto const middle = 32.5f / 64.f;  // of an output voxel
+    positions.push_back({middle, middle, middle});
+    ParticleScene scene(positions);
+    scene.options.resolutionFactor = 64.f;
+    scene.options.surfaceRadius = 0.05f;
+    EXPECT_TRUE(scene.build().succeeded());
+    EXPECT_NEAR(scene.at(0.5f, 0.5f, 0.5f), -3.2f, 0.05f);
+    return valuesOf<float>(scene.distance());
+  };
+  MessageLog const log;
+  auto const alone = build({});
+  EXPECT_TRUE(log.warnings().empty());
+  // Two places beyond, one of which once had the key of a tile around the first particle.
+  EXPECT_EQ(
+      build({{-190000.f, 0.f, 0.f}, {0.5f + 2097152.f * 5.f / 64.f, 0.5f - 5.f / 64.f, 0.5f}}),
+      alone);
+  ASSERT_EQ(log.warnings().size(), 1u);
+  EXPECT_NE(log.warnings()[0].find("left out 2 particles of 'particle/position'"),
+            std::string::npos);
+}
+
 TEST(LevelSet, LeavesOutWhatIsNoPosition) {
   ParticleScene scene({{0.5f, 0.5f, 0.5f}, {1.5f, 0.5f, 0.5f}, {60.5f, 0.5f, 0.5f}});
   auto* const at =
@@ -167,6 +191,62 @@ TEST(LevelSet, WritesNothingWhereAChannelIsWrong) {
     EXPECT_EQ(Host::tileCount(scene.layout(), 7), 0u);
     EXPECT_EQ(scene.layout().voxelScale(), 123.f);
   }
+}
+
+TEST(LevelSet, SaysWhatItCannotTake) {
+  constexpr auto nan = std::numeric_limits<float>::quiet_NaN();
+  using Change = void (*)(ParticleScene&);
+  std::pair<char const*, Change> const cases[] = {
+      {"surface radius 16.5 is not in [-1e+30, 16]",
+       [](ParticleScene& s) { s.options.surfaceRadius = 16.5f; }},
+      {"droplet radius 17 is not in [-1e+30, 16]",
+       [](ParticleScene& s) { s.options.dropletRadius = 17.f; }},
+      {"resolution factor 65 is not in [0.0625, 64]",
+       [](ParticleScene& s) { s.options.resolutionFactor = 65.f; }},
+      {"droplet reveal factor is not a number",
+       [](ParticleScene& s) { s.options.dropletRevealFactor = nan; }},
+      {"droplet threshold is not a number",
+       [](ParticleScene& s) { s.options.dropletThreshold = nan; }},
+      {"volume of holes is not a number",
+       [](ParticleScene& s) { s.options.maxVolumeOfHolesToClose = nan; }},
+      {"droplet values 'particle/position' are neither floats nor integers",
+       [](ParticleScene& s) { s.inputs[1] = "particle/position"; }},
+      {"channel 'particle/id' holds no floats",
+       [](ParticleScene& s) { s.carry<int>("id", [](Float3 const&) { return 1; }); }},
+  };
+  for (auto const& [text, change] : cases) {
+    ParticleScene scene({{0.5f, 0.5f, 0.5f}});
+    change(scene);
+    MessageLog const log;
+    EXPECT_EQ(scene.build().message().str(), std::string("cannot create a level set: ") + text);
+    EXPECT_EQ(log.errors().size(), 1u);
+    EXPECT_EQ(Host::tileCount(scene.layout(), 7), 0u);
+  }
+}
+
+TEST(LevelSet, TakesNoMask) {
+  ParticleScene const scene({{0.5f, 0.5f, 0.5f}});
+  MessageLog const log;
+  for (auto const& [mask, channel] :
+       {std::pair(scene.volume(), ""), std::pair(API::VoxelComponent(), "volume/mask")}) {
+    EXPECT_EQ(API::createLevelSet(scene.options, scene.points(), scene.inputs, mask, channel,
+                                  scene.volume(), scene.outputs)
+                  .message(),
+              "cannot create a level set: masks are not supported");
+  }
+  EXPECT_EQ(Host::tileCount(scene.layout(), 7), 0u);
+}
+
+TEST(LevelSetOptions, WholeNumbersMarkDropletsToo) {
+  ParticleScene scene({{0.5f, 0.5f, 0.5f}, {3.5f, 0.5f, 0.5f}});
+  API::PointChannel const droplet(
+      scene.builder().server().createChannel(scene.points(), API::DataType::Int, "droplet"));
+  Host::pointData<int>(droplet)[1] = 1;
+  scene.inputs[1] = "particle/droplet";
+  scene.options.dropletRadius = 1.5f;
+  scene.options.dropletRevealFactor = 0.f;
+  ASSERT_TRUE(scene.build().succeeded());
+  EXPECT_NEAR(scene.at(3.5f, 0.5f, 0.5f), -1.5f, 0.01f) << "at its full size, near as it is";
 }
 
 }  // namespace
