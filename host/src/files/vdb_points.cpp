@@ -287,7 +287,8 @@ void decodePoints(openvdb::GridBase const& grid, PointsJob& job,
     }
     auto const reader = std::find_if(readers().begin(), readers().end(),
                                      [&](Reader const& r) { return r.type == attribute->type; });
-    auto const type = reader == readers().end()
+    // The stride is the file's: times the components it may be any number.
+    auto const type = reader == readers().end() || attribute->stride > 3
                           ? API::DataType::None
                           : dataType(reader->integer, reader->components * attribute->stride);
     if (type == API::DataType::None) {

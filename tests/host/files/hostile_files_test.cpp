@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <openvdb/openvdb.h>
+#include <openvdb/points/PointAttribute.h>
 #include <openvdb/points/PointConversion.h>
 
 #include <atomic>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <random>
 #include <thread>
 
@@ -130,6 +132,53 @@ TEST(HostileFile, EndsInSuccessOrAMessageNeverInACrash) {
   EXPECT_EQ(loaded + refused, count);
   EXPECT_GT(loaded, count / 50);
   EXPECT_GT(refused, count / 50);
+}
+
+TEST(HostileFile, ValuesPerPointThatOverflowAreNoPair) {
+  CacheFolder const folder;
+  auto const path = folder.path().str() + "/points.vdb";
+  openvdb::initialize();
+  auto const grid = openvdb::gridPtrCast<openvdb::points::PointDataGrid>(smallPoints());
+  using Vectors = openvdb::points::TypedAttributeArray<openvdb::Vec3s>;
+  // Three times this is 2 in 32 bits.
+  openvdb::points::appendAttribute(grid->tree(), "wide", Vectors::attributeType(), 0x55555556);
+  writeGrids(path, {grid});
+  auto const loaded = load(path);
+  EXPECT_EQ(loaded.message, "");
+  ASSERT_EQ(loaded.warnings.size(), 1u);
+  EXPECT_NE(loaded.warnings[0].find("attribute 'wide' is skipped: values of type 'vec3s' times "
+                                    "1431655766 are not supported"),
+            std::string::npos)
+      << loaded.warnings[0];
+  EXPECT_EQ(API::PointComponent(loaded.object.findComponent("particle")).elementCount(), 60u);
+}
+
+TEST(HostileFile, RootEntriesWhereNoNodeCanBeAreDamage) {
+  CacheFolder const folder;
+  auto const path = folder.path().str() + "/root.vdb";
+  constexpr std::int32_t sound = 0x12345000;
+  for (std::int32_t const at :
+       {0x7ffff000, std::numeric_limits<std::int32_t>::min(), sound + 8, sound + 0xfff}) {
+    SCOPED_TRACE(at);
+    auto const grid = sphereGrid(5.f, 0.1);
+    grid->tree().root().addTile(openvdb::Coord(0, sound, 0), -1.f, false);
+    writeGrids(path, {grid});
+    auto bytes = bytesOf(path);
+    std::string const key(reinterpret_cast<char const*>(&sound), sizeof sound);
+    auto const place = bytes.find(key);
+    ASSERT_NE(place, std::string::npos);
+    std::memcpy(&bytes[place], &at, sizeof at);
+    std::ofstream(path, std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    auto how = trusting();
+    how.distance = Host::DistanceMode::Auto;
+    auto const loaded = load(path, how);
+    EXPECT_FALSE(loaded.object.valid());
+    EXPECT_NE(loaded.message.find("damaged: its root node has an entry at [0, " +
+                                  std::to_string(at) + ", 0]"),
+              std::string::npos)
+        << loaded.message;
+  }
 }
 
 TEST(HostileFile, WhatIsNoVdbIsSaidToBeNone) {
