@@ -13,6 +13,7 @@
 #include "files/keys.h"
 #include "files/vdb_encode.h"
 #include "velmorhost/scene.h"
+#include "velmorhost/settings.h"
 
 namespace Velmor::Host::Files {
 
@@ -30,9 +31,13 @@ struct Placed {
   openvdb::Vec3s inVoxel;
 };
 
+/// The points that have a voxel: positions may be any numbers, and readers step
+/// from voxels to their neighbours.
 std::vector<Placed> place(vec<3, float> const* positions, std::size_t count,
                           double const (&offset)[3]) {
+  constexpr double farthest = 1 << 30;
   std::vector<Placed> placed(count);
+  std::vector<std::uint8_t> nowhere(count, 0);
   tbb::parallel_for(std::size_t{0}, count, [&](std::size_t n) {
     openvdb::Coord voxel;
     auto& point = placed[n];
@@ -40,12 +45,17 @@ std::vector<Placed> place(vec<3, float> const* positions, std::size_t count,
     for (int a = 0; a < 3; ++a) {
       auto const at = static_cast<double>(positions[n][a]) + offset[a];
       auto const nearest = std::floor(at + 0.5);
+      if (!(std::abs(nearest) < farthest)) {
+        nowhere[n] = 1;
+        return;
+      }
       voxel[a] = static_cast<int>(nearest);
       point.inVoxel[a] = static_cast<float>(at - nearest);
     }
     point.leaf = voxel & ~static_cast<int>(PointLeaf::DIM - 1);
     point.voxel = PointLeaf::coordToOffset(voxel);
   });
+  std::erase_if(placed, [&](Placed const& point) { return nowhere[point.from] != 0; });
   std::sort(placed.begin(), placed.end(), [](Placed const& a, Placed const& b) {
     return std::tie(a.leaf, a.voxel, a.from) < std::tie(b.leaf, b.voxel, b.from);
   });
@@ -56,7 +66,7 @@ std::vector<Placed> place(vec<3, float> const* positions, std::size_t count,
 /// get the points back in the order of the state.
 bool keepsOrder(std::vector<Placed> const& placed, API::PointChannel const& position) {
   auto const& ranges = API::itemAs<API::PointChannelItem>(position)->ranges();
-  std::vector<std::uint32_t> tile(placed.size());
+  std::vector<std::uint32_t> tile(ranges.count());
   for (std::size_t t = 0; t + 1 < ranges.starts.size(); ++t) {
     std::fill(tile.begin() + static_cast<std::ptrdiff_t>(ranges.starts[t]),
               tile.begin() + static_cast<std::ptrdiff_t>(ranges.starts[t + 1]),
@@ -132,6 +142,10 @@ openvdb::GridBase::Ptr encodePoints(API::PointComponent const& points, double co
   grid->setName("points");
   if (positions == nullptr || points.elementCount() == 0) return grid;
   auto const placed = place(positions, points.elementCount(), offset);
+  if (auto const lost = points.elementCount() - placed.size(); lost > 0) {
+    report(Severity::Warning, std::to_string(lost) + " points of '" + points.name().str() +
+                                  "' have positions that no file can hold and are left out");
+  }
 
   using Position = vp::TypedAttributeArray<openvdb::Vec3s>;
   auto const descriptor = vp::AttributeSet::Descriptor::create(Position::attributeType());
@@ -160,8 +174,9 @@ openvdb::GridBase::Ptr encodePoints(API::PointComponent const& points, double co
   });
 
   if (!keepsOrder(placed, position)) {
-    std::vector<std::int32_t> places(placed.size());
-    std::iota(places.begin(), places.end(), 0);
+    std::vector<std::int32_t> places(points.elementCount(), 0);
+    for (auto const& point : placed) places[point.from] = 1;
+    std::exclusive_scan(places.begin(), places.end(), places.begin(), 0);
     auto const kind = kindOf(API::DataType::Int);
     vp::appendAttribute(grid->tree(), Keys::order, kind.type);
     tbb::parallel_for(std::size_t{0}, leaves.size(), [&](std::size_t l) {

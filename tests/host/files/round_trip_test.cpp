@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <limits>
 #include <set>
 
 #include "host/files/file_scenes.h"
+#include "support/message_log.h"
 
 namespace Velmor::Test {
 namespace {
@@ -206,6 +208,38 @@ TEST(RoundTrip, PointsKeepOrderAttributesAndPlaces) {
     for (int a = 0; a < 3; ++a) EXPECT_NEAR(before[p][a], after[p][a], 1e-6);
     EXPECT_EQ(std::memcmp(&lives[p], &livesAfter[p], 4), 0);
   }
+}
+
+// A filter or a plug-in may have written anything over the positions.
+TEST(RoundTrip, PointsThatAreNowhereAreLeftOutWithTheirValues) {
+  CacheFolder const folder;
+  auto const scene = emptyScene();
+  API::PointComponent const points(
+      scene.server.createComponent(API::PointComponentType, "particle", 1.f));
+  scene.object.addComponent(points);
+  // Along x backwards: the file has them the other way round, and says so.
+  std::vector<Vec3> positions;
+  for (int n = 0; n < 8; ++n)
+    positions.push_back({n < 6 ? 7.5f - 0.8f * static_cast<float>(n) : -9.f, 0.f, 0.f});
+  Host::setPoints(points, positions);
+  API::PointChannel const number(scene.server.createChannel(points, API::DataType::Int, "number"));
+  auto* const at = Host::pointData<Vec3>(API::PointChannel(points.findChannel("position")));
+  for (int n = 0; n < 8; ++n) Host::pointData<int>(number)[n] = n;
+  at[1].x = std::numeric_limits<float>::quiet_NaN();
+  at[2].y = std::numeric_limits<float>::infinity();
+  at[5].z = -3e9f;
+  auto const file = folder.path().str() + "/points.vdb";
+  MessageLog const log;
+  ASSERT_EQ(Host::writeObject(scene.object, file).message(), "");
+  EXPECT_EQ(log.warnings(),
+            std::vector<std::string>{
+                "3 points of 'particle' have positions that no file can hold and are left out"});
+  auto const loaded = load(file);
+  ASSERT_EQ(loaded.message, "");
+  auto const* const back =
+      Host::pointData<int>(API::PointChannel(loaded.channel("number", "particle")));
+  ASSERT_EQ(API::PointComponent(loaded.object.findComponent("particle")).elementCount(), 5u);
+  EXPECT_EQ(std::vector<int>(back, back + 5), (std::vector<int>{0, 3, 4, 6, 7}));
 }
 
 TEST(RoundTrip, MetadataGoesBothWays) {
