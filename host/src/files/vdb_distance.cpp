@@ -16,6 +16,7 @@ namespace {
 constexpr float bandVoxels = 5;  // what the rest of the system expects around a surface
 
 using Tree = openvdb::FloatTree;
+constexpr auto leafEdge = static_cast<int>(Tree::LeafNodeType::DIM);
 
 template <class Function>
 void changeValues(Tree& tree, Function const& change) {
@@ -50,8 +51,22 @@ void scaleBy(openvdb::FloatGrid& grid, float factor, bool mended) {
   if (!mended) grid.tree().root().setBackground(outside * factor, /*updateChildNodes=*/false);
 }
 
+/// Calls `function(place)` for the leaf places that touch a box of whole leaves
+/// from outside, along faces, edges and corners.
+template <class Function>
+void forShell(openvdb::CoordBBox const& box, Function const& function) {
+  auto const lo = box.min().offsetBy(-leafEdge), hi = box.max().offsetBy(1);
+  for (auto x = lo.x(); x <= hi.x(); x += leafEdge) {
+    for (auto y = lo.y(); y <= hi.y(); y += leafEdge) {
+      bool const side = x == lo.x() || x == hi.x() || y == lo.y() || y == hi.y();
+      auto const step = side ? leafEdge : hi.z() - lo.z();
+      for (auto z = lo.z(); z <= hi.z(); z += step) function(openvdb::Coord(x, y, z));
+    }
+  }
+}
+
 /// Gives every leaf that holds inside voxels, and every inside tile, leaves all
-/// around it, so that each sign change lies between leaf voxels.
+/// around it, so that at each sign change there is a leaf voxel.
 void surround(Tree& tree) {
   std::vector<openvdb::CoordBBox> boxes;
   for (auto leaf = tree.cbeginLeaf(); leaf; ++leaf) {
@@ -68,18 +83,20 @@ void surround(Tree& tree) {
   }
   openvdb::tree::ValueAccessor<Tree> accessor(tree);
   for (auto const& box : boxes) {
-    auto const lo = box.min().offsetBy(-8), hi = box.max().offsetBy(8);
-    for (auto x = lo.x(); x <= hi.x(); x += 8) {
-      for (auto y = lo.y(); y <= hi.y(); y += 8) {
-        for (auto z = lo.z(); z <= hi.z(); z += 8) {
-          openvdb::Coord const at(x, y, z);
-          if (!box.isInside(at) && accessor.getValue(at) > 0) {
-            accessor.touchLeaf(at);
-          }
-        }
-      }
-    }
+    forShell(box, [&](openvdb::Coord const& at) {
+      if (accessor.getValue(at) > 0) accessor.touchLeaf(at);
+    });
   }
+}
+
+/// The mesher sees a sign change where one of two leaf voxels is active, or an
+/// active leaf voxel meets an inactive tile. The surface is where the values say
+/// it is: one change left out, and the mesh has a hole that the sign leaks through.
+void showEverySignChange(Tree& tree) {
+  for (auto leaf = tree.beginLeaf(); leaf; ++leaf) leaf->setValuesOn();
+  auto it = tree.beginValueOn();
+  it.setMaxDepth(Tree::ValueOnIter::LEAF_DEPTH - 1);
+  for (; it; ++it) it.setValueOff();
 }
 
 /// A narrow band around the zero crossing; null if there is no surface.
@@ -95,6 +112,7 @@ openvdb::FloatGrid::Ptr rebuilt(openvdb::FloatGrid const& grid, double voxelSize
   });
   work->tree().root().setBackground(size, /*updateChildNodes=*/false);
   surround(work->tree());
+  showEverySignChange(work->tree());
   auto result = openvdb::tools::levelSetRebuild(*work, 0.f, bandVoxels);
   if (!result || result->empty()) return nullptr;
   result->insertMeta(grid);
@@ -141,7 +159,9 @@ DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, D
     }
   }
   auto result = rebuilt(*grid, voxelSize);
-  if (!result) return {DistanceMode::Keep, 1, found + "; a rebuild finds no surface"};
+  if (!result || surfaceGradients(*result, voxelSize, voxelSize).samples == 0) {
+    return {DistanceMode::Keep, 1, found + "; a rebuild finds no surface"};
+  }
   grid = result;
   return {DistanceMode::Rebuild, 1, found};
 }

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <openvdb/openvdb.h>
+#include <openvdb/tools/ChangeBackground.h>
 
 #include <cmath>
 #include <limits>
 
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
+#include "processing/extend_filter.h"
+#include "support/mesh_checks.h"
 
 namespace Velmor::Test {
 namespace {
@@ -118,6 +121,40 @@ TEST(Distance, ASurfaceCutByTheBorderIsClosed) {
   EXPECT_LT(treated.at(30, 30, 1), 0.f);
   EXPECT_GT(treated.at(30, 30, -2), 0.f);
   EXPECT_NEAR(treated.at(30, 30, 0), -0.1f, 0.11f) << "a true distance to the border";
+}
+
+// Most of a filtered level set is: a filter adds tiles, and knows of no band.
+TEST(Distance, ASignChangeIsSurfaceWhetherItsVoxelsAreActiveOrNot) {
+  for (bool const active : {false, true}) {
+    auto grid = denseSphere(middle, same);
+    grid->clear();
+    openvdb::tools::changeBackground(grid->tree(), 1.f);
+    grid->fill(openvdb::CoordBBox(openvdb::Coord(3), openvdb::Coord(26)), -1.f, active);
+    ASSERT_EQ(grid->tree().activeTileCount() > 0, active);
+    ASSERT_GT(grid->tree().leafCount(), 0u);
+    auto const treated = treat(grid, Host::DistanceMode::Auto);
+    EXPECT_EQ(treated.mode, "rebuild");
+    EXPECT_FLOAT_EQ(treated.at(15, 15, 15), -1.f);
+    EXPECT_FLOAT_EQ(treated.at(15, 15, -9), 1.f);
+    for (int const at : {3, 27}) {
+      EXPECT_NEAR(std::abs(treated.at(15, at, 15)), 0.1f, 0.01f);
+      EXPECT_LT(treated.at(15, at, 15) * treated.at(15, at - 1, 15), 0.f);
+    }
+  }
+}
+
+TEST(Distance, AnOceanIsClosedWithAWallAndABottom) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/ocean.vdb";
+  auto const scene = sphereScene(6.f, Vec3(0.f), 0.1f);
+  Processing::ExtendFilter(0.1f, {0.f, 0.f}, {3.f, 3.f}, 0.2f, "")
+      .filter(scene.distance, scene.distance);
+  ASSERT_EQ(Host::writeObject(scene.object, file).message(), "");
+  auto const distance = load(file, with(Host::DistanceMode::Auto)).channel("distance");
+  EXPECT_EQ(distance.dictionary().value<API::String>("distance_mode"), "rebuild");
+  auto const mesh = meshOf(API::VoxelChannel(distance));
+  EXPECT_EQ(unbalancedEdges(mesh), 0u);
+  EXPECT_GT(volumeOf(mesh), 3. * 3. * 0.5) << "as wide as was asked for, and deep";
 }
 
 TEST(Distance, NoSurfaceIsKept) {
