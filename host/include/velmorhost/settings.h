@@ -48,8 +48,8 @@ enum class Severity { Note, Warning, Error };
 using MessageHandler = std::function<void(Severity, std::string const&)>;
 /// Receives what the host has to say beyond a status: skipped grids, renamed
 /// objects, the reason of a failed load. Messages name the file and the grid.
-/// May be called from any thread, one call at a time. The default handler (also
-/// after null) prints warnings and errors to standard error.
+/// May be called from any thread, one call at a time, and may call the host. The
+/// default (also after null) prints warnings and errors to standard error.
 VELMOR_EXPORT void setMessageHandler(MessageHandler handler);
 VELMOR_EXPORT void report(Severity severity, std::string const& text);
 

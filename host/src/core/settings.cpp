@@ -25,7 +25,7 @@ struct Settings {
   std::array<Failures, callCount> failures;
   std::atomic<bool> anyFailure = false;  // keeps the usual case free of the lock
   std::atomic<int> threads = 0;
-  std::mutex messageMutex;
+  std::recursive_mutex messageMutex;  // what a handler calls may report in turn
   MessageHandler handler;
 };
 
@@ -98,8 +98,8 @@ void setMessageHandler(MessageHandler handler) {
 
 void report(Severity severity, std::string const& text) {
   std::lock_guard const lock(settings().messageMutex);
-  if (settings().handler) {
-    settings().handler(severity, text);
+  if (auto const handler = settings().handler) {  // a copy: it may replace itself
+    handler(severity, text);
   } else {
     print(severity, text);
   }

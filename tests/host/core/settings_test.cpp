@@ -69,4 +69,17 @@ TEST(Settings, HandMessagesToTheHandlerAndElseToStandardError) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "warning: w\nerror: e\n");
 }
 
+TEST(Settings, HandlersMayReportAndReplaceThemselves) {
+  std::vector<std::string> messages;
+  Host::setMessageHandler([&](Host::Severity, std::string const& text) {
+    Host::setMessageHandler(
+        [&messages](Host::Severity, std::string const& inner) { messages.push_back(inner); });
+    Host::report(Host::Severity::Note, "inner");
+    messages.push_back(text);
+  });
+  Host::report(Host::Severity::Note, "outer");
+  Host::setMessageHandler(nullptr);
+  EXPECT_EQ(messages, (std::vector<std::string>{"inner", "outer"}));
+}
+
 }  // namespace
