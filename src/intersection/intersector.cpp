@@ -66,12 +66,12 @@ struct LevelState {
   void setCells(int edge) {
     cellSize = edge;
     cellOffset = -(edge >> 1);
-    size += static_cast<float>(cellSize);
-    offset += static_cast<float>(cellOffset);
-    perVoxel += 1.f / static_cast<float>(edge);
+    size = FloatLanes{} + static_cast<float>(cellSize);
+    offset = FloatLanes{} + static_cast<float>(cellOffset);
+    perVoxel = FloatLanes{} + 1.f / static_cast<float>(edge);
     if (edge >= 1 && edge <= 1048576) {
-      exactTo += 1048576.f;
-      exactFrom -= 1048576.f;
+      exactTo = FloatLanes{} + 1048576.f;
+      exactFrom = -exactTo;
     }
   }
 

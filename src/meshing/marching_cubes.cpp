@@ -112,7 +112,7 @@ class MarchingCubesVisitor final : public API::Visitor {
 
   CellBlock block_;
   std::vector<std::uint32_t> near_, positive_;  // a bit per voxel or corner along z
-  std::vector<std::uint32_t> numbers_;
+  std::vector<std::uint32_t> numbers_;  // of the block's vertices: first hashes, then indices
 };
 
 void MarchingCubesVisitor::meshTile(API::TileData<float> const& values,

@@ -218,7 +218,7 @@ TEST_F(SequenceTest, NamesTheKeyThatTheLevelSetRefuses) {
   ASSERT_EQ(import().exit, 0);
   auto const run = surface({"--levelset-surface-radius", "1e6", "--mesh", at("m.ply")});
   EXPECT_EQ(run.exit, 6);
-  EXPECT_NE(run.err.find("surface radius 1000000.0"), std::string::npos) << run.err;
+  EXPECT_NE(run.err.find("surface radius 1e+06"), std::string::npos) << run.err;
 }
 
 TEST_F(SequenceTest, WarnsOfAPictureOfNothing) {

@@ -1,6 +1,7 @@
 #include "core/layout_item.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 
 #include "core/dictionary_store.h"

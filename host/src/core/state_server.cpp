@@ -1,5 +1,7 @@
 #include "velmorapi/state_server.h"
 
+#include <new>
+
 #include "core/server_item.h"
 #include "velmorhost/settings.h"
 
@@ -10,6 +12,16 @@ namespace {
 ServerItem* serverOf(Ref const& ref) { return static_cast<ServerItem*>(ref.item()); }
 ObjectItem* objectOf(Ref const& ref) { return static_cast<ObjectItem*>(ref.item()); }
 ComponentItem* componentOf(Ref const& ref) { return static_cast<ComponentItem*>(ref.item()); }
+
+// What is made, or nothing where there is no memory for it.
+template <class Make>
+Ref refTo(Make&& make) noexcept {
+  try {
+    return Ref(make());
+  } catch (std::bad_alloc const&) {
+    return {};
+  }
+}
 
 Ref refIf(Ref const& ref, ItemKind kind) {
   return ref.valid() && ref.item()->kind() == kind ? ref : Ref();
@@ -38,7 +50,7 @@ Ref StateServer::createComponent(String const& type, String const& name, float v
     return {};
   }
   auto const kind = voxels ? ItemKind::VoxelComponent : ItemKind::PointComponent;
-  return Ref(serverOf(*this)->createComponent(kind, name.str(), voxelScale));
+  return refTo([&] { return serverOf(*this)->createComponent(kind, name.str(), voxelScale); });
 }
 
 Ref StateServer::createChannel(Component const& component, DataType type,
@@ -47,12 +59,12 @@ Ref StateServer::createChannel(Component const& component, DataType type,
       valueSize(type) == 0 || Host::mustFail(Host::Call::CreateChannel)) {
     return {};
   }
-  return Ref(componentOf(component)->createChannel(type, name.str()));
+  return refTo([&] { return componentOf(component)->createChannel(type, name.str()); });
 }
 
 Ref StateServer::createLayout(String const& name) const {
   if (!valid() || Host::mustFail(Host::Call::CreateLayout)) return {};
-  return Ref(new LayoutItem(name.str(), item(), 1.f));
+  return refTo([&] { return new LayoutItem(name.str(), item(), 1.f); });
 }
 
 void StateServer::removeChannel(String const& path) const {

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <limits>
 
+#include "core/number_text.h"
 #include "files/fd_stream.h"
 #include "files/helper_protocol.h"
 #include "files/helper_server.h"
@@ -68,10 +69,7 @@ std::string HelperRun::run(std::string const& request, double seconds) {
   if (end == End::Lost) return "the helper is gone";
   if (end == End::Late) {
     closeIfOpen(report_);  // which ends the worker
-    auto limit = std::to_string(seconds);
-    limit.erase(std::min(limit.size(), limit.find_last_not_of('0') + 1));
-    if (limit.ends_with('.')) limit.pop_back();
-    return "the helper was still busy after the limit of " + limit + " seconds";
+    return "the helper was still busy after the limit of " + numberText(seconds) + " seconds";
   }
   if (auto problem = outcome(); !problem.empty()) return problem;
   // Whatever it may have started in turn cannot change the image any more.

@@ -87,10 +87,16 @@ std::string HelperServer::start() {
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
     return words("no socket");
   }
-  SpawnPlan plan;
-  posix_spawn_file_actions_addopen(&plan.files, 0, "/dev/null", O_RDWR, 0);
   // By way of a number that no file here has: the targets may be taken.
   int const far = ::fcntl(ends[1], F_DUPFD_CLOEXEC, 10);
+  ::close(ends[1]);
+  if (far < 0) {
+    auto problem = words("no socket");
+    ::close(ends[0]);
+    return problem;
+  }
+  SpawnPlan plan;
+  posix_spawn_file_actions_addopen(&plan.files, 0, "/dev/null", O_RDWR, 0);
   posix_spawn_file_actions_adddup2(&plan.files, far, Helper::requests);
   posix_spawn_file_actions_adddup2(&plan.files, 0, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&plan.files, 0, STDERR_FILENO);
@@ -108,7 +114,6 @@ std::string HelperServer::start() {
   pid_t pid = 0;
   int const error = ::posix_spawn(&pid, program.c_str(), &plan.files, &plan.attributes,
                                   arguments.data(), environ);
-  ::close(ends[1]);
   ::close(far);
   requests_ = ends[0];
   user_ = ::geteuid();

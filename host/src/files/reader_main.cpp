@@ -83,7 +83,7 @@ int decodeOne(int memory) {
   ReadRequest request;
   if (!takeRequest(memory, request)) return Helper::badRequest;
   limit(RLIMIT_CORE, 0);
-  if (limited && request.memoryLimit != 0) {
+  if (limited) {
     addressLimit = request.memoryLimit;
     limit(RLIMIT_AS, request.memoryLimit);
     watchCrashes();
