@@ -11,7 +11,9 @@
 namespace Velmor::Host {
 
 /// What the reader does with the values of float level sets, which solvers
-/// store in world units, in cells, or without a narrow band at all.
+/// store in world units, in cells, or without a narrow band at all. What was
+/// done is kept in the channel's dictionary under "distance_mode" ("keep",
+/// "scale", "rebuild"), "distance_factor" (float) and "distance_reason" (text).
 enum class DistanceMode {
   Auto,  ///< the first of the next three that gives a gradient length of 0.85 to 1.15 without jumps
   Keep,  ///< as they are
@@ -32,10 +34,6 @@ struct ReadOptions {
 /// Apply to all loads of the process from now on.
 VELMOR_EXPORT void setReadOptions(ReadOptions const& options);
 VELMOR_EXPORT ReadOptions readOptions();
-
-/// What was done to a distance channel as it was read; kept in the channel's
-/// dictionary under "distance_mode" ("keep", "scale", "rebuild"),
-/// "distance_factor" (float) and "distance_reason" (text).
 
 /// A cache file that an importer found.
 struct CacheFile {
