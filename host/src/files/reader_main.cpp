@@ -6,11 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <new>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "files/helper_protocol.h"
 #include "files/image.h"
@@ -100,6 +105,28 @@ int decodeOne(int memory) {
   }
 }
 
+// Whether every other thread sleeps.
+bool othersRest() {
+  std::error_code error;
+  for (auto const& task : std::filesystem::directory_iterator("/proc/self/task", error)) {
+    if (task.path().filename() == std::to_string(::getpid())) continue;
+    std::ifstream file(task.path() / "stat");
+    std::string stat;
+    std::getline(file, stat);
+    auto const name = stat.rfind(')');
+    if (name != std::string::npos && stat.compare(name, 3, ") S") != 0) return false;
+  }
+  return true;
+}
+
+// The log library starts threads as it is loaded. One that is copied in the middle
+// of its start would leave the copy a lock that nobody opens any more.
+void waitForOthers() {
+  for (int n = 0; n < 1000 && !othersRest(); ++n) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 }  // namespace
 
 // OpenVDB leaves its trees in no state to be destroyed when memory runs out
@@ -123,6 +150,7 @@ int main(int count, char** arguments) {
   }
   // In the background it is nobody's child: a program that waits for all its
   // children would wait for one that it knows nothing of.
+  waitForOthers();
   auto const server = ::fork();
   if (server != 0) std::_Exit(server > 0 ? Helper::done : 1);
   // Nor does it keep the file system busy that it was started on.
