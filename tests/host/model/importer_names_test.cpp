@@ -74,8 +74,8 @@ TEST(ImporterNames, OtherFilesAreNotListed) {
 }
 
 TEST(ImporterNames, UnfinishedAndHiddenFilesAreNotListed) {
-  ScannedFolder const folder({"liquid.0001.vdb", ".liquid.0001.vdb.12-0.velmor-tmp", "._liquid.0002.vdb",
-                              ".liquid.0003.vdb", ".hidden/.hidden.0001.vdb"});
+  ScannedFolder const folder({"liquid.0001.vdb", ".liquid.0001.vdb.12-0.velmor-tmp",
+                              "._liquid.0002.vdb", ".liquid.0003.vdb", ".hidden/.hidden.0001.vdb"});
   EXPECT_EQ(framesIn(folder.path()), Names{"liquid 1"});
   EXPECT_EQ(framesIn(folder.path(), "", true), Names{"liquid 1"});
 }
