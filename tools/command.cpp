@@ -1,8 +1,7 @@
 #include "command.h"
 
 #include <algorithm>
-#include <exception>
-#include <new>
+#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -45,56 +44,71 @@ CLI::App& Command::verb(std::string const& name, std::string const& description,
   return verb;
 }
 
-int Command::usageError(std::string const& text) const {
+int Command::usageError(std::string const& text, bool json) const {
   print(Failure(ExitCode::Usage, "", text + "\nRun 'velmor --help' or 'velmor VERB --help'."));
+  if (json) {
+    std::fputs(printed(failureDocument(Failure(ExitCode::Usage, "", text), {})).c_str(), stdout);
+  }
   return static_cast<int>(ExitCode::Usage);
 }
 
-int Command::usageError(CLI::ParseError const& error) const {
+int Command::usageError(CLI::ParseError const& error, bool json) const {
   std::string text = error.what();
   auto const parsed = app_.get_subcommands();
-  if (!parsed.empty() && dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr) {
+  if (!parsed.empty() && (dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr ||
+                          dynamic_cast<CLI::RequiredError const*>(&error) != nullptr)) {
     std::vector<std::string> names;
     for (auto const* option : std::as_const(*parsed.front()).get_options()) {
       names.push_back(option->get_name());
     }
+    // What is missing may be missing only because an option was mistyped.
+    bool unknown = dynamic_cast<CLI::ExtrasError const*>(&error) != nullptr;
     for (auto const& extra : parsed.front()->remaining(true)) {
-      if (extra.size() > 1 && extra[0] == '-') text += didYouMean(extra, names);
+      if (extra.size() < 2 || extra[0] != '-') continue;
+      if (!unknown) text = "The following argument was not expected: " + extra;
+      unknown = true;
+      text += didYouMean(extra, names);
     }
   }
-  return usageError(text);
+  return usageError(text, json);
 }
 
 int Command::run(int argc, char const* const* argv) {
   std::vector<std::string> verbs;
   for (auto const* known : app_.get_subcommands(nullptr)) verbs.push_back(known->get_name());
   std::string const word = argc > 1 ? argv[1] : "";
+  // Parsing may end before it comes to that option.
+  bool const json =
+      std::any_of(argv, argv + argc, [](char const* a) { return std::string(a) == "--json"; });
   if (word.empty() ||
       (word[0] != '-' && std::find(verbs.begin(), verbs.end(), word) == verbs.end())) {
     return usageError((word.empty() ? "no verb given" : "no verb '" + word + "'") + "; there is " +
-                      quotedList(verbs, "none") + didYouMean(word, verbs));
+                          quotedList(verbs, "none") + didYouMean(word, verbs),
+                      json);
   }
   try {
     app_.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
     // Help and version come as errors of code 0.
     if (e.get_exit_code() == 0) return app_.exit(e);
-    return usageError(e);
+    return usageError(e, json);
   }
   try {
     handleSignals();
     Session session(common_);
-    chosen_(session);
+    try {
+      chosen_(session);
+    } catch (...) {
+      auto const failure = currentFailure("");
+      session.end(failure);
+      return static_cast<int>(failure.code());
+    }
     return static_cast<int>(session.code());
-  } catch (Failure const& e) {
-    print(e);
-    return static_cast<int>(e.code());
-  } catch (std::bad_alloc const&) {
-    print(Failure(ExitCode::Other, "", "not enough memory"));
-  } catch (std::exception const& e) {
-    print(Failure(ExitCode::Other, "", e.what()));
+  } catch (...) {
+    auto const failure = currentFailure("");
+    print(failure);
+    return static_cast<int>(failure.code());
   }
-  return static_cast<int>(ExitCode::Other);
 }
 
 void addInput(CLI::App& verb, InputOptions& options) {

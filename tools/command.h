@@ -26,8 +26,8 @@ class Command {
   int run(int argc, char const* const* argv);
 
  private:
-  int usageError(std::string const& text) const;
-  int usageError(CLI::ParseError const& error) const;
+  int usageError(std::string const& text, bool json) const;
+  int usageError(CLI::ParseError const& error, bool json) const;
 
   CLI::App app_;
   CommonOptions common_;

@@ -25,6 +25,8 @@ class Failure : public std::runtime_error {
       : std::runtime_error(text), code_(code), subject_(std::move(subject)) {}
   ExitCode code() const noexcept { return code_; }
   std::string const& subject() const noexcept { return subject_; }
+  /// Subject and text as they are printed, without "velmor: ".
+  std::string words() const { return (subject_.empty() ? "" : subject_ + ": ") + what(); }
 
  private:
   ExitCode code_;

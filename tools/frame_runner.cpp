@@ -5,13 +5,11 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
-#include <exception>
 #include <fstream>
 #include <iomanip>
 #include <limits>
 #include <locale>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -114,17 +112,13 @@ class Runner {
     try {
       outcome.skipped = options_.skipExisting && exists_(outcome.frame);
       if (!outcome.skipped) work_(outcome);
-    } catch (Failure const& e) {
-      failure.emplace(e);
-    } catch (std::bad_alloc const&) {
-      failure.emplace(ExitCode::Other, subject_, "not enough memory");
-    } catch (std::exception const& e) {
-      failure.emplace(ExitCode::Other, subject_, e.what());
+    } catch (...) {
+      failure.emplace(currentFailure(subject_));
     }
     outcome.seconds = watch.lap();
     if (failure) {
-      outcome.error =
-          (failure->subject().empty() ? "" : failure->subject() + ": ") + failure->what();
+      outcome.error = failure->words();
+      outcome.code = failure->code();
       outcome.report = Json();
     }
     std::lock_guard const lock(mutex_);

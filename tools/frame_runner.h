@@ -13,9 +13,10 @@ namespace Velmor::Tool {
 struct FrameOutcome {
   int frame = 0;
   bool skipped = false;
-  std::string error;  ///< empty if all went well
-  std::string line;   ///< for people: what was made, without the frame's number
-  Json report;        ///< for machines; the runner adds "frame", "state" and "seconds"
+  std::string error;                  ///< empty if all went well
+  ExitCode code = ExitCode::Success;  ///< of the error
+  std::string line;                   ///< for people: what was made, without the frame's number
+  Json report;  ///< for machines; the runner adds "frame", "state" and "seconds"
   double seconds = 0.;
 };
 

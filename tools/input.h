@@ -44,6 +44,7 @@ class Input {
   explicit Input(std::string path);
 
   std::string const& path() const noexcept { return path_; }
+  bool isFile() const noexcept { return isFile_; }
   std::vector<CacheObject> const& objects() const noexcept { return objects_; }
 
   /// The object of that name; without a name the only one.

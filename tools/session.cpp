@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <new>
 
 #include "velmorhost/settings.h"
 
@@ -19,10 +21,27 @@ void say(std::string const& text) {
 
 }  // namespace
 
-void print(Failure const& failure) {
-  std::string text = "velmor: ";
-  if (!failure.subject().empty()) text += failure.subject() + ": ";
-  say(text + failure.what());
+void print(Failure const& failure) { say("velmor: " + failure.words()); }
+
+Json failureDocument(Failure const& failure, std::vector<std::string> const& warnings) {
+  return {{"state", "failed"}, {"error", failure.words()}, {"warnings", warnings}};
+}
+
+std::string printed(Json const& document) {
+  // File names are bytes; what is no UTF-8 must not spoil the document.
+  return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Failure currentFailure(std::string const& subject) {
+  try {
+    throw;
+  } catch (Failure const& e) {
+    return e;
+  } catch (std::bad_alloc const&) {
+    return Failure(ExitCode::Other, subject, "not enough memory");
+  } catch (std::exception const& e) {
+    return Failure(ExitCode::Other, subject, e.what());
+  }
 }
 
 Session::Session(CommonOptions const& options) : options_(options) {
@@ -69,11 +88,21 @@ void Session::warn(std::string const& text) {
 
 void Session::error(Failure const& failure) {
   print(failure);
-  fail(failure.code());
+  fail(failure.code(), failure.words());
 }
 
-void Session::fail(ExitCode code) noexcept {
+void Session::fail(ExitCode code, std::string const& words) {
   if (code_ == ExitCode::Success) code_ = code;
+  if (firstError_.empty()) firstError_ = words;
+}
+
+void Session::end(Failure const& failure) noexcept {
+  try {
+    print(failure);
+    if (options_.json && !reported_) write(printed(failureDocument(failure, warnings_)));
+  } catch (...) {
+    // The exit code says so, whatever became of the words.
+  }
 }
 
 void Session::check(Processing::Status const& status, std::string const& subject, ExitCode code) {
@@ -82,14 +111,19 @@ void Session::check(Processing::Status const& status, std::string const& subject
 }
 
 void Session::report(Json document, std::string const& text) {
+  reported_ = true;
   std::string out;
   if (options_.json) {
+    if (!firstError_.empty()) document["error"] = firstError_;
     document["warnings"] = warnings_;
-    // File names are bytes; what is no UTF-8 must not spoil the document.
-    out = document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    out = printed(document);
   } else if (!options_.quiet) {
     out = text;
   }
+  write(out);
+}
+
+void Session::write(std::string const& out) {
   auto* const stream = reportToError_ ? stderr : stdout;
   if (std::fwrite(out.data(), 1, out.size(), stream) != out.size() || std::fflush(stream) != 0) {
     throw Failure(ExitCode::Output, reportToError_ ? "standard error" : "standard output",

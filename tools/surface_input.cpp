@@ -126,6 +126,15 @@ void checkSurface(Session& session, Processing::Surface const& surface, Input co
   session.check(surface.status(), input.path());
 }
 
+DistanceTreatment treatmentOf(Processing::Surface const& surface) {
+  auto const how = surface.distance().dictionary();
+  DistanceTreatment treatment;
+  treatment.mode = how.value<API::String>("distance_mode").str();
+  treatment.reason = how.value<API::String>("distance_reason").str();
+  if (how.hasValue("distance_factor")) treatment.factor = how.value<float>("distance_factor");
+  return treatment;
+}
+
 void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode) {
   verb.add_option_function<std::string>(
           "--distance", [&mode](std::string const& name) { mode = modeOf(name); },

@@ -38,6 +38,17 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
 void checkSurface(Session& session, Processing::Surface const& surface, Input const& input,
                   Selection const& selection);
 
+/// What loading did to the channel of a surface's distance.
+struct DistanceTreatment {
+  std::string mode;    ///< "keep", "scale" or "rebuild"; empty where none was read
+  std::string reason;  ///< may be empty
+  float factor = 1.f;
+
+  std::string words() const { return mode + (reason.empty() ? "" : ": " + reason); }
+  Json report() const { return {{"mode", mode}, {"factor", factor}, {"reason", reason}}; }
+};
+DistanceTreatment treatmentOf(Processing::Surface const& surface);
+
 /// Adds --distance to a verb.
 void addDistanceMode(CLI::App& verb, Host::DistanceMode& mode);
 

@@ -115,6 +115,51 @@ TEST_F(CommandTest, WhatIsNoNumberIsWrongUsage) {
   EXPECT_FALSE(std::filesystem::exists(out("a.png")));
 }
 
+TEST_F(CommandTest, AFailureIsADocumentToo) {
+  auto const fails = [](std::vector<std::string> arguments, int code, std::string const& text) {
+    arguments.push_back("--json");
+    auto const run = runCommand(arguments);
+    EXPECT_EQ(run.exit, code) << run.err;
+    EXPECT_NE(run.err.find(text), std::string::npos) << run.err;
+    ASSERT_TRUE(Json::accept(run.out)) << arguments[0] << ": " << run.out;
+    auto const report = Json::parse(run.out);
+    EXPECT_NE(report["error"].get<std::string>().find(text), std::string::npos) << run.out;
+    EXPECT_TRUE(report["warnings"].is_array());
+  };
+  auto const none = out("none.vdb");
+  auto const missing = none + ": No such file or directory";
+  fails({"info", none}, 3, missing);
+  fails({"mesh", none, "-o", out("a.ply")}, 3, missing);
+  fails({"render", none, "-o", out("a.png")}, 3, missing);
+  fails({"surface", none, "--mesh", out("a.ply")}, 3, missing);
+  fails({"filter", none, "--channel", "a", "--op", "mean", "-o", out("a.vdb")}, 3, missing);
+  fails({"mix", "step", none, "--a", "a", "--b", "b", "--out", "c", "--step", "1", "-o",
+         out("a.vdb")},
+        3, missing);
+  fails({"mesh", file(), "--channel", "velocity", "-o", out("a.ply")}, 3,
+        "'velocity' holds float3 values");
+  fails({"mesh", file(), "-o", out("no/a.ply")}, 5, "No such file");
+  fails({"mesh", file(), "-o", out("a.fbx")}, 2, "unknown extension '.fbx'");
+  fails({"mesh", file()}, 2, "--output is required");
+  fails({"mehs", file()}, 2, "did you mean 'mesh'?");
+  writeFile(out("empty.vdb"), "");
+  fails({"info", out("empty.vdb")}, 3, "could not read object 'empty'");
+  EXPECT_EQ(outputs(), std::vector<std::string>{"empty.vdb"});
+  // What follows the report has no document of its own.
+  auto const report = runCommand({"info", out("empty.vdb"), "--json"});
+  EXPECT_EQ(Json::parse(report.out)["objects"][0]["name"], "empty");
+}
+
+TEST_F(CommandTest, AnUnknownOptionIsNamedBeforeWhatIsMissing) {
+  for (auto const* verb : {"info", "mesh", "surface"}) {
+    auto const run = runCommand({verb, "--thread", "2"});
+    expectFailure(run, 2, "not expected: --thread; did you mean '--threads'?");
+    EXPECT_EQ(run.err.find("required"), std::string::npos) << run.err;
+  }
+  expectFailure(runCommand({"info", "--zzz"}), 2, "not expected: --zzz\n");
+  expectFailure(runCommand({"info"}), 2, "input is required");
+}
+
 TEST_F(CommandTest, ParticlesAreDrawnAsSpheresOnRequest) {
   auto const run = runCommand(
       {"render", one(), "--spheres", "1.5", "--size", "40x30", "-o", out("a.png"), "--json"});

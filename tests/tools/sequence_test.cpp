@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "processing/pointwise_filters.h"
 #include "processing/surface.h"
 #include "readers/particles.h"
 #include "support/cache_folder.h"
@@ -378,6 +379,96 @@ TEST_F(SequenceTest, WrittenLevelSetsMeshAlike) {
   EXPECT_EQ(third.err.find("frame"), std::string::npos) << third.err;
 }
 
+TEST_F(SequenceTest, OneFileFailsAsWithAllVerbs) {
+  ObjectBuilder const ball("ball");
+  ball.sphere(ball.voxels(), 6.f);
+  folder_.write(ball.object(), 1);
+  auto const file = folder_.fileOf("ball", 1).string();
+  std::vector<std::string> arguments{"surface", file, "--mesh", at("m.ply"), "--channel", "nope"};
+  auto const run = runCommand(arguments);
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err.find("velmor: " + file + ": Invalid distance channel 'nope'"), 0u) << run.err;
+  EXPECT_EQ(run.err.find("frames failed"), std::string::npos) << run.err;
+  EXPECT_FALSE(std::filesystem::exists(at("m.ply")));
+  arguments.push_back("--json");
+  auto const json = runCommand(arguments);
+  EXPECT_EQ(json.exit, 3);
+  auto const report = Json::parse(json.out);
+  EXPECT_EQ(report["frames"][0]["state"], "failed");
+  EXPECT_EQ(report["error"], report["frames"][0]["error"]);
+}
+
+TEST_F(SequenceTest, NothingIsSaidOfOutputsThatNoFrameHas) {
+  std::filesystem::create_directory(at("bad"));
+  for (auto const* name : {"a.1.vdb", "a.2.vdb"}) writeFile(at(std::string("bad/") + name), "");
+  auto const run = runCommand({"surface", at("bad"), "--mesh", at("m.#.ply")});
+  EXPECT_EQ(run.exit, 6);
+  EXPECT_NE(run.out.find("0 made, 2 failed (1, 2)"), std::string::npos) << run.out;
+  for (auto const* word : {"output", "triangles", "open edges"}) {
+    EXPECT_EQ(run.out.find(word), std::string::npos) << run.out;
+  }
+}
+
+TEST_F(SequenceTest, SaysWhatWasDoneToTheDistance) {
+  ObjectBuilder const ball("ball");
+  ball.sphere(ball.voxels(), 6.f);
+  for (int const frame : {1, 2}) folder_.write(ball.object(), frame);
+  auto const file = folder_.fileOf("ball", 1).string();
+  auto const mesh =
+      runCommand({"mesh", file, "--distance", "rebuild", "-o", at("m.ply"), "--json"});
+  auto const expected = Json::parse(mesh.out)["distance"];
+  EXPECT_EQ(expected["mode"], "rebuild");
+  std::vector<std::string> arguments{"surface", at("ball"), "--distance",
+                                     "rebuild", "--mesh",   at("m.#.ply")};
+  auto const text = runCommand(arguments);
+  EXPECT_EQ(text.exit, 0) << text.err;
+  EXPECT_NE(text.out.find("\ndistance    rebuild: "), std::string::npos) << text.out;
+  EXPECT_NE(text.out.find("\nopen edges  0\n"), std::string::npos) << text.out;
+  arguments.push_back("--json");
+  auto const frames = Json::parse(runCommand(arguments).out)["frames"];
+  for (auto const& frame : frames) EXPECT_EQ(frame["distance"], expected);
+  std::vector<std::string> picture{"render", file,  "--distance", "rebuild",
+                                   "--size", "8x8", "-o",         at("r.png")};
+  EXPECT_NE(runCommand(picture).out.find("\ndistance  rebuild: "), std::string::npos);
+  picture.push_back("--json");
+  EXPECT_EQ(Json::parse(runCommand(picture).out)["distance"], expected);
+}
+
+TEST_F(SequenceTest, FramesThatWereTreatedUnlikeAreToldApart) {
+  // The second level set counts voxels where it should count lengths.
+  for (int const frame : {1, 2}) {
+    ObjectBuilder const ball("ball");
+    auto const volume = ball.voxels();
+    auto const distance = ball.sphere(volume, 6.f);
+    if (frame == 2) {
+      Processing::ScaleFilter<float>(10.f).filter(distance, distance);
+    }
+    folder_.write(ball.object(), frame);
+  }
+  auto const run = runCommand({"surface", at("ball"), "--mesh", at("m.#.ply")});
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_NE(run.out.find("\ndistance    keep in 1; scale in 2\n"), std::string::npos) << run.out;
+}
+
+TEST_F(SequenceTest, ReportsTheOpenEdgesOfAllFrames) {
+  ObjectBuilder const sheet("sheet");
+  sheet.plane(sheet.voxels());
+  for (int const frame : {1, 2}) folder_.write(sheet.object(), frame);
+  std::vector<std::string> arguments{"surface", at("sheet"),   "--distance",  "keep",
+                                     "--mesh",  at("m.#.ply"), "--allow-open"};
+  auto const text = runCommand(arguments);
+  arguments.push_back("--json");
+  auto const frames = Json::parse(runCommand(arguments).out)["frames"];
+  auto const each = frames[0]["open_edges"].get<int>();
+  ASSERT_GT(each, 0);
+  EXPECT_NE(text.out.find("\nopen edges  " + std::to_string(2 * each) + " in 2 frames\n"),
+            std::string::npos)
+      << text.out;
+  EXPECT_NE(text.err.find(", " + std::to_string(each) + " open edges, "), std::string::npos)
+      << text.err;
+}
+
 TEST_F(SequenceTest, FindsTheDistanceAsAllVerbsDoUnlessItsComponentIsNamed) {
   ObjectBuilder const ball("ball");
   auto const volume = ball.voxels("cells");
@@ -405,7 +496,7 @@ TEST_F(SequenceTest, FindsTheDistanceAsAllVerbsDoUnlessItsComponentIsNamed) {
   Host::setFieldClass(ball.sphere(volume, 5.f, "psi"), Host::FieldClass::LevelSet);
   folder_.writeTo(ball.object(), at("two.vdb"));
   auto const two = runCommand({"surface", at("two.vdb"), "--mesh", at("m.ply")});
-  EXPECT_EQ(two.exit, 6);
+  EXPECT_EQ(two.exit, 3);
   EXPECT_NE(two.err.find("two.vdb: no channel 'distance' and several level sets; choose one with "
                          "--channel: 'cells/phi', 'cells/psi'\n"),
             std::string::npos)

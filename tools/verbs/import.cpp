@@ -187,13 +187,14 @@ void run(Session& session, ImportOptions const& options) {
        << "frames      " << summaryOf(outcomes) << '\n'
        << "seconds     " << times.text() << '\n'
        << "output      " << (std::filesystem::is_empty(folder) ? "none" : folder) << '\n';
-  session.report(std::move(report), text.str());
   // A single file that cannot be read is an unreadable input, no gap in a sequence.
-  if (outcomes.size() == 1 && !outcomes.front().error.empty()) {
-    session.fail(FramePattern(options.input).numbered() ? ExitCode::Frames : ExitCode::Input);
-  } else {
-    finishSequence(session, outcomes, options.input);
+  bool const failed = outcomes.size() == 1 && !outcomes.front().error.empty();
+  if (failed) {
+    bool const sequence = FramePattern(options.input).numbered();
+    session.fail(sequence ? ExitCode::Frames : ExitCode::Input, outcomes.front().error);
   }
+  session.report(std::move(report), text.str());
+  if (!failed) finishSequence(session, outcomes, options.input);
 }
 
 }  // namespace

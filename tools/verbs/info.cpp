@@ -214,7 +214,8 @@ void run(Session& session, InputOptions const& options) {
     entry["components"] = components;
     objects.push_back(entry);
   }
-  if (!anyRead && !objects.empty()) return;  // the messages say it all
+  // The messages say it all, but programs do not read them.
+  if (!anyRead && !objects.empty() && !session.options().json) return;
   report["objects"] = objects;
   auto const text = describeInWords(report);
   session.report(std::move(report), text);

@@ -47,16 +47,11 @@ void run(Session& session, MeshOptions const& options) {
   writeMesh(session, mesh, options.output);
   times.end("write");
 
-  auto const how = surface->distance().dictionary();
-  auto const mode = how.value<API::String>("distance_mode").str();
-  auto const reason = how.value<API::String>("distance_reason").str();
+  auto const treatment = treatmentOf(*surface);
   Json report = reportOf(input, selection);
   report["component"] = channel.component;
   report["channel"] = channel.channel;
-  report["distance"] = {
-      {"mode", mode},
-      {"factor", how.hasValue("distance_factor") ? how.value<float>("distance_factor") : 1.f},
-      {"reason", reason}};
+  report["distance"] = treatment.report();
   report["subdivisions"] = options.content.subdivisions;
   report["output"] = options.output;
   report["format"] = format.name;
@@ -70,9 +65,7 @@ void run(Session& session, MeshOptions const& options) {
   text.imbue(std::locale::classic());
   text << "object      " << wordsFor(selection) << '\n'
        << "channel     " << channel.component << '/' << channel.channel << '\n';
-  if (!mode.empty()) {
-    text << "distance    " << mode << (reason.empty() ? "" : ": " + reason) << '\n';
-  }
+  if (!treatment.mode.empty()) text << "distance    " << treatment.words() << '\n';
   text << "vertices    " << mesh.vertices.count() << '\n'
        << "triangles   " << mesh.triangles.count() << '\n'
        << "open edges  " << open << '\n'

@@ -47,6 +47,9 @@ struct Subject {
   std::array<double, 3> origin{};
   double radius = 0.;
 
+  DistanceTreatment treatment() const {
+    return surface.surface != nullptr ? treatmentOf(*surface.surface) : DistanceTreatment();
+  }
   char const* kind() const {
     if (points.valid()) return "spheres";
     return volume != nullptr ? "fog" : "surface";
@@ -210,6 +213,7 @@ void run(Session& session, RenderOptions options) {
     image = subject.picture(camera, options.view.settings,
                             [&progress](double done) { progress.show(done); });
   }
+  auto const treatment = subject.treatment();
   double const renderSeconds = times.end("render");
   OutputFile out(options.output);
   format.write(image, out);
@@ -226,6 +230,7 @@ void run(Session& session, RenderOptions options) {
   report["component"] = subject.channel.component;
   report["channel"] = subject.channel.channel;
   report["as"] = subject.kind();
+  if (!treatment.mode.empty()) report["distance"] = treatment.report();
   if (subject.points.valid()) report["spheres"] = Render::sphereCount(subject.points);
   report["shade"] = nameOf(options.view.settings.shading);
   report["size"] = {image.width, image.height};
@@ -243,8 +248,9 @@ void run(Session& session, RenderOptions options) {
   text.imbue(std::locale::classic());
   text << "object    " << wordsFor(selection) << '\n'
        << "channel   " << subject.channel.component << '/' << subject.channel.channel << ", as "
-       << subject.kind() << '\n'
-       << "size      " << image.width << " x " << image.height << ", "
+       << subject.kind() << '\n';
+  if (!treatment.mode.empty()) text << "distance  " << treatment.words() << '\n';
+  text << "size      " << image.width << " x " << image.height << ", "
        << options.view.settings.samples << " rays per pixel\n"
        << std::fixed << std::setprecision(1) << "covered   " << covered * 100. << " %\n"
        << "seconds   " << times.text() << '\n'

@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <iomanip>
 #include <locale>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 
 #include "command.h"
@@ -87,14 +89,13 @@ class SurfaceSequence {
     auto const outcomes = runFrames(
         session_, "surface", frames_, options_.sequence, input_.path(),
         [this](int frame) { return exists(frame); },
-        [this](FrameOutcome& outcome) { makeFrame(outcome); }, numbered());
+        [this](FrameOutcome& outcome) { makeFrame(outcome); }, !alone());
     auto const open = openFrames(outcomes);
-    report(outcomes, open, watch.lap());
-    if (numbered()) {
-      finishSequence(session_, outcomes, input_.path());
-    } else if (!outcomes.front().error.empty()) {
-      session_.fail(ExitCode::Frames);  // all has been said
+    if (alone() && !outcomes.front().error.empty()) {
+      session_.fail(outcomes.front().code, outcomes.front().error);
     }
+    report(outcomes, open, watch.lap());
+    if (!alone()) finishSequence(session_, outcomes, input_.path());
     if (!open.empty()) reportOpen(open);
   }
 
@@ -103,8 +104,11 @@ class SurfaceSequence {
     return parameters_.render_component == Processing::SurfaceParameters::Particle;
   }
 
-  // Else the input is one file that stands for every frame.
-  bool numbered() const { return !options_.frames.empty() || !object_.frames.empty(); }
+  // One file is no sequence, whatever its number.
+  bool alone() const {
+    bool const numbered = !options_.frames.empty() || !object_.frames.empty();
+    return !numbered || (input_.isFile() && frames_.size() == 1);
+  }
 
   void chooseFrames() {
     if (!options_.frames.empty()) {
@@ -231,6 +235,8 @@ class SurfaceSequence {
     auto const& surface = *loaded;
     auto place = origin(surface.voxels());
     for (auto& x : place) x *= static_cast<double>(parameters_.space_scale);
+    auto const treatment = treatmentOf(surface);
+    if (!treatment.mode.empty()) outcome.report["distance"] = treatment.report();
     Json seconds;
     seconds["surface"] = watch.lap();
 
@@ -244,6 +250,7 @@ class SurfaceSequence {
       outcome.report["triangles"] = made.mesh.triangles.count();
       outcome.report["open_edges"] = made.open;
       outcome.line = std::to_string(made.mesh.triangles.count()) + " triangles";
+      if (made.open > 0) outcome.line += ", " + std::to_string(made.open) + " open edges";
       // Without particles there is nothing that could be missed.
       if (made.mesh.triangles.empty() && !(particles() && surface.points().elementCount() == 0)) {
         session_.warn(mesh_.path(outcome.frame) + ": there is no surface; the mesh is empty");
@@ -314,16 +321,42 @@ class SurfaceSequence {
     return open;
   }
 
+  // What was done to the distances of the frames, in the words of each if they agree.
+  static std::string treatments(std::vector<FrameOutcome> const& outcomes) {
+    std::set<std::string> words;
+    std::map<std::string, std::vector<int>> frames;
+    for (auto const& outcome : outcomes) {
+      if (!outcome.report.contains("distance")) continue;
+      auto const& said = outcome.report["distance"];
+      DistanceTreatment const treatment{said["mode"], said["reason"], said["factor"]};
+      words.insert(treatment.words());
+      frames[treatment.mode].push_back(outcome.frame);
+    }
+    if (words.size() == 1) return *words.begin();
+    std::string text;
+    for (auto& [mode, which] : frames) {
+      std::sort(which.begin(), which.end());
+      text += (text.empty() ? "" : "; ") + mode;
+      if (frames.size() > 1) text += " in " + frameList(which);
+    }
+    return text;
+  }
+
   void report(std::vector<FrameOutcome> const& outcomes, std::vector<int> const& open,
               double seconds) {
-    std::size_t triangles = 0;
     double work = 0.;
+    bool none = true;
     for (auto const& outcome : outcomes) {
       work += outcome.seconds;
-      if (outcome.report.contains("triangles")) {
-        triangles += outcome.report["triangles"].get<std::size_t>();
-      }
+      none = none && !outcome.error.empty();
     }
+    auto const sum = [&outcomes](char const* field) {
+      std::size_t total = 0;
+      for (auto const& outcome : outcomes) {
+        if (outcome.report.contains(field)) total += outcome.report[field].get<std::size_t>();
+      }
+      return total;
+    };
     Json report;
     report["input"] = input_.path();
     report["object"] = object_.name;
@@ -335,23 +368,25 @@ class SurfaceSequence {
     std::ostringstream text;
     text.imbue(std::locale::classic());
     text << "object      " << object_.name << '\n' << "frames      " << summaryOf(outcomes) << '\n';
-    if (!options_.mesh.empty()) {
-      text << "triangles   " << triangles << '\n'
-           << "not closed  " << (open.empty() ? "none" : std::to_string(open.size()) + " frames")
-           << '\n';
+    auto const treated = treatments(outcomes);
+    if (!treated.empty()) text << "distance    " << treated << '\n';
+    if (!options_.mesh.empty() && !none) {
+      text << "triangles   " << sum("triangles") << '\n' << "open edges  " << sum("open_edges");
+      if (!open.empty() && !alone()) text << " in " << open.size() << " frames";
+      text << '\n';
     }
     text << std::fixed << std::setprecision(2) << "seconds     " << seconds << " ("
          << work / static_cast<double>(std::max<std::size_t>(1, outcomes.size()))
          << " per frame, several at a time)\n";
     for (auto const& output : {options_.mesh, options_.picture, options_.vdb}) {
-      if (!output.empty()) text << "output      " << output << '\n';
+      if (!output.empty() && !none) text << "output      " << output << '\n';
     }
-    session_.report(std::move(report), text.str());
+    // The error of one file says it all.
+    session_.report(std::move(report), alone() && none ? "" : text.str());
   }
 
   void reportOpen(std::vector<int> const& open) {
-    auto const words =
-        "the mesh is not closed" + (numbered() ? " in frame " + frameList(open) : "");
+    auto const words = "the mesh is not closed" + (alone() ? "" : " in frame " + frameList(open));
     if (options_.allowOpen) {
       session_.note(input_.path() + ": " + words);
     } else {
