@@ -66,7 +66,7 @@ std::string HelperRun::run(std::string const& request, double seconds) {
     if (auto problem = send(request); !problem.empty()) return problem;
     end = wait(seconds);
   }
-  if (end == End::Lost) return "the helper is gone";
+  if (end == End::Lost) return HelperServer::instance().end();
   if (end == End::Late) {
     closeIfOpen(report_);  // which ends the worker
     return "the helper was still busy after the limit of " + numberText(seconds) + " seconds";

@@ -2,9 +2,9 @@
 
 /// What the library and its helper program agree on. The helper is started once,
 /// with the process number of its parent as its only argument and a packet socket
-/// as descriptor 3. It goes into the background and forks a worker for each
-/// message on the socket, because loading its libraries takes longer than reading
-/// a small file. With the message come a memory file with the packed request,
+/// as descriptor 3. It forks a worker for each message on the socket, because
+/// loading its libraries takes longer than reading a small file, and ends when none
+/// came for a while. With the message come a memory file with the packed request,
 /// which the worker fills with the image; a pipe for what it prints; the folder
 /// that relative paths start from; and a packet socket on which the helper reports
 /// the worker's end, as `waitpid` tells it. A worker whose report nobody waits for

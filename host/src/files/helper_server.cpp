@@ -2,9 +2,11 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -68,6 +70,15 @@ HelperServer::~HelperServer() { stop(); }
 void HelperServer::stop() noexcept {
   if (requests_ >= 0) ::close(requests_);
   requests_ = -1;
+  if (server_ < 0) return;
+  // It holds nothing that an end in the middle could hurt.
+  if (owner_ == ::getpid() && ::syscall(SYS_pidfd_send_signal, server_, SIGKILL, nullptr, 0) == 0) {
+    siginfo_t info;
+    while (::waitid(P_PIDFD, static_cast<id_t>(server_), &info, WEXITED) < 0 && errno == EINTR) {
+    }
+  }
+  ::close(server_);
+  server_ = -1;
 }
 
 std::string HelperServer::send(Descriptors const& request) {
@@ -76,6 +87,19 @@ std::string HelperServer::send(Descriptors const& request) {
   stop();
   if (auto problem = start(); !problem.empty()) return problem;
   return sendDescriptors(requests_, request) ? std::string() : words("the helper takes no request");
+}
+
+std::string HelperServer::end() {
+  std::lock_guard const lock(mutex_);
+  constexpr int untilItIsGone = 1000;  // milliseconds; its files close first
+  pollfd process{server_, POLLIN, 0};
+  siginfo_t info{};
+  if (::poll(&process, 1, untilItIsGone) == 1 &&
+      ::waitid(P_PIDFD, static_cast<id_t>(server_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+      info.si_code == CLD_EXITED) {
+    return "the helper ended with code " + std::to_string(info.si_status);
+  }
+  return "the helper is gone";
 }
 
 std::string HelperServer::start() {
@@ -115,20 +139,14 @@ std::string HelperServer::start() {
   int const error = ::posix_spawn(&pid, program.c_str(), &plan.files, &plan.attributes,
                                   arguments.data(), environ);
   ::close(far);
-  requests_ = ends[0];
-  user_ = ::geteuid();
   if (error != 0) {
-    stop();
+    ::close(ends[0]);
     return "the helper '" + program + "' could not be started: " + std::strerror(error);
   }
-  // Into the background, which is where it goes as soon as it is loaded.
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != Helper::done) {
-    stop();
-    return "the helper '" + program + "' failed as it started";
-  }
+  requests_ = ends[0];
+  server_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  owner_ = ::getpid();
+  user_ = ::geteuid();
   return {};
 }
 

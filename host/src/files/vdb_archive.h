@@ -2,7 +2,6 @@
 
 #include <openvdb/io/Archive.h>
 #include <openvdb/io/GridDescriptor.h>
-#include <openvdb/openvdb.h>
 
 #include <istream>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "files/file_reader.h"
+#include "files/vdb_grids.h"
 
 namespace Velmor::Host::Files {
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include <string>
 
+#include "files/vdb_grids.h"
 #include "velmorhost/files.h"
 
 namespace Velmor::Host::Files {

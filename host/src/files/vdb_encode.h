@@ -1,9 +1,8 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include "core/channel_item.h"
 #include "files/source_field.h"
+#include "files/vdb_grids.h"
 #include "velmorapi/component.h"
 
 namespace Velmor::Host::Files {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include <cstdint>
+
+#include "files/vdb_grids.h"
 
 namespace Velmor::Host::Files {
 

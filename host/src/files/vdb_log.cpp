@@ -4,11 +4,12 @@
 #include <log4cplus/initializer.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
-#include <openvdb/openvdb.h>
 
 #include <algorithm>
 #include <mutex>
 #include <utility>
+
+#include "files/vdb_grids.h"
 
 namespace Velmor::Host::Files {
 

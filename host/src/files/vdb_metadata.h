@@ -1,10 +1,9 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include <vector>
 
 #include "files/image.h"
+#include "files/vdb_grids.h"
 #include "velmorapi/dictionary.h"
 
 namespace Velmor::Host::Files {

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "files/image.h"
+#include "files/vdb_grids.h"
 
 namespace Velmor::Host::Files {
 

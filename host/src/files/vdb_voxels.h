@@ -1,9 +1,8 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
-
 #include "files/image.h"
 #include "files/tree_shape.h"
+#include "files/vdb_grids.h"
 
 namespace Velmor::Host::Files {
 

@@ -1,7 +1,6 @@
 #include "files/vdb_write.h"
 
 #include <openvdb/io/Archive.h>
-#include <openvdb/openvdb.h>
 
 #include <algorithm>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "files/plain_tiles.h"
 #include "files/source_field.h"
 #include "files/vdb_encode.h"
+#include "files/vdb_grids.h"
 #include "files/vdb_log.h"
 #include "files/vdb_metadata.h"
 #include "velmorapi/layout.h"

@@ -84,7 +84,7 @@ bool look(Worker& worker, pollfd const& process, pollfd const& report) {
 
 }  // namespace
 
-void serveRequests(int requests, int (*work)(int memory)) {
+void serveRequests(int requests, int idleMilliseconds, int (*work)(int memory)) {
   std::vector<Worker> workers;
   std::vector<pollfd> events;
   for (;;) {
@@ -93,7 +93,10 @@ void serveRequests(int requests, int (*work)(int memory)) {
       events.push_back({worker.process, POLLIN, 0});
       events.push_back({worker.report, 0, 0});
     }
-    if (::poll(events.data(), events.size(), -1) < 0) continue;
+    auto const ready =
+        ::poll(events.data(), events.size(), workers.empty() ? idleMilliseconds : -1);
+    if (ready < 0) continue;
+    if (ready == 0) return;
     for (auto w = workers.size(); w-- > 0;) {
       if (look(workers[w], events[2 * w + 1], events[2 * w + 2])) {
         workers.erase(workers.begin() + static_cast<std::ptrdiff_t>(w));

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
-#include <openvdb/openvdb.h>
 #include <openvdb/tools/ChangeBackground.h>
 
 #include <cmath>
 #include <limits>
 
+#include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
 #include "processing/extend_filter.h"

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
-#include <openvdb/openvdb.h>
 
 #include <cmath>
 #include <fstream>
 #include <set>
 
+#include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
 

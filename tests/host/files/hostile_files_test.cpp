@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <openvdb/openvdb.h>
 #include <openvdb/points/PointAttribute.h>
 #include <openvdb/points/PointConversion.h>
 
@@ -12,6 +11,7 @@
 #include <random>
 #include <thread>
 
+#include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
 #include "support/seed.h"

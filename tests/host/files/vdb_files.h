@@ -1,9 +1,10 @@
 #pragma once
 
-#include <openvdb/openvdb.h>
 #include <openvdb/tools/LevelSetSphere.h>
 
 #include <string>
+
+#include "files/vdb_grids.h"
 
 namespace Velmor::Test {
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <openvdb/openvdb.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -10,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
 
