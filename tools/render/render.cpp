@@ -113,11 +113,12 @@ Image castRays(Tracer const& prototype, Camera const& camera, Settings const& se
           image.depth[at] = static_cast<float>(depth / hits);
         }
       }
-    }
-    int const done = rowsDone += rows.end() - rows.begin();
-    if (progress) {
-      std::lock_guard const lock(reporting);
-      progress(static_cast<double>(done) / settings.height);
+      // Each row, for a hundred of them may be one piece, and take minutes.
+      int const done = ++rowsDone;
+      if (progress) {
+        std::lock_guard const lock(reporting);
+        progress(static_cast<double>(done) / settings.height);
+      }
     }
   });
   return image;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
@@ -135,6 +136,21 @@ TEST(ReachOfPoints, IsTheirBoxWithTheRadius) {
   EXPECT_NEAR(length(box.max - Vec3d(0.55, 0.25, 0.15)), 0., 1e-6);
   auto const none = reachOf(Cloud({}).points, 1.5);
   EXPECT_GT(none.min.x, none.max.x);
+}
+
+TEST(RenderSpheres, ReportsProgressRowByRow) {
+  Cloud const cloud({{0.f, 0.f, 0.f}, {3.f, 0.f, 0.f}});
+  Settings settings;
+  settings.width = 8;
+  settings.height = 64;
+  std::vector<double> shares;
+  renderSpheres(cloud.points, 50., Camera({0., 0., 20.}, {0., 0., 0.}, 40.), settings,
+                [&shares](double done) { shares.push_back(done); });
+  ASSERT_EQ(shares.size(), 64u);
+  std::sort(shares.begin(), shares.end());
+  for (std::size_t row = 0; row < 64; ++row) {
+    EXPECT_EQ(shares[row], static_cast<double>(row + 1) / 64.);
+  }
 }
 
 TEST(RenderSpheres, CoversWhatOneSphereCovers) {
