@@ -4,7 +4,6 @@
 #include <array>
 
 #include "failure.h"
-#include "names.h"
 #include "output.h"
 #include "velmorapi/object_model.h"
 #include "velmorhost/files.h"
@@ -36,14 +35,7 @@ VoxelTarget requireChannel(API::Object const& object, std::string const& name,
     API::VoxelComponent const component(object.findComponent(found->component));
     return {component, API::VoxelChannel(component.findChannel(found->channel))};
   }
-  std::vector<std::string> names;
-  for (auto const& component : object.components()) {
-    API::VoxelComponent const voxels = component;
-    for (auto const& channel : voxels.channels()) names.push_back(channel.name().str());
-  }
-  throw Failure(ExitCode::Input, subject,
-                "no voxel channel '" + name + "'; there is " + quotedList(names, "none") +
-                    didYouMean(name, names));
+  failWithoutChannel(object, name, subject);
 }
 
 void refuseReserved(std::string const& option, std::string const& name) {

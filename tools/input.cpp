@@ -283,6 +283,44 @@ bool hasDistance(API::Object const& object) {
   return named("distance") || levelSets == 1 || (levelSets > 1 && !named("density"));
 }
 
+void failWithoutChannel(API::Object const& object, std::string const& name,
+                        std::string const& subject) {
+  auto const slash = name.find('/');
+  std::vector<std::string> names, all;
+  for (auto const& component : object.components()) {
+    API::VoxelComponent const voxels = component;
+    auto const at = voxels.name().str();
+    for (auto const& channel : voxels.channels()) {
+      bool const meant = slash == std::string::npos || at == name.substr(0, slash);
+      if (meant) names.push_back(channel.name().str());
+      all.push_back(at + "/" + channel.name().str());
+    }
+  }
+  auto const& known = names.empty() ? all : names;
+  bool const particles = all.empty() && holdsParticles(object);
+  throw Failure(ExitCode::Input, subject,
+                "no voxel channel '" + name + "'; there is " + quotedList(known, "none") +
+                    (particles ? ": the object has particles only" : "") + didYouMean(name, known));
+}
+
+std::vector<std::string> floatChannelsOutside(API::Object const& object,
+                                              std::string const& component) {
+  std::vector<std::string> names;
+  for (auto const& channel : floatChannels(object)) {
+    if (channel.at.component != component) {
+      names.push_back(channel.at.component + "/" + channel.at.channel);
+    }
+  }
+  return names;
+}
+
+bool holdsParticles(API::Object const& object) {
+  auto const components = object.components();
+  return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
+    return API::PointComponent{API::Ref(component)}.valid();
+  });
+}
+
 std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted) {
   std::vector<std::string> names;
   for (auto const& component : object.components()) {

@@ -98,6 +98,20 @@ bool hasDistance(API::Object const& object);
 /// channel of that type, or the type that the channel has. May be empty.
 std::string channelHint(API::Object const& object, std::string const& name, API::DataType wanted);
 
+/// Throws the `Failure` of code `Input` for a voxel channel that there is not: it
+/// lists those of the component that `name` ("channel" or "component/channel")
+/// means, else those of all.
+[[noreturn]] void failWithoutChannel(API::Object const& object, std::string const& name,
+                                     std::string const& subject);
+
+/// The float channels outside the component of that name, as --channel takes them;
+/// the name may be that of no component.
+std::vector<std::string> floatChannelsOutside(API::Object const& object,
+                                              std::string const& component);
+
+/// Whether the object has a component of points.
+bool holdsParticles(API::Object const& object);
+
 /// "float", "float2", ... as users read it.
 std::string typeName(API::DataType type);
 

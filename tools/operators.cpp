@@ -255,6 +255,7 @@ Operator::Step bindOcean(std::vector<std::string> const& arguments, std::string 
   double const height = parseNumber("ocean", arguments[0]) - target.origin[1];
   auto const at = parseRectangle("ocean", arguments[1], arguments[2], target);
   auto const radius = static_cast<float>(parseNumber("ocean", arguments[3]));
+  if (radius < 0.f) badValue("ocean", arguments[3], "a radius, which is 0 or more");
   checkOcean(target, height, at);
   ExtendFilter const filter(static_cast<float>(height), at.center, at.dimension, radius, mask);
   return [filter](API::VoxelChannel const& channel) { filter.filter(channel, channel); };
@@ -285,6 +286,11 @@ bool Operator::isOcean() const { return name_ == "ocean"; }
 bool Operator::makesChannel() const { return name_ == "uvs"; }
 
 bool Operator::keepsDistance() const { return name_ != "laplacian" && name_ != "curvature"; }
+
+bool Operator::wantsDistance() const {
+  return name_ == "dilate" || name_ == "erode" || name_ == "curvature" || isOcean() ||
+         (name_ == "smooth" && arguments_[0] == "curvature");
+}
 
 std::string Operator::maskName() const {
   return isOcean() && arguments_.size() == 5 ? arguments_[4] : std::string();

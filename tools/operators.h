@@ -40,6 +40,8 @@ class Operator {
   bool makesChannel() const;
   /// Whether the result is a distance where the input is one.
   bool keepsDistance() const;
+  /// Whether it means something on a distance alone.
+  bool wantsDistance() const;
   /// The mask channel that it leaves; empty if none.
   std::string maskName() const;
 

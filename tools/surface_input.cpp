@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "channel_edits.h"
+#include "names.h"
 
 namespace Velmor::Tool {
 
@@ -29,11 +30,10 @@ void choose(FoundChannel const& channel, Host::DistanceMode mode,
   parameters.distance_channel = channel.channel;
 }
 
-template <class Kind>
-bool holds(API::Object const& object) {
+bool holdsVoxels(API::Object const& object) {
   auto const components = object.components();
   return std::any_of(components.begin(), components.end(), [](API::Component const& component) {
-    return Kind{API::Ref(component)}.valid();
+    return API::VoxelComponent{API::Ref(component)}.valid();
   });
 }
 
@@ -56,7 +56,7 @@ std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::s
     } catch (Failure const&) {
       return std::nullopt;  // the surface has said what is wrong
     }
-    if (!holds<API::VoxelComponent>(object)) return std::nullopt;
+    if (!holdsVoxels(object)) return std::nullopt;
     if (name.empty()) {
       found = defaultDistance(object, input.path());
     } else {
@@ -71,12 +71,35 @@ std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::s
   return found;
 }
 
-bool holdsParticles(Input const& input, Selection const& selection) {
-  try {
-    return holds<API::PointComponent>(input.load(selection));
-  } catch (Failure const&) {
-    return false;  // the surface has said what is wrong
+// What the library's message does not say: where else a distance could be. It ends
+// with the list of one component, which may hold none.
+std::string hintFor(Processing::Surface const& surface, Input const& input,
+                    Selection const& selection, std::string const& channel) {
+  API::VoxelComponent const voxels(surface.voxels());
+  if (voxels.valid()) {
+    API::Object const object(voxels.object());
+    API::Channel const found(voxels.findChannel(channel));
+    if (found.valid() && found.dataType() == API::DataType::Float) return "";
+    auto const others = floatChannelsOutside(object, voxels.name().str());
+    std::string text;
+    if (!others.empty()) {
+      text = "Other components have " + quotedList(others, "") + ". ";
+    } else if (floatChannelsOutside(object, "").empty()) {
+      text = "No component has a float channel. ";
+    }
+    return text + channelHint(object, channel, API::DataType::Float);
   }
+  API::Object object;
+  try {
+    object = input.load(selection);
+  } catch (Failure const&) {
+    return "";  // the surface has said what is wrong
+  }
+  auto const channels = floatChannelsOutside(object, "");
+  if (!channels.empty()) return " The object has " + quotedList(channels, "") + ".";
+  if (!holdsParticles(object)) return "";
+  return " The object has particles: velmor surface makes a surface of them, with "
+         "--render-component Particle";
 }
 
 }  // namespace
@@ -103,25 +126,16 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
     surface.reset();
     surface = std::make_unique<Processing::Surface>(parameters);
   }
-  if (!surface->status() && surface->voxels().valid()) {
-    auto const hint =
-        channelHint(surface->voxels().object(), loaded.channel.channel, API::DataType::Float);
-    if (!hint.empty()) {
-      throw Failure(ExitCode::Input, input.path(), surface->status().error().str() + hint);
-    }
-  }
-  checkSurface(session, *surface, input, selection);
+  checkSurface(session, *surface, input, selection, loaded.channel.channel);
   loaded.origin = origin(surface->voxels());
   return loaded;
 }
 
 void checkSurface(Session& session, Processing::Surface const& surface, Input const& input,
-                  Selection const& selection) {
-  if (!surface.status() && !surface.voxels().valid() && holdsParticles(input, selection)) {
-    throw Failure(ExitCode::Input, input.path(),
-                  surface.status().error().str() +
-                      " The object has particles: velmor surface makes a surface of them, with "
-                      "--render-component Particle");
+                  Selection const& selection, std::string const& channel) {
+  auto const hint = surface.status() ? std::string() : hintFor(surface, input, selection, channel);
+  if (!hint.empty()) {
+    throw Failure(ExitCode::Input, input.path(), surface.status().error().str() + hint);
   }
   session.check(surface.status(), input.path());
 }

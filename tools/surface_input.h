@@ -32,11 +32,11 @@ LoadedSurface loadSurface(Session& session, Input const& input, Selection const&
                           std::string const& channel, Host::DistanceMode distance,
                           Processing::SurfaceParameters parameters = withoutParticles());
 
-/// Passes on the status of a surface that takes its distance from voxels, as
-/// `Session::check` does. Where the object has particles instead, the `Failure`
-/// says how they become a surface.
+/// Passes on the status of a surface that takes its distance from a voxel channel,
+/// as `Session::check` does. The `Failure` also says which channels the object has
+/// elsewhere, and where it has particles instead how they become a surface.
 void checkSurface(Session& session, Processing::Surface const& surface, Input const& input,
-                  Selection const& selection);
+                  Selection const& selection, std::string const& channel);
 
 /// What loading did to the channel of a surface's distance.
 struct DistanceTreatment {

@@ -25,6 +25,7 @@ struct Field {
   // Puts a text into the field; false if it does not fit.
   std::function<bool(std::string const&, Parameters&)> set;
   std::function<Json(Parameters const&)> get;
+  char const* range = "";  // what the kind alone does not say
 };
 
 struct Key {
@@ -56,6 +57,15 @@ Field number(float Owner::*field) {
             return true;
           },
           [field](Parameters const& p) { return shortest(p.*field); }};
+}
+
+template <class Owner>
+Field length(float Owner::*field) {
+  auto const any = number(field);
+  return {[any, field](std::string const& text, Parameters& p) {
+            return any.set(text, p) && p.*field >= 0.f;
+          },
+          any.get, ", 0 or more"};
 }
 
 Field integer(int Parameters::*field) {
@@ -199,7 +209,7 @@ std::vector<Key> const& keys() {
       {"ocean_blending_center", "X,Z", "Centre of the ocean", pair(&P::ocean_blending_center)},
       {"ocean_blending_dimension", "X,Z", "Size of the ocean", pair(&P::ocean_blending_dimension)},
       {"ocean_blending_radius", "DISTANCE", "Width of the transition",
-       number<P>(&P::ocean_blending_radius)},
+       length<P>(&P::ocean_blending_radius)},
       {"ocean_blending_out_channel", "NAME", "Channel to keep the ocean's mask in",
        name<P>(&P::ocean_blending_out_channel)},
       {"enable_ocean_blending_uvs", "true|false", "Extend texture coordinates over the ocean",
@@ -223,30 +233,100 @@ std::string withDashes(std::string key) {
   return key;
 }
 
-// The text that an option would have for a JSON value; nothing for what no key takes.
-std::optional<std::string> textOf(Json const& value) {
+// One number, truth or text.
+std::optional<std::string> scalarText(Json const& value) {
   if (value.is_string()) return value.get<std::string>();
   if (value.is_number() || value.is_boolean()) return value.dump();
+  return std::nullopt;
+}
+
+// The text that an option would have for a JSON value; nothing for what no key
+// takes. It goes no deeper than a box: files may nest as deep as they like.
+std::optional<std::string> listText(Json const& value) {
+  if (!value.is_array()) return scalarText(value);
   std::string text;
-  if (value.is_array()) {
-    for (auto const& part : value) {
-      auto const one = textOf(part);
-      if (!one) return std::nullopt;
-      text += (text.empty() ? "" : ",") + *one;
-    }
-    return text;
+  for (auto const& part : value) {
+    auto const one = scalarText(part);
+    if (!one) return std::nullopt;
+    text += (text.empty() ? "" : ",") + *one;
   }
-  if (value.is_object() && value.size() == 2 && value.contains("min") && value.contains("max")) {
-    auto const min = textOf(value["min"]), max = textOf(value["max"]);
+  return text;
+}
+
+std::optional<std::string> textOf(Json const& value) {
+  if (!value.is_object()) return listText(value);
+  if (value.size() == 2 && value.contains("min") && value.contains("max")) {
+    auto const min = listText(value["min"]), max = listText(value["max"]);
     if (min && max) return *min + "," + *max;
   }
   return std::nullopt;
 }
 
 [[noreturn]] void refuse(std::string const& source, Key const& key, std::string const& text) {
-  throw Failure(ExitCode::Usage, source,
-                std::string(key.name) + ": '" + text + "' does not fit; write " + key.kind);
+  throw Failure(
+      ExitCode::Usage, source,
+      std::string(key.name) + ": '" + text + "' does not fit; write " + key.kind + key.field.range);
 }
+
+Key const& keyOf(std::string const& name, std::string const& path) {
+  auto const* const key = find(name);
+  if (key != nullptr) return *key;
+  if (name == "cache_folder" || name == "object") {
+    throw Failure(ExitCode::Usage, path,
+                  "key '" + name + "': the input and --object say that on the command line");
+  }
+  std::vector<std::string> names;
+  for (auto const& known : keys()) names.emplace_back(known.name);
+  // A key in the spelling of the options is one step away.
+  auto underscores = name;
+  std::replace(underscores.begin(), underscores.end(), '-', '_');
+  auto const hint = didYouMean(underscores, names);
+  throw Failure(
+      ExitCode::Usage, path,
+      "no key '" + name + "'" + (hint.empty() ? "; velmor surface --help lists them" : hint));
+}
+
+// Reads a file that is no JSON up to the place where it ceases to be, and throws.
+class Complaint final : public nlohmann::json_sax<Json> {
+ public:
+  Complaint(std::string const& path, std::vector<char> const& bytes) : path_(path), bytes_(bytes) {}
+
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, string_t const&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_object(std::size_t) override { return ++depth_ > 0; }
+  bool end_object() override { return depth_-- > 0; }
+  bool start_array(std::size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool key(string_t& name) override {
+    if (depth_ == 1) key_ = name;
+    return true;
+  }
+  bool parse_error(std::size_t position, std::string const& token,
+                   nlohmann::detail::exception const& error) override {
+    // JSON, but a number that nothing can hold.
+    bool const tooLarge = dynamic_cast<Json::out_of_range const*>(&error) != nullptr;
+    if (tooLarge && !key_.empty()) refuse(path_, keyOf(key_, path_), token);
+    auto const end =
+        bytes_.begin() + static_cast<std::ptrdiff_t>(std::min(position, bytes_.size()));
+    auto const line = std::count(bytes_.begin(), end, '\n') + 1;
+    throw Failure(ExitCode::Input, path_,
+                  "line " + std::to_string(line) + ": no JSON" +
+                      (token.empty() || position > bytes_.size() ? ", it ends too early"
+                                                                 : ": '" + token + "'") +
+                      (key_.empty() ? "" : " after the key '" + key_ + "'"));
+  }
+
+ private:
+  std::string const& path_;
+  std::vector<char> const& bytes_;
+  std::string key_;
+  int depth_ = 0;
+};
 
 }  // namespace
 
@@ -264,33 +344,17 @@ void addSurfaceKeys(CLI::App& verb, SurfaceValues& values) {
 
 SurfaceValues readSurfaceValues(std::string const& path) {
   auto const bytes = readFile(path);
-  Json document;
-  try {
-    document = Json::parse(bytes.begin(), bytes.end());
-  } catch (Json::exception const& e) {
-    throw Failure(ExitCode::Input, path, std::string("no JSON: ") + e.what());
+  auto const document = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
+  if (document.is_discarded()) {
+    Complaint complaint(path, bytes);
+    Json::sax_parse(bytes.begin(), bytes.end(), &complaint);
   }
   if (!document.is_object()) throw Failure(ExitCode::Input, path, "no JSON object of keys");
   SurfaceValues values;
   for (auto const& [name, value] : document.items()) {
-    auto const* const key = find(name);
-    if (key == nullptr) {
-      if (name == "cache_folder" || name == "object") {
-        throw Failure(ExitCode::Usage, path,
-                      "key '" + name + "': the input and --object say that on the command line");
-      }
-      std::vector<std::string> names;
-      for (auto const& known : keys()) names.emplace_back(known.name);
-      // A key in the spelling of the options is one step away.
-      auto underscores = name;
-      std::replace(underscores.begin(), underscores.end(), '-', '_');
-      auto const hint = didYouMean(underscores, names);
-      throw Failure(
-          ExitCode::Usage, path,
-          "no key '" + name + "'" + (hint.empty() ? "; velmor surface --help lists them" : hint));
-    }
+    auto const& key = keyOf(name, path);
     auto const text = textOf(value);
-    if (!text) refuse(path, *key, value.dump());
+    if (!text) refuse(path, key, value.is_null() ? "null" : value.is_array() ? "[...]" : "{...}");
     values[name] = *text;
   }
   return values;

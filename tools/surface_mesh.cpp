@@ -5,15 +5,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
+#include <locale>
 #include <set>
 #include <sstream>
 
+#include "channel_stats.h"
 #include "input.h"
 #include "names.h"
 #include "output.h"
 #include "processing/mesher.h"
 #include "processing/sampler.h"
 #include "value_types.h"
+#include "velmorhost/scene.h"
 #include "writers/mesh_writer.h"
 
 namespace Velmor::Tool {
@@ -123,6 +127,23 @@ SurfaceMesh meshOf(Processing::Surface const& surface, std::array<double, 3> con
     if (!name.empty() && known.insert(name).second) addAttribute(surface, name, mesh, subject);
   }
   return result;
+}
+
+std::string whyNoSurface(API::VoxelChannel const& distance) {
+  auto const stats = voxelStats(distance);
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << "'" << distance.name().str() << "' crosses zero nowhere: ";
+  if (stats.min.empty() || stats.min[0] > stats.max[0]) {
+    text << "it has no active voxel";
+  } else {
+    text << "its active voxels hold " << std::setprecision(6) << stats.min[0] << " to "
+         << stats.max[0];
+  }
+  if (Host::fieldClass(distance) == Host::FieldClass::FogVolume) {
+    text << "; it is a fog volume and no distance";
+  }
+  return text.str();
 }
 
 void writeMesh(Session& session, Mesh const& mesh, std::string const& path) {

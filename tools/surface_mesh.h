@@ -34,6 +34,9 @@ struct SurfaceMesh {
 SurfaceMesh meshOf(Processing::Surface const& surface, std::array<double, 3> const& origin,
                    MeshContent const& content, std::string const& subject);
 
+/// Why a mesh is empty: which values the distance has.
+std::string whyNoSurface(API::VoxelChannel const& distance);
+
 /// Writes a mesh in the format of the path's extension; warns of what the format
 /// cannot hold.
 void writeMesh(Session& session, Mesh const& mesh, std::string const& path);

@@ -64,7 +64,11 @@ void checkView(ViewOptions& options) {
   // The range that is checked as the option is read lets "nan" pass.
   if (!std::isfinite(options.fov)) throw Failure(ExitCode::Usage, "", "--fov is not a number");
   if (options.eye.empty() != options.target.empty()) {
-    throw Failure(ExitCode::Usage, "", "--eye and --target go together");
+    throw Failure(ExitCode::Usage, "",
+                  options.eye.empty() ? "--target says where the camera looks; add --eye X,Y,Z, "
+                                        "where it stands"
+                                      : "--eye says where the camera stands; add --target X,Y,Z, "
+                                        "where it looks");
   }
   if (options.eye.empty()) return;
   options.viewpoint = {place(options.eye, "--eye"), place(options.target, "--target")};

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -335,10 +336,91 @@ TEST_F(CommandTest, AnEmptyMeshIsNoError) {
   auto const run = runCommand({"mesh", folder.path().str(), "--json", "-o", out("a.ply")});
   EXPECT_EQ(run.exit, 0) << run.err;
   EXPECT_NE(run.err.find("velmor: warning: "), std::string::npos) << run.err;
+  EXPECT_NE(run.err.find("'distance' crosses zero nowhere: it has no active voxel\n"),
+            std::string::npos)
+      << run.err;
   auto const report = Json::parse(run.out);
   EXPECT_EQ(report["triangles"], 0);
   EXPECT_FALSE(report["warnings"].empty());
   EXPECT_NE(readFile(out("a.ply")).find("element vertex 0\n"), std::string::npos);
+}
+
+TEST_F(CommandTest, AnEmptyMeshOfFogIsSaidToBeThat) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("smoke");
+  auto const volume = builder.voxels();
+  Host::addLeafTiles(volume.layout(), {{0, 0, 0}});
+  auto const density = builder.channel<float>(volume, "density", 0.f);
+  fillCells<float>(density, [](double x, double y, double z) {
+    return std::min({x, y, z}) > 0. && std::max({x, y, z}) < 5. ? x : 0.;
+  });
+  Host::setFieldClass(density, Host::FieldClass::FogVolume);
+  folder.write(builder.object(), 1);
+  auto const cache = folder.path().str();
+  for (auto const& arguments : std::vector<std::vector<std::string>>{
+           {"mesh", cache, "--channel", "density", "-o", out("a.ply")},
+           {"surface", cache, "--channel", "density", "--mesh", out("a.ply")}}) {
+    auto const run = runCommand(arguments);
+    EXPECT_EQ(run.exit, 0) << run.err;
+    EXPECT_NE(run.err.find("'density' crosses zero nowhere: its active voxels hold 0.5 to 2.5"),
+              std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("; it is a fog volume and no distance\n"), std::string::npos) << run.err;
+  }
+}
+
+TEST_F(CommandTest, ChannelsOfAllComponentsAreListedWhereOneHasNone) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("two");
+  builder.channel<int>(builder.voxels(), "flags", 1);
+  builder.channel<float>(builder.voxels("gas"), "heat", 1.f);
+  folder.write(builder.object(), 1);
+  auto const cache = folder.path().str();
+  auto const mesh = runCommand({"mesh", cache, "--channel", "nope", "-o", out("a.ply")});
+  expectFailure(mesh, 3, "Invalid distance channel 'nope'");
+  EXPECT_NE(mesh.err.find("Other components have 'gas/heat'."), std::string::npos) << mesh.err;
+  expectFailure(runCommand({"surface", folder.fileOf("two", 1).string(), "--voxel-component",
+                            "nope", "--mesh", out("a.ply")}),
+                3, "Invalid voxel component. The object has 'gas/heat'.");
+  expectFailure(runCommand({"render", cache, "--channel", "nope", "-o", out("a.png")}), 3,
+                "no channel 'nope'; there is 'gas/heat'");
+}
+
+TEST_F(CommandTest, WithoutAnyFloatChannelThatIsSaid) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("flags");
+  builder.channel<int>(builder.voxels(), "flags", 1);
+  folder.write(builder.object(), 1);
+  expectFailure(runCommand({"mesh", folder.path().str(), "--channel", "nope", "-o", out("a.ply")}),
+                3, "No component has a float channel.");
+}
+
+TEST_F(CommandTest, AnObjectOfParticlesIsAnsweredWithWhatShowsThem) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("drops");
+  builder.points({{0.f, 0.f, 0.f}});
+  folder.write(builder.object(), 1);
+  auto const cache = folder.path().str();
+  for (auto const* channel : {"", "density"}) {
+    std::vector<std::string> arguments{"render", cache, "-o", out("a.png")};
+    if (*channel != 0) arguments.insert(arguments.end(), {"--channel", channel});
+    expectFailure(runCommand(arguments), 3, "--spheres R shows them");
+  }
+  auto const file = folder.fileOf("drops", 1).string();
+  expectFailure(runCommand({"mesh", file, "-o", out("a.ply")}), 3, "--render-component Particle");
+  expectFailure(runCommand({"surface", file, "--mesh", out("a.ply")}), 3,
+                "--render-component Particle");
+  expectFailure(
+      runCommand({"filter", cache, "--channel", "distance", "--op", "mean", "-o", out("a.vdb")}), 3,
+      "no voxel channel 'distance'; there is none: the object has particles only");
+}
+
+TEST_F(CommandTest, HalfAViewpointIsAnsweredWithTheOtherHalf) {
+  auto const render = [this](char const* option) {
+    return runCommand({"render", file(), option, "1,2,3", "-o", out("a.png")});
+  };
+  expectFailure(render("--eye"), 2, "add --target X,Y,Z, where it looks");
+  expectFailure(render("--target"), 2, "add --eye X,Y,Z, where it stands");
 }
 
 TEST_F(CommandTest, AnOpenMeshIsWrittenAndCodeFourUnlessAllowed) {

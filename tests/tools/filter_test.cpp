@@ -89,6 +89,23 @@ TEST_F(FilterCommand, WarnsOfASurfaceThatIsGone) {
   EXPECT_FALSE(warns({"--channel", "distance", "--op", "curvature"})) << "not meant as a distance";
 }
 
+TEST_F(FilterCommand, WarnsOfFogWhereADistanceIsMeant) {
+  Host::setFieldClass(scene.volume.findChannel("density"), Host::FieldClass::FogVolume);
+  folder.writeTo(scene.object, input);
+  auto const warns = [this](char const* channel, std::string const& operation) {
+    auto const run = filter({"--channel", channel, "--op", operation});
+    EXPECT_EQ(run.exit, 0) << run.err;
+    return run.err.find("'density' is a fog volume; " + operation + " is meant for distances") !=
+           std::string::npos;
+  };
+  for (auto const* operation : {"dilate:0.1", "erode:0.1", "curvature", "smooth:curvature:1:0.1"}) {
+    EXPECT_TRUE(warns("density", operation)) << operation;
+    EXPECT_FALSE(warns("distance", operation)) << operation;
+  }
+  EXPECT_FALSE(warns("density", "offset:1"));
+  EXPECT_FALSE(warns("density", "smooth:laplacian:1:0.1"));
+}
+
 TEST_F(FilterCommand, RunsOperatorsInTheOrderGivenAndKeepsEverythingElse) {
   auto const run = filter({"--channel", "distance", "--op", "dilate:0.05", "--op", "scale:2",
                            "--op", "mean", "--json"});
@@ -225,7 +242,9 @@ TEST_F(FilterCommand, RefusesWhatCannotBeMeantAndWritesNothing) {
       {{"--channel", "distance", "--op", "ocean:0:0,0:1,1:0:m", "--into", "m"}, 2, "used twice"},
       {{"--channel", "distance", "--op", "ocean:nan:0,0:1,1:0"}, 2, "is not a number"},
       {{"--channel", "distance", "--op", "ocean:0:0,0:1,1:inf"}, 2, "is not a number"},
+      {{"--channel", "distance", "--op", "ocean:0:0,0:1,1:-2"}, 2, "ocean: '-2' is not a radius"},
       {{"--channel", "distance", "--op", "ocean:0:0,0:-1,1:0"}, 2, "size of a rectangle"},
+      {{"--channel", "nowhere/distance", "--op", "mean"}, 3, "'volume/distance', 'volume/density'"},
       {{"--channel", "distance", "--op", "ocean:0:0,0:1e9,1e9:0"}, 2, "--max-tiles 20000000"},
       {{"--channel", "distance", "--op", "ocean:0:0,0:9,9:0", "--max-tiles", "9"},
        2,

@@ -262,7 +262,7 @@ TEST_F(SequenceTest, TheCameraFramesWhatIsShownAlone) {
   }
 }
 
-TEST_F(SequenceTest, WarnsOfAMeshOfNothingUnlessThereAreNoParticles) {
+TEST_F(SequenceTest, WarnsOfAMeshOfNothingAndSaysWhyItIs) {
   writeBalls(1);
   ASSERT_EQ(import().exit, 0);
   auto const gone = surface({"--mesh", at("m.ply"), "--erode", "1e30"});
@@ -273,6 +273,8 @@ TEST_F(SequenceTest, WarnsOfAMeshOfNothingUnlessThereAreNoParticles) {
   auto const empty = surface({"--mesh", at("m.ply")});
   EXPECT_EQ(empty.exit, 0) << empty.err;
   EXPECT_EQ(empty.err.find("no surface"), std::string::npos) << empty.err;
+  EXPECT_NE(empty.err.find("m.ply: there are no particles; the mesh is empty"), std::string::npos)
+      << empty.err;
 }
 
 TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
@@ -302,6 +304,40 @@ TEST_F(SequenceTest, ParameterFilesHoldTheSameKeysAndTheCommandLineWins) {
   EXPECT_EQ(surface({"--smooth", "much", "--mesh", at("m.ply")}).exit, 2);
   EXPECT_NE(surface({"--smoth", "1", "--mesh", at("m.ply")}).err.find("did you mean '--smooth'?"),
             std::string::npos);
+}
+
+TEST_F(SequenceTest, AParameterFileIsRefusedInWordsOfItsOwn) {
+  writeBalls(1);
+  ASSERT_EQ(import().exit, 0);
+  std::string const brackets(200'000, '['), closed(200'000, ']');
+  struct Bad {
+    std::string content;
+    int exit;
+    std::string text;
+  };
+  for (auto const& [content, exit, text] : std::vector<Bad>{
+           {R"({"smooth": 1e999})", 2, "smooth: '1e999' does not fit; write AMOUNT"},
+           {R"({"smooth": null})", 2, "smooth: 'null' does not fit"},
+           {R"({"smooth": [1, [2]]})", 2, "smooth: '[...]' does not fit"},
+           {R"({"channels": )" + brackets + closed + "}", 2, "channels: '[...]' does not fit"},
+           {R"({"ocean_blending_radius": -1})", 2,
+            "ocean_blending_radius: '-1' does not fit; write DISTANCE, 0 or more"},
+           {R"({"smoth": 1e999})", 2, "no key 'smoth'; did you mean 'smooth'?"},
+           {"{\"smooth\": 1,\n \"dilate\" 3}", 3, "line 2: no JSON: '3' after the key 'dilate'"},
+           {"[1e999]", 3, "line 1: no JSON: '1e999'"},
+           {R"({"smooth": 1)", 3, "line 1: no JSON, it ends too early after the key 'smooth'"},
+           {R"({"smooth": ]})", 3, "line 1: no JSON: '"},
+           {"", 3, "line 1: no JSON, it ends too early"},
+           {"[1]", 3, "no JSON object of keys"}}) {
+    writeFile(at("bad.json"), content);
+    auto const run = surface({"--params", at("bad.json"), "--mesh", at("m.ply")});
+    EXPECT_EQ(run.exit, exit) << content.substr(0, 40) << run.err;
+    EXPECT_NE(run.err.find("bad.json: " + text), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("exception"), std::string::npos) << run.err;
+  }
+  auto const radius = surface({"--ocean-blending-radius=-0.5", "--mesh", at("m.ply")});
+  EXPECT_EQ(radius.exit, 2);
+  EXPECT_NE(radius.err.find("ocean_blending_radius: '-0.5' does not fit"), std::string::npos);
 }
 
 TEST_F(SequenceTest, WrongUsageIsToldBeforeAnyWork) {

@@ -79,6 +79,7 @@ Table readCsv(std::string const& path) {
     table.columns.push_back({std::string(unquoted(name)), false, false, {}});
   });
   while (nextLine(line)) {
+    table.lines.push_back(number);
     std::size_t at = 0;
     splitLine(line, separator, [&](std::string_view text) {
       text = unquoted(text);

@@ -16,6 +16,7 @@ struct Table {
     std::vector<double> values;
   };
   std::vector<Column> columns;
+  std::vector<std::size_t> lines;  ///< where the rows stand in a text; empty for PLY
 
   std::size_t rows() const { return columns.empty() ? 0 : columns.front().values.size(); }
   /// The column of a name, whatever its case; null if there is none.

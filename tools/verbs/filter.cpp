@@ -141,6 +141,13 @@ void run(Session& session, FilterOptions const& options) {
   bool const surface = std::all_of(operators.begin(), operators.end(),
                                    [](auto const& each) { return each.keepsDistance(); }) &&
                        hasSurface(channel);
+  if (Host::fieldClass(channel) == Host::FieldClass::FogVolume) {
+    for (auto const& each : operators) {
+      if (!each.wantsDistance()) continue;
+      session.warn(input.path() + ": '" + channel.name().str() + "' is a fog volume; " +
+                   each.text() + " is meant for distances");
+    }
+  }
   {
     KeptChannels const kept(component);
     for (auto const& step : steps) step(channel);

@@ -42,7 +42,7 @@ void run(Session& session, MeshOptions const& options) {
   times.end("mesh");
 
   if (mesh.triangles.empty()) {
-    session.warn(input.path() + ": no surface: '" + channel.channel + "' crosses zero nowhere");
+    session.warn(input.path() + ": no surface: " + whyNoSurface(surface->distance()));
   }
   writeMesh(session, mesh, options.output);
   times.end("write");

@@ -128,6 +128,11 @@ Subject load(Session& session, Input const& input, Selection const& selection,
     auto const object = input.load(selection);
     bool const asked = options.view.settings.shading == Render::Shading::Density;
     bool fog = false;
+    auto const known = floatChannelsOutside(object, "");
+    if (known.empty() && holdsParticles(object)) {
+      throw Failure(ExitCode::Input, input.path(),
+                    "holds no float channel. The object has particles: --spheres R shows them");
+    }
     if (options.channel.empty()) {
       fog = asked || !hasDistance(object);
       if (fog) channel = defaultDensity(object, input.path());
@@ -140,7 +145,8 @@ Subject load(Session& session, Input const& input, Selection const& selection,
         auto const hint = channelHint(object, options.channel, API::DataType::Float);
         throw Failure(ExitCode::Input, input.path(),
                       (found ? "channel '" + options.channel + "' is no float channel"
-                             : "no channel '" + options.channel + "'") +
+                             : "no channel '" + options.channel + "'; there is " +
+                                   quotedList(known, "no float channel")) +
                           (hint.empty() ? "" : ". " + hint));
       }
       fog = asked ||

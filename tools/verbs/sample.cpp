@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -14,7 +16,6 @@
 #include <vector>
 
 #include "command.h"
-#include "names.h"
 #include "output.h"
 #include "processing/sampler.h"
 #include "readers/table.h"
@@ -42,6 +43,21 @@ struct Positions {
   Table table;
 };
 
+// A field has a value at every place, but none where there is no place.
+void checkPositions(Positions const& positions, std::string const& path) {
+  constexpr double largest = std::numeric_limits<float>::max();
+  for (std::size_t row = 0; row < positions.table.rows(); ++row) {
+    for (std::size_t a = 0; a < 3; ++a) {
+      if (std::abs(positions.axes[a]->values[row]) <= largest) continue;
+      auto const& lines = positions.table.lines;
+      throw Failure(ExitCode::Input, path,
+                    (lines.empty() ? "point " + std::to_string(row + 1)
+                                   : "line " + std::to_string(lines[row])) +
+                        ": " + "xyz"[a] + " is no finite float");
+    }
+  }
+}
+
 std::unique_ptr<Positions> readPositions(std::string const& path) {
   auto const extension = extensionOf(path);
   auto positions = std::make_unique<Positions>();
@@ -59,6 +75,7 @@ std::unique_ptr<Positions> readPositions(std::string const& path) {
     if (positions->axes[a] == nullptr) missing += (missing.empty() ? "'" : ", '") + name + "'";
   }
   if (!missing.empty()) throw Failure(ExitCode::Input, path, "no column " + missing);
+  checkPositions(*positions, path);
   return positions;
 }
 
@@ -71,7 +88,6 @@ struct Source {
 
 Source findSource(API::Object const& object, std::string const& name, std::string const& subject) {
   auto const slash = name.find('/');
-  std::vector<std::string> names;
   for (auto const& each : object.components()) {
     API::VoxelComponent const voxels = each;
     if (!voxels.valid()) continue;
@@ -82,11 +98,8 @@ Source findSource(API::Object const& object, std::string const& name, std::strin
     }
     Processing::Sampler const sampler(voxels, channel);
     if (sampler.valid()) return {voxels, sampler};
-    for (auto const& known : voxels.channels()) names.push_back(known.name().str());
   }
-  throw Failure(ExitCode::Input, subject,
-                "no voxel channel '" + name + "'; there is " + quotedList(names, "none") +
-                    didYouMean(name, names));
+  failWithoutChannel(object, name, subject);
 }
 
 // Fewest digits that read back to the same number.

@@ -224,7 +224,7 @@ class SurfaceSequence {
     if (particles()) {
       session_.check(surface->status(), input_.path());
     } else {
-      checkSurface(session_, *surface, input_, selection);
+      checkSurface(session_, *surface, input_, selection, parameters.distance_channel.str());
     }
     return surface;
   }
@@ -251,9 +251,12 @@ class SurfaceSequence {
       outcome.report["open_edges"] = made.open;
       outcome.line = std::to_string(made.mesh.triangles.count()) + " triangles";
       if (made.open > 0) outcome.line += ", " + std::to_string(made.open) + " open edges";
-      // Without particles there is nothing that could be missed.
-      if (made.mesh.triangles.empty() && !(particles() && surface.points().elementCount() == 0)) {
-        session_.warn(mesh_.path(outcome.frame) + ": there is no surface; the mesh is empty");
+      if (made.mesh.triangles.empty()) {
+        bool const none = particles() && surface.points().elementCount() == 0;
+        session_.warn(mesh_.path(outcome.frame) +
+                      (none ? ": there are no particles; the mesh is empty"
+                            : ": there is no surface; the mesh is empty: " +
+                                  whyNoSurface(surface.distance())));
       }
     }
     if (!options_.picture.empty()) {

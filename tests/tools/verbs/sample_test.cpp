@@ -227,6 +227,31 @@ TEST_F(SampleVerbTest, MissingColumnsAreNamed) {
   EXPECT_FALSE(wrote());
 }
 
+TEST_F(SampleVerbTest, APointThatIsNoPlaceIsRefusedWithItsLine) {
+  auto const run = sample("# places\nx,y,z,heat\n0,0,0,nan\n\n0,nan,0,1\n", "ramp");
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_NE(run.err.find("points.csv: line 5: y is no finite float"), std::string::npos) << run.err;
+  for (auto const* x : {"inf", "-inf", "1e300"}) {
+    auto const far = sample(std::string("x,y,z\n") + x + ",0,0\n", "ramp");
+    EXPECT_EQ(far.exit, 3);
+    EXPECT_NE(far.err.find("line 2: x is"), std::string::npos) << far.err;
+  }
+  writeFile(at("points.ply"),
+            "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n"
+            "property float z\nend_header\n0 0 0\n0 0 nan\n");
+  auto const ply = sampleFile(at("points.ply"), "ramp");
+  EXPECT_EQ(ply.exit, 3);
+  EXPECT_NE(ply.err.find("points.ply: point 2: z is"), std::string::npos) << ply.err;
+  EXPECT_FALSE(wrote());
+}
+
+TEST_F(SampleVerbTest, AWrongComponentIsAnsweredWithAllThatThereIs) {
+  auto const run = sample("x,y,z\n0,0,0\n", "nowhere/ramp");
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_NE(run.err.find("no voxel channel 'nowhere/ramp'; there is 'volume/"), std::string::npos)
+      << run.err;
+}
+
 TEST_F(SampleVerbTest, AWrongChannelIsAnsweredWithTheNearestName) {
   auto const run = sample("x,y,z\n0,0,0\n", "volume/rmap");
   EXPECT_EQ(run.exit, 3);
