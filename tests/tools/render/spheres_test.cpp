@@ -14,7 +14,7 @@ namespace Velmor::Render {
 namespace {
 
 using Test::Float3;
-constexpr double voxel = 0.1;
+constexpr double voxel = double{0.1f};  // as a layout holds it
 
 struct Cloud {
   explicit Cloud(std::vector<Float3> const& positions) : points(builder.points(positions)) {}
