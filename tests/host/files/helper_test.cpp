@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -9,8 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,9 +39,14 @@ std::vector<pid_t> helpersOf(pid_t process) {
   for (auto const& entry : std::filesystem::directory_iterator("/proc")) {
     auto const name = entry.path().filename().string();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    std::ifstream file(entry.path() / "cmdline", std::ios::binary);
-    std::string const line{std::istreambuf_iterator<char>(file), {}};
-    if (line == wanted) found.push_back(std::stoi(name));
+    // A process may end while it is read, which streams take for a failure of the disk.
+    std::string line(wanted.size() + 1, '\0');
+    int const file = ::open((entry.path() / "cmdline").c_str(), O_RDONLY | O_CLOEXEC);
+    auto const got = ::read(file, line.data(), line.size());
+    if (file >= 0) ::close(file);
+    if (got >= 0 && line.compare(0, static_cast<std::size_t>(got), wanted) == 0) {
+      found.push_back(std::stoi(name));
+    }
   }
   return found;
 }
