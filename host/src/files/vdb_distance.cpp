@@ -1,19 +1,20 @@
 #include "files/vdb_distance.h"
 
-#include <openvdb/tools/LevelSetRebuild.h>
+#include <openvdb/tools/Prune.h>
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
 #include "core/number_text.h"
+#include "files/vdb_band.h"
 #include "files/vdb_gradient.h"
 
 namespace Velmor::Host::Files {
 
 namespace {
 
-constexpr float bandVoxels = 5;  // what the rest of the system expects around a surface
+constexpr int bandVoxels = 5;  // what the rest of the system expects around a surface
 
 using Tree = openvdb::FloatTree;
 constexpr auto leafEdge = static_cast<int>(Tree::LeafNodeType::DIM);
@@ -89,17 +90,14 @@ void surround(Tree& tree) {
   }
 }
 
-/// The mesher sees a sign change where one of two leaf voxels is active, or an
-/// active leaf voxel meets an inactive tile. The surface is where the values say
-/// it is: one change left out, and the mesh has a hole that the sign leaks through.
-void showEverySignChange(Tree& tree) {
-  for (auto leaf = tree.beginLeaf(); leaf; ++leaf) leaf->setValuesOn();
+void deactivate(Tree& tree) {
+  for (auto leaf = tree.beginLeaf(); leaf; ++leaf) leaf->setValuesOff();
   auto it = tree.beginValueOn();
   it.setMaxDepth(Tree::ValueOnIter::LEAF_DEPTH - 1);
   for (; it; ++it) it.setValueOff();
 }
 
-/// A narrow band around the zero crossing; null if there is no surface.
+/// A narrow band around the zero crossing.
 openvdb::FloatGrid::Ptr rebuilt(openvdb::FloatGrid const& grid, double voxelSize) {
   auto const size = static_cast<float>(voxelSize);
   auto const perVoxel = valuePerVoxel(grid);
@@ -111,10 +109,12 @@ openvdb::FloatGrid::Ptr rebuilt(openvdb::FloatGrid const& grid, double voxelSize
     return std::isnan(v) ? size : std::clamp(v * scale, -size, size);
   });
   work->tree().root().setBackground(size, /*updateChildNodes=*/false);
+  // Most of what a file holds can be far from any surface: what has one value
+  // there, active or not, is no longer dense.
+  deactivate(work->tree());
+  openvdb::tools::prune(work->tree());
   surround(work->tree());
-  showEverySignChange(work->tree());
-  auto result = openvdb::tools::levelSetRebuild(*work, 0.f, bandVoxels);
-  if (!result || result->empty()) return nullptr;
+  auto result = openvdb::FloatGrid::create(narrowBand(work->tree(), size, bandVoxels));
   result->insertMeta(grid);
   result->setGridClass(openvdb::GRID_LEVEL_SET);
   result->setTransform(grid.transform().copy());
@@ -159,7 +159,7 @@ DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, D
     }
   }
   auto result = rebuilt(*grid, voxelSize);
-  if (!result || surfaceGradients(*result, voxelSize, voxelSize).samples == 0) {
+  if (surfaceGradients(*result, voxelSize, voxelSize).samples == 0) {
     return {DistanceMode::Keep, 1, found + "; a rebuild finds no surface"};
   }
   grid = result;

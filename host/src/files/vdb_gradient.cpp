@@ -47,10 +47,35 @@ class Padded {
 
 bool inside(float v) { return !(v > 0); }
 
+/// Whether all of a leaf lies on one side.
+bool oneSided(Leaf const& leaf, bool side) {
+  auto const* const values = leaf.buffer().data();
+  return std::all_of(values, values + Leaf::SIZE, [=](float v) { return inside(v) == side; });
+}
+
+/// Whether all of a leaf and of what touches its faces lies on one side. A file
+/// may be mostly leaves of this kind, far from any surface.
+bool farFromSurface(Leaf const& leaf, Accessor& accessor) {
+  bool const side = inside(leaf.getFirstValue());
+  if (!oneSided(leaf, side)) return false;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    for (auto const step : {-1, 1}) {
+      auto at = leaf.origin();
+      at[axis] += step * static_cast<int>(Leaf::DIM);
+      auto const* const next = accessor.probeConstLeaf(at);
+      if (next != nullptr ? !oneSided(*next, side) : inside(accessor.getValue(at)) != side) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 /// Calls `function(padded, place)` for the leaf voxels that have a neighbour of
 /// the other sign.
 template <class Function>
 void alongSurface(Leaf const& leaf, Accessor& accessor, Padded& padded, Function const& function) {
+  if (farFromSurface(leaf, accessor)) return;
   padded.fill(leaf, accessor);
   for (int x = 1; x <= 8; ++x) {
     for (int y = 1; y <= 8; ++y) {

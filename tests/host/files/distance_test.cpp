@@ -143,6 +143,30 @@ TEST(Distance, ASignChangeIsSurfaceWhetherItsVoxelsAreActiveOrNot) {
   }
 }
 
+TEST(Distance, ARebuildIsAsCloseToATiltedPlaneAsToASphere) {
+  openvdb::Vec3d const normal = openvdb::Vec3d(1, 0.55, 0.3).unit();
+  for (bool const flat : {false, true}) {
+    auto const grid = denseSphere(middle, same);
+    auto const distance = [&](openvdb::Coord const& at) {
+      auto const way = at.asVec3d() - middle;
+      return flat ? way.dot(normal) : way.length() - 15;
+    };
+    auto accessor = grid->getAccessor();
+    for (auto it = openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(59)).begin(); it; ++it) {
+      accessor.setValue(*it, static_cast<float>(distance(*it)));
+    }
+    auto const treated = treat(grid, Host::DistanceMode::Rebuild);
+    int checked = 0;
+    for (auto it = openvdb::CoordBBox(openvdb::Coord(12), openvdb::Coord(47)).begin(); it; ++it) {
+      auto const expected = distance(*it);
+      if (std::abs(expected) > 2) continue;
+      EXPECT_NEAR(treated.at((*it).x(), (*it).y(), (*it).z()) / 0.2, expected, 0.1) << *it;
+      ++checked;
+    }
+    EXPECT_GT(checked, 100);
+  }
+}
+
 TEST(Distance, AnOceanIsClosedWithAWallAndABottom) {
   CacheFolder const folder;
   auto const file = folder.path().str() + "/ocean.vdb";
