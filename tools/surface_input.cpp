@@ -37,6 +37,20 @@ bool holdsVoxels(API::Object const& object) {
   });
 }
 
+// Loads what is asked for its names and types only: its distances stay as they are,
+// which is quick and takes the least memory.
+API::Object probe(Input const& input, Selection const& selection) {
+  auto const options = Host::readOptions();
+  struct Restored {
+    Host::ReadOptions const& options;
+    ~Restored() { Host::setReadOptions(options); }
+  } const restored{options};
+  auto plain = options;
+  plain.distance = Host::DistanceMode::Keep;
+  Host::setReadOptions(plain);
+  return input.load(selection);
+}
+
 // Where the channel is that the user means, if the surface looked for it in the
 // wrong place: only a loaded object tells what it holds.
 std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::string const& name,
@@ -52,7 +66,7 @@ std::optional<FoundChannel> elsewhere(Processing::Surface const& surface, std::s
     // Without the component that was looked for the surface knows of no object.
     API::Object object;
     try {
-      object = input.load(selection);
+      object = probe(input, selection);
     } catch (Failure const&) {
       return std::nullopt;  // the surface has said what is wrong
     }
@@ -91,7 +105,7 @@ std::string hintFor(Processing::Surface const& surface, Input const& input,
   }
   API::Object object;
   try {
-    object = input.load(selection);
+    object = probe(input, selection);
   } catch (Failure const&) {
     return "";  // the surface has said what is wrong
   }

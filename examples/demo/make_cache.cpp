@@ -93,7 +93,7 @@ void fill(API::VoxelChannel const& channel, int depth) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
+  if (argc != 2 || argv[1][0] == '-') {
     std::fprintf(stderr, "usage: velmor-demo-cache FOLDER\n");
     return 2;
   }

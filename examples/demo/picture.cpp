@@ -269,7 +269,7 @@ void run(std::string const& in, std::string const& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
+  if (argc != 3 || argv[1][0] == '-') {
     std::fprintf(stderr, "usage: velmor-demo-picture MESH.ply PICTURE.png\n");
     return 2;
   }

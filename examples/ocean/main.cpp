@@ -169,7 +169,7 @@ void drawAll(std::string const& folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
+  if (argc != 2 || argv[1][0] == '-') {
     std::fputs("usage: velmor-ocean-pictures FOLDER\n", stderr);
     return 2;
   }

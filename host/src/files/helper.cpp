@@ -56,14 +56,15 @@ void HelperRun::close() {
   for (auto* const fd : {&report_, &pipe_, &memory_}) closeIfOpen(*fd);
 }
 
-std::string HelperRun::run(std::string const& request, double seconds) {
-  if (auto problem = send(request); !problem.empty()) return problem;
+std::string HelperRun::run(ReadRequest const& request, double seconds) {
+  auto const packed = pack(request);
+  if (auto problem = send(packed); !problem.empty()) return problem;
   auto end = wait(seconds);
   if (end == End::Lost) {
     // Somebody may have ended the helper while it was idle: that is not the file's fault.
     close();
     output_.clear();
-    if (auto problem = send(request); !problem.empty()) return problem;
+    if (auto problem = send(packed); !problem.empty()) return problem;
     end = wait(seconds);
   }
   if (end == End::Lost) return HelperServer::instance().end();
@@ -71,7 +72,7 @@ std::string HelperRun::run(std::string const& request, double seconds) {
     closeIfOpen(report_);  // which ends the worker
     return "the helper was still busy after the limit of " + numberText(seconds) + " seconds";
   }
-  if (auto problem = outcome(); !problem.empty()) return problem;
+  if (auto problem = outcome(request); !problem.empty()) return problem;
   // Whatever it may have started in turn cannot change the image any more.
   if (::fcntl(memory_, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) != 0) {
     return "the helper left its memory in use";
@@ -138,7 +139,7 @@ HelperRun::End HelperRun::wait(double seconds) {
   }
 }
 
-std::string HelperRun::outcome() const {
+std::string HelperRun::outcome(ReadRequest const& request) const {
   if (WIFSIGNALED(status_)) {
     auto const signal = WTERMSIG(status_);
     auto const* const name = ::sigdescr_np(signal);
@@ -151,7 +152,7 @@ std::string HelperRun::outcome() const {
     case Helper::badRequest:
       return "the helper is of another version";
     case Helper::outOfMemory:
-      return "the helper needs more memory than its limit";
+      return "the helper needs " + tooMuch(request);
     default:
       return "the helper failed with code " + std::to_string(WEXITSTATUS(status_));
   }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "files/request.h"
+
 namespace Velmor::Host::Files {
 
 /// The bytes of a memory file, mapped for reading.
@@ -32,9 +34,9 @@ class HelperRun {
   HelperRun& operator=(HelperRun const&) = delete;
   ~HelperRun();
 
-  /// Hands a packed request to a worker and waits for its end, at most `seconds`.
+  /// Hands a request to a worker and waits for its end, at most `seconds`.
   /// Empty if it ended well and `memory()` holds what it made, else what happened.
-  std::string run(std::string const& request, double seconds);
+  std::string run(ReadRequest const& request, double seconds);
 
   int memory() const noexcept { return memory_; }
   std::string const& output() const noexcept { return output_; }
@@ -45,7 +47,7 @@ class HelperRun {
   void close();
   std::string send(std::string const& request);
   End wait(double seconds);
-  std::string outcome() const;
+  std::string outcome(ReadRequest const& request) const;
 
   int memory_ = -1;
   int pipe_ = -1;

@@ -105,7 +105,7 @@ API::Status readHere(ReadRequest const& request, std::string const& objectName, 
 API::Status readApart(ReadRequest const& request, double timeLimit, std::string const& objectName,
                       API::Ref& server) {
   HelperRun helper;
-  auto const problem = helper.run(pack(request), timeLimit);
+  auto const problem = helper.run(request, timeLimit);
   std::istringstream lines(helper.output());
   for (std::string line; std::getline(lines, line);) {
     if (!line.empty()) report(Severity::Warning, "'" + request.path + "': " + line);

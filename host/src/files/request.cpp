@@ -83,4 +83,12 @@ bool unpack(std::string_view bytes, ReadRequest& request) {
   return visitFields(unpacker, request) && unpacker.atEnd();
 }
 
+std::string tooMuch(ReadRequest const& request) {
+  auto text = "more memory than the limit of " + std::to_string(request.memoryLimit) + " bytes";
+  if (request.distance != DistanceMode::Keep) {
+    text += "; keeping the distance as it is may need less";
+  }
+  return text;
+}
+
 }  // namespace Velmor::Host::Files

@@ -28,4 +28,7 @@ struct ReadRequest {
 std::string pack(ReadRequest const& request);
 bool unpack(std::string_view bytes, ReadRequest& request);
 
+/// What a request needs that does not fit into its memory, for a message.
+std::string tooMuch(ReadRequest const& request);
+
 }  // namespace Velmor::Host::Files

@@ -12,7 +12,7 @@ namespace Velmor::Host::Files {
 ///
 /// Expects no active voxels, and a leaf voxel to at least one side of each sign
 /// change. Within two voxels of a smooth surface the distance is off by less than a
-/// tenth of a voxel, further out here and there by half of one. The result does not
+/// tenth of a voxel, further out in rare places by most of one. The result does not
 /// depend on the number of threads. Closest points are carried from voxel to voxel
 /// as in Danielsson, "Euclidean distance mapping" (1980).
 openvdb::FloatTree::Ptr narrowBand(openvdb::FloatTree const& signs, float voxelSize, int width);

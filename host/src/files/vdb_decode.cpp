@@ -433,11 +433,9 @@ void decode(ReadRequest const& request, ImageBuilder& image) {
   } catch (Failure const& known) {
     failure = known.text;
   } catch (ImageFull const&) {
-    failure = "'" + request.path + "' needs more memory than the limit of " +
-              std::to_string(request.memoryLimit) + " bytes";
+    failure = "'" + request.path + "' needs " + tooMuch(request);
   } catch (std::bad_alloc const&) {
-    failure = "'" + request.path + "' needs more memory than the limit of " +
-              std::to_string(request.memoryLimit) + " bytes";
+    failure = "'" + request.path + "' needs " + tooMuch(request);
   } catch (std::exception const& error) {
     failure = "Could not read '" + request.path + "': " + reasonOf(error);
   }

@@ -210,6 +210,11 @@ TEST(Helper, AMemoryLimitEndsTheLoadWithAMessage) {
   EXPECT_FALSE(loaded.object.valid());
   EXPECT_NE(loaded.message.find("big.vdb'"), std::string::npos) << loaded.message;
   EXPECT_NE(loaded.message.find("memory"), std::string::npos) << loaded.message;
+  EXPECT_EQ(loaded.message.find("as it is"), std::string::npos) << loaded.message;
+  how.distance = Host::DistanceMode::Auto;
+  auto const treated = load(file, how).message;
+  EXPECT_NE(treated.find("keeping the distance as it is may need less"), std::string::npos)
+      << treated;
 }
 
 TEST(Helper, RefusesToBeStartedByHand) {
