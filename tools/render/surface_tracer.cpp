@@ -100,12 +100,14 @@ struct SurfaceTracer::Impl {
     for (int n = 0; n < mostStepsBack && b > from; ++n) {
       float const a = std::max(b - step, from);
       float const fa = value(origin, direction, a);
-      // A jump between a leaf and a coarse cell, which the sampler makes steep
-      // over two voxels, is no surface.
-      if (!(std::abs(fa - f) <= 2.f * step)) return false;
       if ((fa > 0.f) == outside) {
         t = refine(origin, direction, a, fa, b, f);
-        return true;
+        // A jump between a leaf and a coarse cell, or between two of these, is no
+        // surface. A ray that crosses it aslant sees a gentle slope: only the
+        // gradient is always steep.
+        Vec3f gradient;
+        field.sampleGradient(origin + direction * t, gradient);
+        return length(toDouble(gradient)) <= 2.;
       }
       b = a;
       f = fa;
