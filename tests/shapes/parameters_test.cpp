@@ -25,6 +25,11 @@ char const* const baseText =
     "    clip = 0\n"
     "    clip_bbox = min=-1 -1 -1 max=1 1 1\n";
 
+std::string behindTheBase(char const* fields) {
+  std::string text = baseText;
+  return text.append(fields);
+}
+
 template <class Parameters>
 constexpr bool isPlainValue = std::is_default_constructible_v<Parameters>&&
     std::is_copy_constructible_v<Parameters>&& std::is_move_constructible_v<Parameters>&&
@@ -89,10 +94,10 @@ TEST(PointsParameters, StartFromTheirDefaults) {
 
 TEST(PointsParameters, PrintTheirFieldsBehindTheBase) {
   PointsParameters p;
-  EXPECT_STREQ(p.str().c_str(), (std::string(baseText) + "    position_channel = position\n"
-                                                         "    radius = 0.1\n"
-                                                         "    enable_radius_channel = 0\n"
-                                                         "    radius_channel = density\n")
+  EXPECT_STREQ(p.str().c_str(), behindTheBase("    position_channel = position\n"
+                                              "    radius = 0.1\n"
+                                              "    enable_radius_channel = 0\n"
+                                              "    radius_channel = density\n")
                                     .c_str());
   p.enable_radius_channel = true;
   EXPECT_NE(p.str().str().find("    enable_radius_channel = 1\n"), std::string::npos);
@@ -126,25 +131,25 @@ TEST(SurfaceParameters, StartFromTheirDefaults) {
 
 TEST(SurfaceParameters, PrintTheirFieldsInAnOrderOfTheirOwn) {
   EXPECT_STREQ(SurfaceParameters().str().c_str(),
-               (std::string(baseText) + "    distance_channel = distance\n"
-                                        "    render_component = Volume\n"
-                                        "    levelset_droplet_reveal_factor = 3\n"
-                                        "    levelset_surface_radius = 1.4\n"
-                                        "    levelset_droplet_radius = 1.2\n"
-                                        "    levelset_resolution_factor = 1\n"
-                                        "    levelset_max_volume_of_holes_to_close = 0\n"
-                                        "    dilate = 0\n"
-                                        "    erode = 0\n"
-                                        "    smooth = 0\n"
-                                        "    smooth_mode = Laplacian\n"
-                                        "    smooth_iterations = 1\n"
-                                        "    enable_ocean_blending = 0\n"
-                                        "    ocean_blending_height = 0\n"
-                                        "    ocean_blending_center = 0 0\n"
-                                        "    ocean_blending_dimension = 10 10\n"
-                                        "    ocean_blending_radius = 1\n"
-                                        "    ocean_blending_out_channel = \n"
-                                        "    enable_ocean_blending_uvs = 1\n")
+               behindTheBase("    distance_channel = distance\n"
+                             "    render_component = Volume\n"
+                             "    levelset_droplet_reveal_factor = 3\n"
+                             "    levelset_surface_radius = 1.4\n"
+                             "    levelset_droplet_radius = 1.2\n"
+                             "    levelset_resolution_factor = 1\n"
+                             "    levelset_max_volume_of_holes_to_close = 0\n"
+                             "    dilate = 0\n"
+                             "    erode = 0\n"
+                             "    smooth = 0\n"
+                             "    smooth_mode = Laplacian\n"
+                             "    smooth_iterations = 1\n"
+                             "    enable_ocean_blending = 0\n"
+                             "    ocean_blending_height = 0\n"
+                             "    ocean_blending_center = 0 0\n"
+                             "    ocean_blending_dimension = 10 10\n"
+                             "    ocean_blending_radius = 1\n"
+                             "    ocean_blending_out_channel = \n"
+                             "    enable_ocean_blending_uvs = 1\n")
                    .c_str());
 }
 

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
-#include <map>
-#include <set>
 #include <tuple>
-#include <utility>
+#include <vector>
 
 #include "processing/mesher.h"
 
@@ -36,14 +35,25 @@ inline bool sameBytes(Mesh const& a, Mesh const& b) {
 /// Edges that triangles use more often in one direction than in the other: 0 for
 /// a closed, consistently oriented mesh.
 inline std::size_t unbalancedEdges(Mesh const& mesh) {
-  std::map<std::pair<int, int>, int> balance;
+  // Sorted by their two ends; the lowest bit is the direction.
+  std::vector<std::uint64_t> uses;
+  uses.reserve(3 * mesh.triangles.count());
   for (auto const& t : mesh.triangles) {
-    for (auto const& [a, b] : {std::pair(t.x, t.y), std::pair(t.y, t.z), std::pair(t.z, t.x)}) {
-      if (a != b) balance[std::minmax(a, b)] += a < b ? 1 : -1;
+    int const ends[] = {t.x, t.y, t.z, t.x};
+    for (int n = 0; n < 3; ++n) {
+      auto const a = static_cast<std::uint64_t>(ends[n]),
+                 b = static_cast<std::uint64_t>(ends[n + 1]);
+      if (a != b) uses.push_back(a < b ? a << 32 | b << 1 : b << 32 | a << 1 | 1u);
     }
   }
+  std::sort(uses.begin(), uses.end());
   std::size_t count = 0;
-  for (auto const& [edge, uses] : balance) count += uses != 0 ? 1u : 0u;
+  for (std::size_t n = 0; n < uses.size();) {
+    auto const edge = uses[n] >> 1;
+    int balance = 0;
+    for (; n < uses.size() && uses[n] >> 1 == edge; ++n) balance += (uses[n] & 1u) != 0 ? 1 : -1;
+    count += balance != 0 ? 1u : 0u;
+  }
   return count;
 }
 
@@ -62,9 +72,12 @@ inline double volumeOf(Mesh const& mesh) {
 }
 
 inline std::size_t duplicatePoints(Mesh const& mesh) {
-  std::set<std::tuple<float, float, float>> seen;
-  for (auto const& p : mesh.points) seen.insert({p.x, p.y, p.z});
-  return mesh.points.count() - seen.size();
+  std::vector<std::tuple<float, float, float>> places;
+  places.reserve(mesh.points.count());
+  for (auto const& p : mesh.points) places.emplace_back(p.x, p.y, p.z);
+  std::sort(places.begin(), places.end());
+  auto const others = std::unique(places.begin(), places.end());
+  return static_cast<std::size_t>(places.end() - others);
 }
 
 }  // namespace Velmor::Test

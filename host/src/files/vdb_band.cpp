@@ -23,7 +23,6 @@ using Way = openvdb::Vec3s;  // from the middle of a voxel to a point of the sur
 using Ways = openvdb::Vec3STree;
 
 constexpr float nowhere = std::numeric_limits<float>::max();
-constexpr int leafEdge = static_cast<int>(Leaf::DIM);
 std::array<Coord, 6> const faces{Coord(1, 0, 0),  Coord(-1, 0, 0), Coord(0, 1, 0),
                                  Coord(0, -1, 0), Coord(0, 0, 1),  Coord(0, 0, -1)};
 

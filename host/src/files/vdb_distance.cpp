@@ -17,7 +17,6 @@ namespace {
 constexpr int bandVoxels = 5;  // what the rest of the system expects around a surface
 
 using Tree = openvdb::FloatTree;
-constexpr auto leafEdge = static_cast<int>(Tree::LeafNodeType::DIM);
 
 template <class Function>
 void changeValues(Tree& tree, Function const& change) {

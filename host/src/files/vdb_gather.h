@@ -47,8 +47,7 @@ class VoxelDecoder {
   static constexpr int width = TreeShape::width;
   static constexpr int cells = TreeShape::cells;
   static constexpr int centre = 62;
-  static constexpr int leafEdge = static_cast<int>(Leaf::DIM);
-  static_assert(leafEdge == 8);
+  static_assert(Leaf::DIM == 8);
 
   /// What is known of a box so far: nothing, or one value and state.
   struct Uniform {

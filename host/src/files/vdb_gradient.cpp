@@ -61,7 +61,7 @@ bool farFromSurface(Leaf const& leaf, Accessor& accessor) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     for (auto const step : {-1, 1}) {
       auto at = leaf.origin();
-      at[axis] += step * static_cast<int>(Leaf::DIM);
+      at[axis] += step * leafEdge;
       auto const* const next = accessor.probeConstLeaf(at);
       if (next != nullptr ? !oneSided(*next, side) : inside(accessor.getValue(at)) != side) {
         return false;

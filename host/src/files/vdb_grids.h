@@ -43,3 +43,10 @@ VELMOR_TREE_IS_IN_OPENVDB(openvdb::Vec3ITree);
 VELMOR_TREE_IS_IN_OPENVDB(openvdb::Vec3STree);
 
 #undef VELMOR_TREE_IS_IN_OPENVDB
+
+namespace Velmor::Host::Files {
+
+/// Voxels along an axis of a leaf node of OpenVDB's own trees.
+constexpr int leafEdge = static_cast<int>(openvdb::FloatTree::LeafNodeType::DIM);
+
+}  // namespace Velmor::Host::Files
