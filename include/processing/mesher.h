@@ -40,7 +40,7 @@ class VELMOR_EXPORT Mesher {
 /// vertices are not welded.
 class VELMOR_EXPORT MarchingCubes : public Mesher {
  public:
-  /// Cuts each voxel into `subdivisions + 1` cells per axis. At most 2^31 - 2,
+  /// Cuts each voxel into `subdivisions + 1` cells per axis. At most 2^31 - 3,
   /// which is a precondition; the work grows with the cube of the cells.
   explicit MarchingCubes(unsigned int subdivisions);
   MarchingCubes(MarchingCubes const& other);

@@ -260,7 +260,8 @@ Mesher& Mesher::operator=(Mesher const&) = default;
 Mesher::~Mesher() = default;
 
 MarchingCubes::MarchingCubes(unsigned int subdivisions) : subdivisions_(subdivisions) {
-  assert(subdivisions < static_cast<unsigned int>(std::numeric_limits<int>::max()));
+  // The corners along a voxel's edge, two more, are counted in an int.
+  assert(subdivisions <= static_cast<unsigned int>(std::numeric_limits<int>::max() - 2));
 }
 MarchingCubes::MarchingCubes(MarchingCubes const&) = default;
 MarchingCubes::MarchingCubes(MarchingCubes&&) noexcept = default;

@@ -41,6 +41,7 @@ VELMOR_TREE_IS_IN_OPENVDB(openvdb::MaskTree);
 VELMOR_TREE_IS_IN_OPENVDB(openvdb::Vec3DTree);
 VELMOR_TREE_IS_IN_OPENVDB(openvdb::Vec3ITree);
 VELMOR_TREE_IS_IN_OPENVDB(openvdb::Vec3STree);
+VELMOR_TREE_IS_IN_OPENVDB(openvdb::points::PointDataTree);
 
 #undef VELMOR_TREE_IS_IN_OPENVDB
 

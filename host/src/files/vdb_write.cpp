@@ -13,6 +13,7 @@
 #include "files/vdb_grids.h"
 #include "files/vdb_log.h"
 #include "files/vdb_metadata.h"
+#include "files/vdb_plan.h"
 #include "velmorapi/layout.h"
 #include "velmorhost/settings.h"
 
@@ -21,11 +22,6 @@ namespace Velmor::Host::Files {
 namespace {
 
 using Vector = orlen::Math::vec<3, float>;
-
-struct Placement {
-  double voxelSize = 1;
-  double translation[3] = {0, 0, 0};
-};
 
 /// The placement that a component was read with, if nobody has changed its
 /// voxel size or origin since; else the one that its origin makes.

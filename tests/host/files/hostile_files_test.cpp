@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <openvdb/points/PointAttribute.h>
-#include <openvdb/points/PointConversion.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -14,6 +13,7 @@
 #include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
+#include "support/object_builder.h"
 #include "support/seed.h"
 
 namespace Velmor::Test {
@@ -24,21 +24,20 @@ std::string bytesOf(std::string const& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-openvdb::GridBase::Ptr smallPoints() {
-  std::vector<openvdb::Vec3s> positions;
+openvdb::points::PointDataGrid::Ptr smallPoints() {
+  CacheFolder const folder;
+  auto const path = folder.path().str() + "/points.vdb";
+  ObjectBuilder const scene("points");
+  std::vector<Float3> positions;
   for (int n = 0; n < 60; ++n) {
     auto const t = static_cast<float>(n);
-    positions.emplace_back(t * 0.1f, t * 0.05f, 1.f);
+    positions.emplace_back(t * 0.25f, t * 0.125f, 2.5f);
   }
-  openvdb::points::PointAttributeVector<openvdb::Vec3s> const wrapper(positions);
-  auto const transform = openvdb::math::Transform::createLinearTransform(0.4);
-  auto const index =
-      openvdb::tools::createPointIndexGrid<openvdb::tools::PointIndexGrid>(wrapper, *transform);
-  auto grid = openvdb::points::createPointDataGrid<openvdb::points::NullCodec,
-                                                   openvdb::points::PointDataGrid>(*index, wrapper,
-                                                                                   *transform);
-  grid->setName("points");
-  return grid;
+  scene.points(positions);
+  EXPECT_EQ(Host::writeObject(scene.object(), path).message(), "");
+  auto const grids = readGrids(path);
+  EXPECT_EQ(grids.size(), 1u);
+  return openvdb::gridPtrCast<openvdb::points::PointDataGrid>(grids.front());
 }
 
 /// Small files of each kind that the reader knows.
@@ -138,7 +137,7 @@ TEST(HostileFile, ValuesPerPointThatOverflowAreNoPair) {
   CacheFolder const folder;
   auto const path = folder.path().str() + "/points.vdb";
   openvdb::initialize();
-  auto const grid = openvdb::gridPtrCast<openvdb::points::PointDataGrid>(smallPoints());
+  auto const grid = smallPoints();
   using Vectors = openvdb::points::TypedAttributeArray<openvdb::Vec3s>;
   // Three times this is 2 in 32 bits.
   openvdb::points::appendAttribute(grid->tree(), "wide", Vectors::attributeType(), 0x55555556);
