@@ -71,7 +71,7 @@ void requireSoundRoot(Grid const& grid) {
   constexpr auto size = static_cast<std::int32_t>(Node::DIM);
   constexpr auto last = std::numeric_limits<std::int32_t>::max() - size + 1;
   auto const require = [](openvdb::Coord const& at) {
-    for (int a = 0; a < 3; ++a) {
+    for (std::size_t a = 0; a < 3; ++a) {
       if (at[a] % size != 0 || at[a] < -last || at[a] >= last) {
         OPENVDB_THROW(openvdb::IoError, "damaged: its root node has an entry at " << at);
       }

@@ -49,7 +49,7 @@ std::vector<Placed> place(vec<3, float> const* positions, std::size_t count,
         nowhere[n] = 1;
         return;
       }
-      voxel[a] = static_cast<int>(nearest);
+      voxel.data()[a] = static_cast<int>(nearest);
       point.inVoxel[a] = static_cast<float>(at - nearest);
     }
     point.leaf = voxel & ~static_cast<int>(PointLeaf::DIM - 1);

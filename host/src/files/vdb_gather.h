@@ -105,7 +105,7 @@ class VoxelDecoder {
 
   static bool touches(openvdb::CoordBBox const& box, openvdb::Coord const& origin,
                       std::int64_t extent) {
-    for (int a = 0; a < 3; ++a) {
+    for (std::size_t a = 0; a < 3; ++a) {
       if (box.min()[a] > origin[a] + (extent - 1) || box.max()[a] < origin[a]) return false;
     }
     return true;
@@ -122,7 +122,7 @@ class VoxelDecoder {
       }
     }
     std::int64_t keys = 1;
-    for (int a = 0; a < 3; ++a) {
+    for (std::size_t a = 0; a < 3; ++a) {
       keys *= (box.max()[a] >> Upper::TOTAL) - (box.min()[a] >> Upper::TOTAL) + 1;
     }
     return covered == keys || out.add(background_, false);

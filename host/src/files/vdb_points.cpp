@@ -173,7 +173,7 @@ Span decodePositions(Leaves& leaves, PointsJob& job) {
     auto* to = out + leaves.first[l];
     openvdb::Index n = 0;
     for (openvdb::Index voxel = 0; voxel < PointLeaf::SIZE; ++voxel) {
-      auto const at = leaf.offsetToGlobalCoord(voxel);
+      auto const at = leaf.offsetToGlobalCoord(voxel).asVec3d();
       for (openvdb::Index const end = leaf.getValue(voxel); n < end; ++n) {
         auto const p = handle.get(n);
         for (int a = 0; a < 3; ++a) {
@@ -201,10 +201,10 @@ Span decodePositions(Leaves& leaves, PointsJob& job) {
 std::vector<std::string> attributeNames(Leaves const& leaves) {
   std::vector<std::pair<std::size_t, std::string>> places;
   for (std::size_t l = 0; l < leaves.nodes.size(); ++l) {
-    for (auto const& [name, place] : leaves.nodes[l]->attributeSet().descriptor().map()) {
+    for (auto const& entry : leaves.nodes[l]->attributeSet().descriptor().map()) {
       if (std::none_of(places.begin(), places.end(),
-                       [&](auto const& known) { return known.second == name; })) {
-        places.emplace_back(place, name);
+                       [&](auto const& known) { return known.second == entry.first; })) {
+        places.emplace_back(entry.second, entry.first);
       }
     }
   }

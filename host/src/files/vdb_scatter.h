@@ -143,10 +143,10 @@ class VoxelEncoder {
     auto lower = std::make_unique<Lower>(origin, empty_, false);
     SourceField::Window const window(field_, box);
     std::array<std::array<Stretches, blocks>, 3> along;
-    for (int axis = 0; axis < 3; ++axis) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
       for (int b = 0; b < blocks; ++b) {
-        along[static_cast<std::size_t>(axis)][static_cast<std::size_t>(b)] =
-            window.stretches(axis, origin[axis] + b * edge);
+        along[axis][static_cast<std::size_t>(b)] =
+            window.stretches(static_cast<int>(axis), origin[axis] + b * edge);
       }
     }
     std::unique_ptr<Leaf> leaf;

@@ -63,7 +63,7 @@ class Resources : public testing::Test {
     return values;
   }
 
-  ScannedFolder const cache;
+  ScannedFolder const cache{};
   ActiveGraph const graph{[] {
     ActiveGraph const made(API::ObjectModel::createActiveGraph("resource tests"));
     API::ObjectModel::removeActiveGraph(made.name());
