@@ -45,7 +45,9 @@ class VELMOR_EXPORT Intersector {
   /// Starts on origin + t * direction, t from `tmin` to `tmax`, in world units.
   /// The direction need not have length 1. Intervals that start before 0 are
   /// never valid. With a direction of 0 and a `tmax` that is no number the walk
-  /// never gets anywhere, nor does `next` return: rule that out first.
+  /// never gets anywhere, nor does `next` return: rule that out first. A walk ends
+  /// where a float `t` no longer tells two cells apart, 10^8 voxels from the origin
+  /// and beyond: start such a ray nearer.
   void init(orlen::Math::vec<3, float> const& origin, orlen::Math::vec<3, float> const& direction,
             float tmin, float tmax);
   /// The next interval along the ray; one that is not valid ends the walk.

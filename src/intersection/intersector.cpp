@@ -243,8 +243,10 @@ struct Intersector::Impl {
           }
           depth = depthThere(leaf + 1);
           if (depth != level) break;
-          walker.advance();
+          auto const axis = walker.advance();
           t = walker.t;
+          // So far along the ray a cell is less than a step of t: it gets no further.
+          if (walker.tMax[axis] == t) return result;
         }
         if (depth > leaf) {
           result.t0 = fine.t;

@@ -111,6 +111,14 @@ TEST(Intersector, ReplacesNegativeStarts) {
   EXPECT_EQ(walk(rowOf({0, 5}), from(0.5f), kAlongX, -1.f, 10.f), (Intervals{{2.5f, 7.5f}}));
 }
 
+TEST(Intersector, EndsWhereTheParameterNoLongerTellsCellsApart) {
+  // A float at 1e9 goes in steps of 64, a cell of 25 voxels is lost in it.
+  Intersector tiles(rowOf({0}));
+  tiles.init({-1e9f, 6.5f, 0.5f}, kAlongX, 1e9f, 1.1e9f);
+  EXPECT_FALSE(tiles.next().valid());
+  EXPECT_FALSE(tiles.next().valid());
+}
+
 TEST(Intersector, KeepsTheCallersParameter) {
   EXPECT_EQ(walk(rowOf({0}), from(-20.f), {2.f, 0.f, 0.f}, 0.f, 100.f), (Intervals{{9.f, 11.5f}}));
   EXPECT_EQ(walk(rowOf({0}, 0.1f), {-2.f, 0.05f, 0.05f}, kAlongX, 0.f, 10.f),
