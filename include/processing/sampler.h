@@ -32,9 +32,10 @@ struct VELMOR_EXPORT Sample {
 /// Reads a voxel channel, or a vector kept as two or three float channels, at
 /// world positions (voxel position times the layout's voxel scale).
 ///
-/// Float types are interpolated by the host's quadratic B-splines; integers are
-/// read from the voxel at the position, truncated toward zero, or the background
-/// where no leaf tile is. Nothing is reported: what cannot be sampled gives an
+/// Float types are interpolated by the host's quadratic B-splines. Integers are
+/// read by the position in voxels, truncated toward zero to find the leaf tile, and
+/// from the voxel that the position itself lies in; the background where no leaf
+/// tile is. Nothing is reported: what cannot be sampled gives an
 /// empty sampler, which leaves its outputs untouched.
 ///
 /// A sampler keeps its channels alive and sees changes to their values. One

@@ -143,7 +143,11 @@ Stream& Status::warn() {
   return added == nullptr ? Impl::nowhere() : *added;
 }
 
-Status::operator bool() const { return error().empty(); }
+Status::operator bool() const {
+  auto const* const error = impl_ == nullptr ? nullptr : impl_->error.impl_;
+  // By its length: there may be no memory for a copy of the text.
+  return error == nullptr || error->text->rdbuf()->pubseekoff(0, std::ios::cur, std::ios::out) <= 0;
+}
 
 API::String Status::error() const { return impl_ == nullptr ? API::String() : impl_->error.str(); }
 

@@ -9,8 +9,8 @@
 
 /// How the drivers spare the filters and mixers of this library one virtual call
 /// per voxel. A kernel is the whole-tile form of one class's `compute`, equal to it
-/// bit for bit. It stands for objects of exactly that class: a client's
-/// subclass may override `compute`, which is then called for every voxel.
+/// bit for bit (but for the sign of a median that is 0). It stands for objects of exactly that
+/// class: a client's subclass may override `compute`, which is then called for every voxel.
 namespace Velmor::Processing {
 
 /// What a kernel looks like, by the family base whose `compute` it stands for.

@@ -147,6 +147,7 @@ TEST(Status, ReadingWithoutMemoryGivesEmptyTexts) {
   {
     FailingAllocation const failing(0);
     EXPECT_TRUE(status.error().empty());
+    EXPECT_FALSE(status);
   }
   for (int after = 0; after < 3; ++after) {
     FailingAllocation const failing(after);
