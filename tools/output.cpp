@@ -28,13 +28,7 @@ void removeAndEnd(int signal) {
 // Paths that stand for one of our own open descriptors, whatever that is.
 int descriptorOf(std::string const& path) {
   if (path == "-") return STDOUT_FILENO;
-  for (std::string const prefix : {"/dev/std", "/dev/fd/", "/proc/self/fd/"}) {
-    if (path.compare(0, prefix.size(), prefix) != 0) continue;
-    auto const rest = path.substr(prefix.size());
-    if (rest == "out" || rest == "1") return STDOUT_FILENO;
-    if (rest == "err" || rest == "2") return STDERR_FILENO;
-  }
-  return -1;
+  return Host::standardStream(path);
 }
 
 [[noreturn]] void failOutput(std::string const& path, int error) {

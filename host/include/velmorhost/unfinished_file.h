@@ -44,6 +44,12 @@ class VELMOR_EXPORT UnfinishedFile {
   int remembered_ = -1;  // where `removeUnfinishedFiles` finds it
 };
 
+/// The descriptor behind a path that names this process's own standard output or
+/// error stream (/dev/stdout, /dev/fd/1, /proc/self/fd/1 and so on), else -1. It is
+/// to be written to as it is: opened by name, a file that a shell appends to would
+/// start at its beginning.
+VELMOR_EXPORT int standardStream(std::string const& path) noexcept;
+
 /// Removes the hidden files of all unfinished files of this process. A signal
 /// handler may call it, and end the process then.
 VELMOR_EXPORT void removeUnfinishedFiles() noexcept;

@@ -51,10 +51,9 @@ std::string writeThrough(std::string const& path, std::function<void(std::ostrea
   Descriptor const memory(::memfd_create("velmor-output", MFD_CLOEXEC));
   if (!memory.valid()) return words(errno);
   if (auto problem = fill(memory.get(), write); !problem.empty()) return problem;
-  // The process's own output may be a file that a shell appends to; opening it
-  // by name would start at its beginning.
-  Descriptor const out(path == "/dev/stdout" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)
-                                             : ::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  int const own = standardStream(path);
+  Descriptor const out(own >= 0 ? ::fcntl(own, F_DUPFD_CLOEXEC, 3)
+                                : ::open(path.c_str(), O_WRONLY | O_CLOEXEC));
   if (!out.valid()) return words(errno);
   ::lseek(memory.get(), 0, SEEK_SET);
   std::unique_ptr<char[]> const chunk(new char[1 << 16]);
@@ -80,13 +79,11 @@ std::string replace(std::string const& path, std::function<void(std::ostream&)> 
 
 std::string writeFile(std::string const& path, std::function<void(std::ostream&)> const& write) {
   QuietSignals const quiet;
+  if (standardStream(path) >= 0) return writeThrough(path, write);
   struct stat info {};
   if (::stat(path.c_str(), &info) != 0) return replace(path, write);
   if (S_ISDIR(info.st_mode)) return "it is a folder";
-  if (!S_ISREG(info.st_mode) || path.starts_with("/dev/") || path.starts_with("/proc/")) {
-    return writeThrough(path, write);
-  }
-  return replace(path, write);
+  return S_ISREG(info.st_mode) ? replace(path, write) : writeThrough(path, write);
 }
 
 }  // namespace Velmor::Host::Files

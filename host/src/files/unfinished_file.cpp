@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -61,12 +62,20 @@ std::string folderOf(std::string const& path) {
 
 std::string nameOf(std::string const& path) { return path.substr(path.rfind('/') + 1); }
 
-// The file that a path of links ends at, so that links stay links. Where
-// nothing exists yet the path itself.
-std::string followLinks(std::string const& path) {
-  std::unique_ptr<char, decltype(&std::free)> const real(::realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real ? std::string(real.get()) : path;
+// The file that a path of links ends at, so that links stay links: also where
+// nothing exists yet at their end.
+std::string followLinks(std::string path) {
+  for (int n = 0; n < 40; ++n) {  // as many as the system follows
+    std::unique_ptr<char, decltype(&std::free)> const real(::realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    if (real) return real.get();
+    std::array<char, PATH_MAX> target;
+    auto const length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == target.size()) break;
+    std::string next(target.data(), static_cast<std::size_t>(length));
+    path = next[0] == '/' ? std::move(next) : folderOf(path) + "/" + next;
+  }
+  return path;
 }
 
 void sweep(std::string const& folder) {
@@ -94,6 +103,16 @@ bool lock(int file) {
 }
 
 }  // namespace
+
+int standardStream(std::string const& path) noexcept {
+  for (std::string_view const prefix : {"/dev/std", "/dev/fd/", "/proc/self/fd/"}) {
+    if (!path.starts_with(prefix)) continue;
+    auto const rest = std::string_view(path).substr(prefix.size());
+    if (rest == "out" || rest == "1") return STDOUT_FILENO;
+    if (rest == "err" || rest == "2") return STDERR_FILENO;
+  }
+  return -1;
+}
 
 UnfinishedFile::~UnfinishedFile() { remove(); }
 

@@ -75,6 +75,24 @@ TEST_F(UnfinishedFileTest, AllAreRemovedAtOnceBeforeAProcessEnds) {
   EXPECT_EQ(names(), Names{"a.vdb"});
 }
 
+TEST_F(UnfinishedFileTest, FollowsLinksToWhatIsNotThereYet) {
+  fs::create_directory(at("deep"));
+  fs::create_symlink("deep/next", at("link"));
+  fs::create_symlink(at("a.vdb"), at("deep/next"));
+  Host::UnfinishedFile file;
+  EXPECT_EQ(Host::UnfinishedFile::check(at("link")), 0);
+  ASSERT_EQ(file.open(at("link")), 0);
+  ASSERT_EQ(file.finish(), 0);
+  EXPECT_EQ(names(), (Names{"a.vdb", "deep", "link"}));
+  EXPECT_TRUE(fs::is_symlink(at("link")));
+  EXPECT_TRUE(fs::is_symlink(at("deep/next")));
+  // Nowhere, and round in a circle.
+  fs::create_symlink("none/b.vdb", at("astray"));
+  EXPECT_EQ(Host::UnfinishedFile().open(at("astray")), ENOENT);
+  fs::create_symlink("circle", at("circle"));
+  EXPECT_EQ(Host::UnfinishedFile().open(at("circle")), ELOOP);
+}
+
 TEST_F(UnfinishedFileTest, KnowsBeforehandWhereNoFileCanBe) {
   EXPECT_EQ(Host::UnfinishedFile::check(at("a.vdb")), 0);
   for (auto const& [path, error] : std::vector<std::pair<std::string, int>>{

@@ -58,6 +58,21 @@ TEST(Writing, AFullDiskLeavesTheOldFileAndNothingElse) {
   EXPECT_EQ(text, "old");
 }
 
+// Memory that looks like a disk is no device, though it lies among them.
+TEST(Writing, AFileBelowDevIsReplacedWhole) {
+  if (::access("/dev/shm", W_OK) != 0) GTEST_SKIP() << "there is no /dev/shm to write to";
+  auto const file = "/dev/shm/velmor-test-" + std::to_string(::getpid()) + ".vdb";
+  CacheFolder const folder;
+  auto const plain = folder.path().str() + "/sphere.vdb";
+  std::ofstream(file) << std::string(100000, 'x');
+  auto const scene = sphereScene(5.f);
+  EXPECT_EQ(Host::writeObject(scene.object, file).message(), "");
+  ASSERT_EQ(Host::writeObject(scene.object, plain).message(), "");
+  EXPECT_EQ(std::filesystem::file_size(file), std::filesystem::file_size(plain));
+  EXPECT_EQ(load(file).message, "");
+  std::filesystem::remove(file);
+}
+
 TEST(Writing, ImpossiblePlacesAreNamed) {
   CacheFolder const folder;
   auto const scene = sphereScene(3.f);
