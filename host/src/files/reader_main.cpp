@@ -151,6 +151,9 @@ int main(int count, char** arguments) {
     return Helper::badRequest;
   }
   endThreadsOfTheLog();
+  // A limit on the size of files is one on the shared memory too: what is too large
+  // for it fails there.
+  std::signal(SIGXFSZ, SIG_IGN);
   // Nothing keeps the file system busy that it was started on.
   if (::chdir("/") != 0) std::_Exit(1);
   serveRequests(Helper::requests, idleMilliseconds, &decodeOne);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -215,6 +216,27 @@ TEST(Helper, AMemoryLimitEndsTheLoadWithAMessage) {
   auto const treated = load(file, how).message;
   EXPECT_NE(treated.find("keeping the distance as it is may need less"), std::string::npos)
       << treated;
+}
+
+TEST(Helper, ReadsUnderALimitOnTheSizeOfFiles) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/sphere.vdb";
+  writeGrids(file, {sphereGrid(60.f, 0.1)});
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  // A helper is started with the limits of the moment.
+  auto const loadWithin = [&](rlim_t bytes) {
+    for (auto const helper : helpersOf(::getpid())) ::kill(helper, SIGKILL);
+    rlimit const small{bytes, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    auto loaded = load(file, {});
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    for (auto const helper : helpersOf(::getpid())) ::kill(helper, SIGKILL);
+    return loaded;
+  };
+  EXPECT_EQ(loadWithin(16 << 20).message, "");
+  auto const tooSmall = loadWithin(1 << 20).message;
+  EXPECT_NE(tooSmall.find("memory"), std::string::npos) << tooSmall;
 }
 
 TEST(Helper, RefusesToBeStartedByHand) {
