@@ -40,14 +40,10 @@ bool holdsVoxels(API::Object const& object) {
 // Loads what is asked for its names and types only: its distances stay as they are,
 // which is quick and takes the least memory.
 API::Object probe(Input const& input, Selection const& selection) {
-  auto const options = Host::readOptions();
-  struct Restored {
-    Host::ReadOptions const& options;
-    ~Restored() { Host::setReadOptions(options); }
-  } const restored{options};
-  auto plain = options;
+  auto plain = Host::readOptions();
   plain.distance = Host::DistanceMode::Keep;
-  Host::setReadOptions(plain);
+  // Other frames may be loading their distances at the same time.
+  Host::ScopedReadOptions const scope(plain);
   return input.load(selection);
 }
 

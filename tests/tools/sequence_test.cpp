@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -130,6 +132,38 @@ TEST_F(SequenceTest, AFailedFrameDoesNotStopTheOthers) {
   EXPECT_FALSE(std::filesystem::exists(at("m.2.ply")));
 }
 
+// To say what a damaged frame lacks the command looks into its file, while other
+// frames are being read.
+TEST_F(SequenceTest, DamagedFramesDoNotChangeHowOthersAreRead) {
+  constexpr int frames = 24;
+  ObjectBuilder const ball("ball");
+  auto const distance = ball.sphere(ball.voxels(), 12.f);
+  Host::setFieldClass(distance, Host::FieldClass::LevelSet);
+  // In cells, so that the distances need a factor.
+  Processing::ScaleFilter<float>(10.f).filter(distance, distance);
+  distance.setBackgroundValue(5.f);
+  folder_.writeTo(ball.object(), at("seq/ball.0001.vdb"));
+  auto const whole = readFile(at("seq/ball.0001.vdb"));
+  for (int f = 2; f <= frames; ++f) {
+    writeFile(at("seq/ball." + std::to_string(f) + ".vdb"),
+              f % 3 != 1 ? whole.substr(0, whole.size() - 200) : whole);
+  }
+  auto const run =
+      runCommand({"surface", at("seq"), "--jobs", "4", "--mesh", at("m.#.ply"), "--json"});
+  EXPECT_EQ(run.exit, 6) << run.err;
+  auto const report = Json::parse(run.out);
+  ASSERT_EQ(report["frames"].size(), 24u);
+  for (auto const& frame : report["frames"]) {
+    if (frame["frame"].get<int>() % 3 != 1) {
+      EXPECT_EQ(frame["state"], "failed");
+    } else {
+      EXPECT_EQ(frame["distance"]["mode"], "scale") << frame;
+      EXPECT_EQ(readFile(at("m." + std::to_string(frame["frame"].get<int>()) + ".ply")),
+                readFile(at("m.1.ply")));
+    }
+  }
+}
+
 TEST_F(SequenceTest, JobsAndThreadsDoNotChangeAByte) {
   writeBalls(4);
   ASSERT_EQ(import().exit, 0);
@@ -212,6 +246,33 @@ TEST_F(SequenceTest, AnImportThatFailsLeavesNoFolder) {
   std::filesystem::create_directory(at("cache"));
   EXPECT_EQ(import().exit, 6);
   EXPECT_TRUE(std::filesystem::is_empty(at("cache")));
+}
+
+TEST_F(SequenceTest, AnImportThatCannotWriteIsNoUnreadableInput) {
+  writeFile(at("p.csv"), ball(0.3));
+  std::filesystem::create_directories(at("cache/water/water.0001.vdb"));
+  auto const run = runCommand({"import", at("p.csv"), "--object", "water", "--cache", at("cache")});
+  EXPECT_EQ(run.exit, 5) << run.err;
+  EXPECT_NE(run.err.find("it is a folder"), std::string::npos) << run.err;
+}
+
+TEST_F(SequenceTest, AnImportNeedsAFolderThatItMayEnter) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
+  RunOptions const asNobody{.user = 65534};
+  if (runCommand({"--version"}, asNobody).exit != 0) {
+    GTEST_SKIP() << "another user cannot run the command from this folder";
+  }
+  writeFile(at("p.csv"), ball(0.3));
+  ::chmod(at("").c_str(), 0755);
+  ::chmod(at("p.csv").c_str(), 0644);
+  std::filesystem::create_directory(at("closed"));
+  ::chmod(at("closed").c_str(), 0700);
+  for (auto const* cache : {"closed", "closed/cache"}) {
+    auto const run =
+        runCommand({"import", at("p.csv"), "--object", "water", "--cache", at(cache)}, asNobody);
+    EXPECT_EQ(run.exit, 5) << run.err;
+    EXPECT_NE(run.err.find("cannot be made: Permission denied"), std::string::npos) << run.err;
+  }
 }
 
 TEST_F(SequenceTest, NamesTheKeyThatTheLevelSetRefuses) {

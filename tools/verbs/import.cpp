@@ -87,12 +87,12 @@ std::string fileOf(ImportOptions const& options, int frame) {
 class Folder {
  public:
   explicit Folder(std::string path) : path_(std::move(path)) {
-    for (auto part = path_; !part.empty() && !std::filesystem::exists(part);
+    std::error_code error;
+    for (auto part = path_; !part.empty() && !std::filesystem::exists(part, error) && !error;
          part = part.parent_path()) {
       made_.push_back(part);
     }
-    std::error_code error;
-    std::filesystem::create_directories(path_, error);
+    if (!error) std::filesystem::create_directories(path_, error);
     if (error)
       throw Failure(ExitCode::Output, path_.string(), "cannot be made: " + error.message());
   }
@@ -172,6 +172,7 @@ void run(Session& session, ImportOptions const& options) {
   reportFrames(outcomes, report);
   report["seconds"] = times.json();
 
+  std::error_code unreadable;
   std::ostringstream text;
   text.imbue(std::locale::classic());
   text << "object      " << options.object.name << '\n'
@@ -186,12 +187,13 @@ void run(Session& session, ImportOptions const& options) {
   text << "particles   " << particles << '\n'
        << "frames      " << summaryOf(outcomes) << '\n'
        << "seconds     " << times.text() << '\n'
-       << "output      " << (std::filesystem::is_empty(folder) ? "none" : folder) << '\n';
+       << "output      " << (std::filesystem::is_empty(folder, unreadable) ? "none" : folder)
+       << '\n';
   // A single file that cannot be read is an unreadable input, no gap in a sequence.
   bool const failed = outcomes.size() == 1 && !outcomes.front().error.empty();
   if (failed) {
     bool const sequence = FramePattern(options.input).numbered();
-    session.fail(sequence ? ExitCode::Frames : ExitCode::Input, outcomes.front().error);
+    session.fail(sequence ? ExitCode::Frames : outcomes.front().code, outcomes.front().error);
   }
   session.report(std::move(report), text.str());
   if (!failed) finishSequence(session, outcomes, options.input);

@@ -33,7 +33,23 @@ struct ReadOptions {
 };
 /// Apply to all loads of the process from now on.
 VELMOR_EXPORT void setReadOptions(ReadOptions const& options);
+/// Those that apply to what the calling thread loads.
 VELMOR_EXPORT ReadOptions readOptions();
+
+/// Options for what the calling thread loads while this lives, in place of the
+/// process's: other threads do not see them. Ends on the thread that made it, the
+/// last one made first.
+class VELMOR_EXPORT ScopedReadOptions {
+ public:
+  explicit ScopedReadOptions(ReadOptions const& options);
+  ~ScopedReadOptions();
+  ScopedReadOptions(ScopedReadOptions const&) = delete;
+  ScopedReadOptions& operator=(ScopedReadOptions const&) = delete;
+
+ private:
+  ReadOptions options_;
+  ReadOptions const* outer_;
+};
 
 /// A cache file that an importer found.
 struct CacheFile {

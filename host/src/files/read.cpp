@@ -6,6 +6,7 @@
 #include <fstream>
 #include <mutex>
 #include <sstream>
+#include <utility>
 
 #include "files/helper.h"
 #include "files/image.h"
@@ -26,6 +27,7 @@ ReadOptions& options() {
   static ReadOptions theOptions;
   return theOptions;
 }
+thread_local ReadOptions const* scopedOptions = nullptr;
 
 /// Why a file cannot be opened at all, in words; empty if it can.
 std::string openingProblem(std::string const& path) {
@@ -125,9 +127,15 @@ void setReadOptions(ReadOptions const& how) {
 }
 
 ReadOptions readOptions() {
+  if (scopedOptions != nullptr) return *scopedOptions;
   std::lock_guard const lock(optionsMutex);
   return options();
 }
+
+ScopedReadOptions::ScopedReadOptions(ReadOptions const& options)
+    : options_(options), outer_(std::exchange(scopedOptions, &options_)) {}
+
+ScopedReadOptions::~ScopedReadOptions() { scopedOptions = outer_; }
 
 API::Status readObject(std::string const& path, std::string const& objectName,
                        API::Runtime::CacheResource::LoadOptions const& load, ReadOptions const& how,
