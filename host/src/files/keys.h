@@ -23,6 +23,8 @@ inline constexpr char const* background = "velmor_background";  ///< the channel
 inline constexpr char const* coarse = "velmor_coarse";  ///< cells that the grid has no place for
 inline constexpr char const* tiles = "velmor_tiles";    ///< tiles that the values do not show
 
+inline constexpr char const* channelOf = "velmor_channel_";  ///< and a point attribute: its channel
+
 // A point attribute.
 inline constexpr char const* order = "velmor_order";  ///< place of each point in the state
 

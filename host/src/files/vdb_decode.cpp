@@ -54,7 +54,7 @@ FieldClass fieldClassOf(openvdb::GridBase const& grid) {
   }
 }
 
-std::string textOf(openvdb::GridBase const& grid, char const* key) {
+std::string textOf(openvdb::GridBase const& grid, std::string const& key) {
   auto const value = grid.getMetadata<openvdb::StringMetadata>(key);
   return value ? value->value() : std::string();
 }
@@ -129,9 +129,14 @@ class Decoder {
     if (request_.messagesAbout.empty() || request_.messagesAbout == channel) warn(text);
   }
 
-  void skip(std::string const& grid, std::string const& reason) {
-    auto const text = "Grid '" + grid + "' of '" + request_.path + "' is skipped: " + reason;
-    warnAbout(grid, text);
+  /// Unnamed grids are called by what would become of them.
+  std::string called(std::string const& grid, std::string const& channel) const {
+    return "'" + (grid.empty() ? channel : grid) + "' of '" + request_.path + "'";
+  }
+
+  void skip(std::string const& grid, std::string const& channel, std::string const& reason) {
+    auto const text = "Grid " + called(grid, channel) + " is skipped: " + reason;
+    warnAbout(channel, text);
     if (firstLoss_.empty()) firstLoss_ = text;
   }
 
@@ -153,12 +158,14 @@ class Decoder {
     for (auto& entry : archive.entries()) {
       VdbLog log;
       std::string reason;
+      auto const channel = entry.name.empty() ? std::string(Plan::unnamed) : entry.name;
       if (!entry.grid) {
-        skip(entry.name, "values of type '" + entry.type + "' are not supported");
+        skip(entry.name, channel, "values of type '" + entry.type + "' are not supported");
         continue;
       }
       if (!isVoxelGrid(*entry.grid) && !isPointGrid(*entry.grid)) {
-        skip(entry.name, "values of type '" + entry.grid->valueType() + "' are not supported");
+        skip(entry.name, channel,
+             "values of type '" + entry.grid->valueType() + "' are not supported");
         continue;
       }
       try {
@@ -169,8 +176,8 @@ class Decoder {
       } catch (std::exception const& error) {
         reason = reasonOf(error);
       }
-      if (!reason.empty()) skip(entry.name, reason);
-      passOn(log, entry.name);
+      if (!reason.empty()) skip(entry.name, channel, reason);
+      passOn(log, entry.name, channel);
     }
     if (archive.entries().empty()) throw Failure{"'" + request_.path + "' holds no grids"};
     if (fitting.empty()) throw Failure{firstLoss_};
@@ -196,9 +203,9 @@ class Decoder {
     return wanted;
   }
 
-  void passOn(VdbLog& log, std::string const& grid) {
+  void passOn(VdbLog& log, std::string const& grid, std::string const& channel) {
     for (auto const& line : log.take()) {
-      warnAbout(grid, "Grid '" + grid + "' of '" + request_.path + "': " + line);
+      warnAbout(channel, "Grid " + called(grid, channel) + ": " + line);
     }
   }
 
@@ -206,6 +213,7 @@ class Decoder {
     VdbLog log;
     auto const mark = image_.mark();
     auto const known = channels_.size();
+    auto const& channel = grid.points ? plan_.components[grid.component].name : grid.channel;
     try {
       archive.readAll(*grid.entry);
       if (grid.points) {
@@ -219,10 +227,10 @@ class Decoder {
     } catch (std::exception const& error) {
       channels_.resize(known);
       image_.rewind(mark);
-      skip(grid.entry->name, reasonOf(error));
+      skip(grid.entry->name, channel, reasonOf(error));
     }
     grid.entry->grid.reset();
-    passOn(log, grid.entry->name);
+    passOn(log, grid.entry->name, channel);
   }
 
   void readPoints(Wanted const& grid) {
@@ -238,11 +246,13 @@ class Decoder {
     }
     job.wanted = [&](std::string const& name) { return wantsChannel(name); };
     job.rename = [&](std::string const& attribute) {
-      auto const name = attribute == "P" ? "position" : attribute == "v" ? "velocity" : attribute;
-      return plan_.channelName(grid.component, name);
+      auto const stated = textOf(*grid.entry->grid, Keys::channelOf + attribute);
+      return plan_.channelName(grid.component,
+                               stated.empty() ? attributeChannel(attribute) : stated);
     };
     job.warn = [&](std::string const& text) {
-      warn("Point grid '" + grid.entry->name + "' of '" + request_.path + "': " + text);
+      warn("Point grid " + called(grid.entry->name, plan_.components[grid.component].name) + ": " +
+           text);
     };
     auto const first = channels_.size();
     decodePoints(*grid.entry->grid, job, channels_);
@@ -284,8 +294,8 @@ class Decoder {
     if (job.cut) {
       warnAbout(
           wanted.channel,
-          "Grid '" + wanted.entry->name + "' of '" + request_.path +
-              "' reaches beyond the voxels that a layout can hold; what lies there is left out");
+          "Grid " + called(wanted.entry->name, wanted.channel) +
+              " reaches beyond the voxels that a layout can hold; what lies there is left out");
     }
     channels_.push_back(record);
   }
@@ -329,16 +339,18 @@ class Decoder {
     bool const chosen =
         request_.distanceChannel.empty() ? levelSet : request_.distanceChannel == wanted.channel;
     if (!levelSet && !chosen) return 1;
+    auto const mode = chosen ? request_.distance : DistanceMode::Keep;
     auto distance = openvdb::gridPtrCast<openvdb::FloatGrid>(grid);
     auto const before = distance->background();
-    bool const mended = !ownBackground && mendBackground(*distance, voxelSize);
-    auto const outcome =
-        treatDistance(distance, voxelSize, chosen ? request_.distance : DistanceMode::Keep, mended);
+    // What is only taken for a distance may be fog, which is kept as it is.
+    bool const mended = !ownBackground && (levelSet || mode != DistanceMode::Keep) &&
+                        mendBackground(*distance, voxelSize);
+    auto const outcome = treatDistance(distance, voxelSize, mode, mended);
     grid = distance;
     if (mended) {
-      warnAbout(wanted.channel, "Level set '" + wanted.entry->name + "' of '" + request_.path +
-                                    "' has background " + numberText(before) +
-                                    "; +5 voxels is taken outside");
+      warnAbout(wanted.channel,
+                (levelSet ? "Level set " : "Grid ") + called(wanted.entry->name, wanted.channel) +
+                    " has background " + numberText(before) + "; +5 voxels is taken outside");
     }
     if (chosen) {
       record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);

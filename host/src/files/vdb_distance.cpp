@@ -133,9 +133,14 @@ double factorFor(openvdb::FloatGrid const& grid, double voxelSize) {
 }  // namespace
 
 bool mendBackground(openvdb::FloatGrid& grid, double voxelSize) {
-  if (grid.background() > 0) return false;
-  grid.tree().root().setBackground(static_cast<float>(bandVoxels * voxelSize),
-                                   /*updateChildNodes=*/true);
+  auto const before = grid.background();
+  if (before > 0) return false;
+  auto const outside = static_cast<float>(bandVoxels * voxelSize);
+  // OpenVDB's own change of children would turn the outside of a negative one inside.
+  changeValues(grid.tree(), [&](float v, bool on) {
+    return !on && (v == before || (std::isnan(v) && std::isnan(before))) ? outside : v;
+  });
+  grid.tree().root().setBackground(outside, /*updateChildNodes=*/false);
   return true;
 }
 

@@ -12,6 +12,8 @@
 
 #include "files/keys.h"
 #include "files/vdb_encode.h"
+#include "files/vdb_metadata.h"
+#include "files/vdb_points.h"
 #include "velmorhost/scene.h"
 #include "velmorhost/settings.h"
 
@@ -78,10 +80,22 @@ bool keepsOrder(std::vector<Placed> const& placed, API::PointChannel const& posi
   });
 }
 
-std::string attributeName(API::Channel const& channel) {
-  auto const kept = channel.dictionary().value<API::String>(Keys::attributeName).str();
-  if (!kept.empty() && kept != "P") return kept;
-  return channel.name() == "velocity" ? "v" : channel.name().str();
+/// A name for the attribute of a channel, which takes fewer characters than ours.
+std::string attributeName(API::Channel const& channel, std::vector<std::string>& taken) {
+  auto base = channel.dictionary().value<API::String>(Keys::attributeName).str();
+  if (base.empty() || base == "P") {
+    base = channel.name() == "velocity" ? "v" : channel.name().str();
+  }
+  for (char& c : base) {
+    bool const letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    if (!letter && !(c >= '0' && c <= '9') && c != '|' && c != ':') c = '_';
+  }
+  auto name = base;
+  for (int n = 2; std::find(taken.begin(), taken.end(), name) != taken.end(); ++n) {
+    name = base + "_" + std::to_string(n);
+  }
+  taken.push_back(name);
+  return name;
 }
 
 template <class To, class From>
@@ -140,7 +154,14 @@ openvdb::GridBase::Ptr encodePoints(API::PointComponent const& points, double co
   auto const* const positions = pointData<vec<3, float>>(position);
   auto grid = vp::PointDataGrid::create();
   grid->setName("points");
-  if (positions == nullptr || points.elementCount() == 0) return grid;
+  if (points.elementCount() == 0) return grid;
+  if (positions == nullptr) {
+    report(Severity::Warning,
+           "The points of '" + points.name().str() + "' have no positions and are left out");
+    return grid;
+  }
+  writeMetadata(position.dictionary(), {Keys::attributeName, openvdb::GridBase::META_GRID_CLASS},
+                *grid);
   auto const placed = place(positions, points.elementCount(), offset);
   if (auto const lost = points.elementCount() - placed.size(); lost > 0) {
     report(Severity::Warning, std::to_string(lost) + " points of '" + points.name().str() +
@@ -188,12 +209,10 @@ openvdb::GridBase::Ptr encodePoints(API::PointComponent const& points, double co
   std::vector<std::string> taken{"P", Keys::order};
   for (auto const& channel : points.channels()) {
     if (channel == position) continue;
-    auto const base = attributeName(channel);
-    auto name = base;
-    for (int n = 2; std::find(taken.begin(), taken.end(), name) != taken.end(); ++n) {
-      name = base + "-" + std::to_string(n);
+    auto const name = attributeName(channel, taken);
+    if (auto const own = channel.name().str(); attributeChannel(name) != own) {
+      grid->insertMeta(Keys::channelOf + name, openvdb::StringMetadata(own));
     }
-    taken.push_back(name);
     auto const kind = kindOf(channel.dataType());
     auto const* const values = pointStorage(channel, channel.dataType());
     vp::appendAttribute(grid->tree(), name, kind.type, kind.stride);

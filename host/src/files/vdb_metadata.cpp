@@ -11,10 +11,16 @@ namespace Velmor::Host::Files {
 namespace {
 
 bool derived(std::string const& key) {
+  using Grid = openvdb::GridBase;
   std::string_view const name = key;
-  return name.starts_with("file_") || name.starts_with("velmor_") ||
-         name == openvdb::GridBase::META_GRID_NAME ||
-         name == openvdb::GridBase::META_SAVE_HALF_FLOAT;
+  if (name.starts_with("velmor_")) return true;
+  for (auto const* const known :
+       {Grid::META_GRID_NAME, Grid::META_SAVE_HALF_FLOAT, Grid::META_FILE_BBOX_MIN,
+        Grid::META_FILE_BBOX_MAX, Grid::META_FILE_COMPRESSION, Grid::META_FILE_MEM_BYTES,
+        Grid::META_FILE_VOXEL_COUNT, Grid::META_FILE_DELAYED_LOAD}) {
+    if (name == known) return true;
+  }
+  return false;
 }
 
 bool exact(openvdb::Vec3d const& v) { return v == openvdb::Vec3d(openvdb::Vec3s(v)); }

@@ -93,7 +93,7 @@ std::size_t Plan::points(Placement const& placement, std::string const& stated,
 }
 
 std::string Plan::channelName(std::size_t component, std::string const& wanted) {
-  auto base = wanted.empty() ? std::string("unnamed") : wanted;
+  auto base = wanted.empty() ? std::string(unnamed) : wanted;
   std::replace(base.begin(), base.end(), '/', '_');
   auto& taken = components[component].taken;
   auto name = base;

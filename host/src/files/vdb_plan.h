@@ -34,6 +34,9 @@ struct ComponentPlan {
 /// Sorts the grids of one file into components and gives them names.
 class Plan {
  public:
+  /// The channel of a grid without a name.
+  static constexpr char const* unnamed = "unnamed";
+
   /// The component of a voxel grid: the one that the file names, else the first
   /// with the same placement, else a new one ("volume", "volume-2", ...).
   std::size_t voxels(Placement const& placement, std::string const& stated);

@@ -248,6 +248,10 @@ void restoreOrder(Leaves const& leaves, PointsJob& job, std::vector<ChannelRecor
 
 }  // namespace
 
+std::string attributeChannel(std::string const& attribute) {
+  return attribute == "P" ? "position" : attribute == "v" ? "velocity" : attribute;
+}
+
 bool isPointGrid(openvdb::GridBase const& grid) { return grid.isType<vp::PointDataGrid>(); }
 
 void decodePoints(openvdb::GridBase const& grid, PointsJob& job,
@@ -269,6 +273,8 @@ void decodePoints(openvdb::GridBase const& grid, PointsJob& job,
     record.points = values;
     record.name = job.image.text(name);
     std::vector<MetadataRecord> metadata;
+    // The grid's own goes with its positions.
+    if (attribute == "P") readMetadata(grid, job.image, metadata);
     addText(job.image, metadata, Keys::attributeName, attribute);
     record.metadata = job.image.records(metadata);
     channels.push_back(record);

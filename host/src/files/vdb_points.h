@@ -24,6 +24,8 @@ struct PointsJob {
 /// numbers. Throws `openvdb::Exception` for inconsistent data, and `ImageFull`.
 void decodePoints(openvdb::GridBase const& grid, PointsJob& job,
                   std::vector<ChannelRecord>& channels);
+/// The channel that an attribute becomes where the file says nothing else.
+std::string attributeChannel(std::string const& attribute);
 bool isPointGrid(openvdb::GridBase const& grid);
 
 }  // namespace Velmor::Host::Files

@@ -7,6 +7,7 @@
 #include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
 #include "host/files/vdb_files.h"
+#include "support/object_builder.h"
 
 namespace Velmor::Test {
 namespace {
@@ -299,6 +300,86 @@ TEST(ForeignFile, ALevelSetWithoutBackgroundGetsFiveVoxelsOutside) {
   EXPECT_TRUE(mentions(loaded.warnings, "'phi'"));
   auto const tile = API::Layout(loaded.channel("phi").layout()).tileAccessor().tile(-1, 0, 0, 7);
   EXPECT_EQ(loaded.channel("phi").tileData<float>(tile.index()).data[0], 1.f);
+}
+
+// A negative background is no outside, but its opposite may stand there.
+TEST(ForeignFile, MendingANegativeBackgroundTurnsNoOutsideInside) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/phi.vdb";
+  auto grid = openvdb::FloatGrid::create(-0.4f);
+  grid->setName("phi");
+  grid->setGridClass(openvdb::GRID_LEVEL_SET);
+  grid->setTransform(openvdb::math::Transform::createLinearTransform(0.2));
+  grid->fill(openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(3)), -0.1f);
+  grid->tree().setValueOff(openvdb::Coord(4, 0, 0), 0.4f);
+  grid->tree().setValueOff(openvdb::Coord(5, 0, 0), -0.4f);
+  writeGrids(file, {grid});
+  auto const loaded = load(file);
+  ASSERT_EQ(loaded.message, "");
+  EXPECT_EQ(loaded.warnings, std::vector<std::string>{"Level set 'phi' of '" + file +
+                                                      "' has background -0.4; +5 voxels is taken "
+                                                      "outside"});
+  auto const channel = loaded.channel("phi");
+  EXPECT_EQ(channel.backgroundValue<float>(), 1.f);
+  auto const tile = API::Layout(channel.layout()).tileAccessor().tile(4, 0, 0, 7);
+  auto const values = channel.tileData<float>(tile.index());
+  auto const at = [&](int x) { return values.data[x - tile.coord().i + 5 * 2 + 25 * 2]; };
+  EXPECT_EQ(at(3), -0.1f);
+  EXPECT_EQ(at(4), 0.4f);
+  EXPECT_EQ(at(5), 1.f);
+}
+
+TEST(ForeignFile, FogThatIsTakenForADistanceIsKeptAsItIs) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/smoke.vdb";
+  auto grid = openvdb::FloatGrid::create(0.f);
+  grid->setGridClass(openvdb::GRID_FOG_VOLUME);
+  grid->fill(openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(9)), 0.5f);
+  writeGrids(file, {grid});
+  auto how = trusting();
+  how.distanceChannel = "unnamed";
+  auto const kept = load(file, how);
+  EXPECT_EQ(kept.warnings, std::vector<std::string>{});
+  EXPECT_EQ(kept.channel("unnamed").backgroundValue<float>(), 0.f);
+  how.distance = Host::DistanceMode::Scale;
+  auto const treated = load(file, how);
+  EXPECT_EQ(treated.warnings,
+            std::vector<std::string>{"Grid 'unnamed' of '" + file +
+                                     "' has background 0; +5 voxels is taken outside"});
+  EXPECT_EQ(treated.channel("unnamed").backgroundValue<float>(), 5.f);
+}
+
+// Some solvers begin names of their own as OpenVDB begins those that it derives.
+TEST(ForeignFile, MetadataThatOpenVdbDoesNotDeriveIsKept) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/a.vdb", again = folder.path().str() + "/b.vdb";
+  auto grid = openvdb::FloatGrid::create(0.f);
+  grid->setName("density");
+  grid->fill(openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(9)), 0.5f);
+  grid->insertMeta("file_voxel_size", openvdb::FloatMetadata(0.25f));
+  ObjectBuilder const spray("spray");
+  spray.points({{1.f, 2.f, 3.f}});
+  ASSERT_EQ(Host::writeObject(spray.object(), again).message(), "");
+  auto const points = readGrids(again).front();
+  points->insertMeta("solver", openvdb::StringMetadata("of mine"));
+  writeGrids(file, {grid, points});
+  auto const loaded = load(file);
+  EXPECT_EQ(loaded.channel("density").dictionary().value<float>("file_voxel_size"), 0.25f);
+  EXPECT_EQ(loaded.channel("position", "particle").dictionary().value<API::String>("solver").str(),
+            "of mine");
+  ASSERT_EQ(Host::writeObject(loaded.object, again).message(), "");
+  auto const grids = readGrids(again);
+  ASSERT_EQ(grids.size(), 2u);
+  for (auto const& written : grids) {
+    bool const fog = written->getName() == "density";
+    EXPECT_EQ(fog ? written->getMetadata<openvdb::FloatMetadata>("file_voxel_size") != nullptr
+                  : written->getMetadata<openvdb::StringMetadata>("solver") != nullptr,
+              true)
+        << written->getName();
+  }
 }
 
 TEST(ForeignFile, WarningsMayBeAskedForOneChannelAlone) {

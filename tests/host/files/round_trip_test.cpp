@@ -6,6 +6,7 @@
 
 #include "host/files/file_scenes.h"
 #include "support/message_log.h"
+#include "support/object_builder.h"
 
 namespace Velmor::Test {
 namespace {
@@ -208,6 +209,46 @@ TEST(RoundTrip, PointsKeepOrderAttributesAndPlaces) {
     for (int a = 0; a < 3; ++a) EXPECT_NEAR(before[p][a], after[p][a], 1e-6);
     EXPECT_EQ(std::memcmp(&lives[p], &livesAfter[p], 4), 0);
   }
+}
+
+TEST(RoundTrip, PointChannelsKeepNamesThatAttributesCannotHave) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("spray");
+  auto const points = builder.points({{1.f, 2.f, 3.f}, {4.f, 5.f, 6.f}});
+  std::vector<std::string> const names{"temp (C)",          "temp_[C]", "n x",      "vel-x", "a.b",
+                                       "\xc3\xa9t\xc3\xa9", "v",        "velocity", "plain", "P"};
+  for (std::size_t n = 0; n < names.size(); ++n) {
+    builder.pointChannel(points, names[n].c_str(), static_cast<int>(n));
+  }
+  auto file = folder.path().str() + "/spray.vdb";
+  ASSERT_EQ(Host::writeObject(builder.object(), file).message(), "");
+  for (int trip = 0; trip < 2; ++trip) {
+    auto const loaded = load(file);
+    ASSERT_EQ(loaded.message, "");
+    EXPECT_EQ(API::PointComponent(loaded.object.findComponent("particle")).channels().count(),
+              names.size() + 1);
+    for (std::size_t n = 0; n < names.size(); ++n) {
+      API::PointChannel const back(loaded.channel(names[n].c_str(), "particle"));
+      ASSERT_TRUE(back.valid()) << names[n];
+      EXPECT_EQ(Host::pointData<int>(back)[1], static_cast<int>(n)) << names[n];
+    }
+    file = folder.path().str() + "/again.vdb";
+    ASSERT_EQ(Host::writeObject(loaded.object, file).message(), "");
+  }
+}
+
+TEST(RoundTrip, PointsWithoutPositionsAreLeftOutWithAWarning) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("spray");
+  auto const points = builder.points({{1.f, 2.f, 3.f}});
+  builder.sphere(builder.voxels(), 3.f);
+  builder.server().removeChannel("particle/position");
+  MessageLog const log;
+  auto const file = folder.path().str() + "/spray.vdb";
+  ASSERT_EQ(Host::writeObject(builder.object(), file).message(), "");
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{
+                                "The points of 'particle' have no positions and are left out"});
+  EXPECT_EQ(load(file).message, "");
 }
 
 // A filter or a plug-in may have written anything over the positions.
