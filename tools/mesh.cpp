@@ -1,6 +1,11 @@
 #include "mesh.h"
 
+#include <tbb/parallel_for.h>
+#include <tbb/parallel_sort.h>
+
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -55,6 +60,24 @@ std::size_t openEdges(Mesh const& mesh) {
   return open;
 }
 
+namespace {
+
+// Whether vertices that lie apart come to lie on one place as floats.
+bool roundsTogether(Mesh const& mesh) {
+  std::vector<std::array<std::uint32_t, 3>> places(mesh.vertices.count());
+  tbb::parallel_for(std::size_t{0}, places.size(), [&](std::size_t v) {
+    for (int axis = 0; axis < 3; ++axis) {
+      // Zeros of either sign are one place.
+      auto const rounded = static_cast<float>(mesh.world(v, axis)) + 0.f;
+      places[v][static_cast<std::size_t>(axis)] = std::bit_cast<std::uint32_t>(rounded);
+    }
+  });
+  tbb::parallel_sort(places.begin(), places.end());
+  return std::adjacent_find(places.begin(), places.end()) != places.end();
+}
+
+}  // namespace
+
 bool needsDoubles(Mesh const& mesh) {
   if (mesh.origin == std::array<double, 3>{0, 0, 0}) return false;
   double farthest = 0;
@@ -66,7 +89,7 @@ bool needsDoubles(Mesh const& mesh) {
   }
   auto const near = static_cast<float>(farthest);
   double const step = std::nextafter(near, std::numeric_limits<float>::infinity()) - near;
-  return step > 0.001 * static_cast<double>(mesh.voxelSize);
+  return step > 0.001 * static_cast<double>(mesh.voxelSize) || roundsTogether(mesh);
 }
 
 }  // namespace Velmor::Tool

@@ -43,8 +43,8 @@ std::size_t dropDegenerate(Mesh& mesh);
 std::size_t openEdges(Mesh const& mesh);
 
 /// Whether a float is too coarse for the world coordinates: whether the step
-/// between neighbouring floats exceeds a thousandth of a voxel out there. Only a
-/// translation can bring that about.
+/// between neighbouring floats exceeds a thousandth of a voxel out there, or puts
+/// vertices on one place. Only a translation can bring that about.
 bool needsDoubles(Mesh const& mesh);
 
 }  // namespace Velmor::Tool

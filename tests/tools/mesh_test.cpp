@@ -59,6 +59,17 @@ TEST(NeedsDoubles, OnlyWhereATranslationCostsAThousandthOfAVoxel) {
   EXPECT_TRUE(needsDoubles(mesh));
 }
 
+TEST(NeedsDoubles, WhereVerticesWouldFallTogether) {
+  auto mesh = tetrahedron();
+  mesh.voxelSize = 0.1f;
+  mesh.vertices[1] = mesh.vertices[0];
+  mesh.vertices[1].x += 1e-5f;
+  mesh.origin = {1, 0, 0};
+  EXPECT_FALSE(needsDoubles(mesh));
+  mesh.origin = {500, 0, 0};
+  EXPECT_TRUE(needsDoubles(mesh));
+}
+
 TEST(NeedsDoubles, NotForLargeCoordinatesOfTheCacheItself) {
   auto mesh = tetrahedron();
   mesh.voxelSize = 1e-6f;

@@ -27,15 +27,20 @@ std::string className(Host::FieldClass fieldClass) {
   return "unknown";
 }
 
-// One number for scalars, an array for vectors.
-Json numbers(std::vector<double> const& values) {
-  if (values.size() == 1) return values.front();
-  return values;
+// One number for scalars, an array for vectors; null for what has no number.
+Json numbers(ChannelStats const& stats, std::vector<double> const& values) {
+  Json all = Json::array();
+  for (std::size_t c = 0; c < values.size(); ++c) {
+    all.push_back(stats.min[c] > stats.max[c] ? Json() : Json(values[c]));
+  }
+  return all.size() == 1 ? all.front() : all;
 }
 
 Json rangeOf(ChannelStats const& stats) {
-  if (stats.min.empty() || stats.min.front() > stats.max.front()) return nullptr;
-  return {{"min", numbers(stats.min)}, {"max", numbers(stats.max)}};
+  bool none = true;
+  for (std::size_t c = 0; c < stats.min.size(); ++c) none = none && stats.min[c] > stats.max[c];
+  if (none) return nullptr;
+  return {{"min", numbers(stats, stats.min)}, {"max", numbers(stats, stats.max)}};
 }
 
 // A box from per-axis numbers, moved by the component's origin.
