@@ -63,7 +63,7 @@ Value valueOf(double const* from) {
 template <class T, int N>
 void addChannel(API::StateServer const& server, API::PointComponent const& points,
                 Particles::Attribute const& attribute, std::vector<std::size_t> const& source) {
-  using Value = std::conditional_t<N == 1, T, vec<N == 1 ? 2 : N, T>>;
+  using Value = std::conditional_t<N == 1, T, vec<std::max(N, 2), T>>;
   API::PointChannel const channel(
       server.createChannel(points, API::dataTypeOf<Value>, attribute.name));
   auto* const data = Host::pointData<Value>(channel);

@@ -187,6 +187,7 @@ Sampler::Sampler(Sampler&& other) noexcept : impl_(std::exchange(other.impl_, nu
 
 Sampler& Sampler::operator=(Sampler const& other) {
   // In this order, so that assigning a sampler to itself empties it.
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   reset(nullptr);
   if (other.impl_ != nullptr) reset(other.impl_->clone());
   return *this;

@@ -75,6 +75,7 @@ class Body {
     }
     double const count = next(*property.count);
     if (!(count >= 0.)) throw Failure(ExitCode::Input, path_, "a list of negative length");
+    // NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter): so far only doubles count
     for (double n = 0.; n < count; ++n) next(property.type);
   }
 
