@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fakehost/fakehost.h"
+#include "fakehost/scene.h"
 #include "support/marching_cubes_reference.h"
 #include "support/mesh_checks.h"
 
@@ -91,6 +92,23 @@ TEST(MarchingCubesOnFakeHost, GivesNothingForAWidthThatTilesDoNotHave) {
   FakeHost::reset();
   FakeHost::script().reportedWidth = 9;
   EXPECT_TRUE(meshOf(sphereOnFakeHost()).triangles.empty());
+}
+
+TEST(MarchingCubesOnFakeHost, DividesByTheFirstDifferenceBeyondTheEpsilon) {
+  float const epsilon = 1.1920929e-7f, more = std::nextafter(epsilon, 1.f);
+  for (float const difference : {epsilon, more}) {
+    FakeHost::reset();
+    // A quarter of the way from the corner at 2 to that at 3.
+    FakeHost::script().sample = [=](Point const& p) {
+      return (p.x < 2.5f ? 0.f : difference) - 0.25f * epsilon;
+    };
+    FakeHost::Scene const scene;
+    auto const channel = scene.channel<float>("distance", 0.f);
+    scene.leaf(0, 0, 0);
+    auto const mesh = meshOf(channel);
+    EXPECT_EQ(mesh.points.count(), 36u);
+    for (auto const& p : mesh.points) EXPECT_EQ(p.x, difference == epsilon ? 2.f : 2.25f);
+  }
 }
 
 TEST(MarchingCubesOnFakeHost, GivesNothingWhenTheTraversalFails) {
