@@ -119,10 +119,24 @@ TEST_F(SurfaceTest, ErodesAfterItDilates) {
   auto const before = distancesOf(Surface(parameters));
   parameters.erode = -1e-8f;
   expectEach(before, distancesOf(Surface(parameters)), [](float d) { return d; });
-  parameters.dilate = 1e8f;
-  parameters.erode = 0.25f;
-  // In this order the large dilation swallows the distance and the erosion.
-  expectEach(before, distancesOf(Surface(parameters)), [](float d) { return 0.25f + (-1e8f + d); });
+  parameters.dilate = 0.3f;
+  parameters.erode = 0.1f;
+  expectEach(before, distancesOf(Surface(parameters)), [](float d) { return 0.1f + (-0.3f + d); });
+  // The other order rounds many of these otherwise.
+  EXPECT_GT(std::count_if(before.begin(), before.end(),
+                          [](float d) { return 0.1f + (-0.3f + d) != -0.3f + (0.1f + d); }),
+            100);
+}
+
+TEST_F(SurfaceTest, TakesAmountsThatAreNoNumbersForOff) {
+  auto parameters = sphereParameters();
+  auto const before = distancesOf(Surface(parameters));
+  for (auto amount :
+       {&SurfaceParameters::dilate, &SurfaceParameters::smooth, &SurfaceParameters::erode}) {
+    auto changed = parameters;
+    changed.*amount = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(distancesOf(Surface(changed)), before);
+  }
 }
 
 TEST_F(SurfaceTest, SmoothsBetweenDilationAndErosion) {
@@ -197,6 +211,17 @@ TEST_F(SurfaceTest, FiltersInCacheUnitsAndThenScalesAllDepths) {
   expectEach(coarse, coarseValues(surface.distance()), rule);
   EXPECT_EQ(surface.distance().backgroundValue<float>(), background);
   EXPECT_EQ(voxelScaleOf(surface.voxels()), 2.f * 0.1f);
+}
+
+TEST_F(SurfaceTest, ScalesDistancesFromTheFirstSpaceScaleBeyondTheEpsilon) {
+  auto parameters = sphereParameters();
+  auto const before = distancesOf(Surface(parameters));
+  float const epsilon = std::numeric_limits<float>::epsilon();
+  parameters.space_scale = 1.f + epsilon;
+  expectEach(before, distancesOf(Surface(parameters)), [](float d) { return d; });
+  parameters.space_scale = 1.f + 2.f * epsilon;
+  expectEach(before, distancesOf(Surface(parameters)),
+             [&](float d) { return (1.f + 2.f * epsilon) * d; });
 }
 
 TEST_F(SurfaceTest, SpaceScaleChangesTheAccelerationsScaleButNotItsTiles) {
@@ -347,6 +372,25 @@ TEST_F(SurfaceInOcean, TakesItsParametersInCacheUnits) {
   EXPECT_GT(count, 100);
 }
 
+TEST_F(SurfaceInOcean, IsDilatedAndErodedBeforeItIsBlended) {
+  auto parameters = oceanOf(sphere());
+  parameters.enable_ocean_blending_uvs = false;
+  parameters.dilate = 0.05f;
+  parameters.erode = 0.02f;
+  DilateFilter<float> const dilate(parameters.dilate);
+  ErodeFilter<float> const erode(parameters.erode);
+  auto const ocean = filterOf(parameters);
+  auto const inOrder = [&](std::initializer_list<Filter const*> filters) {
+    Surface const plain(parametersOf(sphere()));
+    for (auto const* filter : filters) filter->filter(plain.distance(), plain.distance());
+    return distancesOf(plain);
+  };
+  auto const distances = distancesOf(Surface(parameters));
+  EXPECT_EQ(distances, inOrder({&dilate, &erode, &ocean}));
+  EXPECT_NE(distances, inOrder({&dilate, &ocean, &erode}));
+  EXPECT_NE(distances, inOrder({&erode, &ocean, &dilate}));
+}
+
 TEST_F(SurfaceInOcean, DerivesChannelsAfterTheOceanAndBeforeTheSpaceScale) {
   auto parameters = oceanOf(sphere());
   parameters.enable_ocean_blending_uvs = false;
@@ -449,6 +493,20 @@ TEST_F(SurfaceInOcean, ExtendsTextureCoordinatesOfTheGivenName) {
   EXPECT_EQ(std::count(extended.begin(), extended.end(), Float2(9.f)), 0);
 }
 
+TEST_F(SurfaceInOcean, ExtendsTextureCoordinatesInCacheUnits) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  builder.channel<Float2>(voxels, "uv", Float2(9.f));
+  auto parameters = oceanOf(builder);
+  Surface const unscaled(parameters);
+  parameters.space_scale = 2.f;
+  Surface const scaled(parameters);
+  ASSERT_TRUE(scaled.status()) << errorOf(scaled);
+  auto const uvs = valuesOf<Float2>(scaled.voxels().findChannel("uv"));
+  EXPECT_EQ(uvs, valuesOf<Float2>(unscaled.voxels().findChannel("uv")));
+  EXPECT_EQ(std::count(uvs.begin(), uvs.end(), Float2(9.f)), 0);
+}
+
 TEST_F(SurfaceInOcean, AcceptsTextureCoordinatesOfAnotherTypeWithoutAWord) {
   auto const builder = sphere();
   API::VoxelComponent const voxels(builder.object().findComponent("volume"));
@@ -459,15 +517,28 @@ TEST_F(SurfaceInOcean, AcceptsTextureCoordinatesOfAnotherTypeWithoutAWord) {
 }
 
 TEST_F(SurfaceInOcean, LeavesTextureCoordinatesAloneWithoutARectangle) {
-  auto parameters = oceanOf(sphere());
-  Surface const plain(parametersOf(sphere()));
-  auto const before = distancesOf(plain);
-  for (Float2 dimension : {Float2(0.f, 3.f), Float2(3.f, 0.f), Float2(3.f, -1.f)}) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  builder.channel<Float2>(voxels, "uv", Float2(9.f));
+  auto parameters = oceanOf(builder);
+  float const nan = std::numeric_limits<float>::quiet_NaN();
+  for (Float2 dimension : {Float2(0.f, 3.f), Float2(3.f, 0.f), Float2(3.f, -1.f), Float2(nan, 3.f),
+                           Float2(3.f, nan)}) {
     parameters.ocean_blending_dimension = dimension;
     Surface const surface(parameters);
     EXPECT_TRUE(surface.status());
     EXPECT_EQ(warningsOf(surface), std::vector<std::string>{});
+    auto const uvs = valuesOf<Float2>(surface.voxels().findChannel("uv"));
+    ASSERT_FALSE(uvs.empty());
+    EXPECT_EQ(uvs, std::vector<Float2>(uvs.size(), Float2(9.f)))
+        << dimension.x << ", " << dimension.y;
   }
+}
+
+TEST_F(SurfaceInOcean, IsBlendedAlsoWithoutARectangle) {
+  auto parameters = oceanOf(sphere());
+  Surface const plain(parametersOf(sphere()));
+  auto const before = distancesOf(plain);
   parameters.ocean_blending_dimension = {0.f, 3.f};
   filterOf(parameters).filter(plain.distance(), plain.distance());
   EXPECT_NE(valuesOf<float>(plain.distance()), before);
