@@ -97,6 +97,15 @@ TEST_F(LoadingCalls, TakeAGraphThatIsThereWithoutMakingOne) {
   EXPECT_EQ(FakeHost::calls("ObjectModel::createActiveGraph"), Calls{});
 }
 
+TEST_F(LoadingCalls, RemoveNoGraphThatTheHostNoLongerKnows) {
+  {
+    AnyShape const shape(parametersFor());
+    API::ObjectModel::removeActiveGraph("cache/liquid");
+    FakeHost::clearCalls();
+  }
+  EXPECT_EQ(FakeHost::calls(), (Calls{"ObjectModel::activeGraph 'cache/liquid'"}));
+}
+
 TEST_F(LoadingCalls, EndWithoutAGraph) {
   FakeHost::script().failing = {"ObjectModel::createActiveGraph"};
   EXPECT_EQ(errorOf(parametersFor()), "Could not create active graph for path: 'cache/liquid'");
@@ -155,6 +164,12 @@ TEST_F(LoadingCalls, NeedOneResourceExactly) {
   FakeHost::script().resourceIDs = {"a", "b", "c"};
   EXPECT_EQ(errorOf(parametersFor()), "Could not figure what resource ID to use: 3 found.");
   EXPECT_EQ(FakeHost::calls("ActiveGraph::resource"), Calls{});
+}
+
+TEST_F(LoadingCalls, NameANegativeFrameThatDoesNotLoad) {
+  FakeHost::script().query.frame = -12;
+  FakeHost::script().failing = {"CacheResource::load"};
+  EXPECT_EQ(errorOf(parametersFor()), "Failed to load frame '-12'.");
 }
 
 TEST_F(LoadingCalls, LoadEverythingUnlessClipped) {
@@ -234,13 +249,20 @@ TEST_F(LoadingCalls, PreferTheComponentOfTheVeryName) {
   EXPECT_EQ(AnyShape(parametersFor()).voxels(), voxels);
 }
 
-TEST_F(LoadingCalls, RefuseAComponentOfTheOtherKind) {
+TEST_F(LoadingCalls, RefuseAComponentOfTheOtherKindWithoutAWord) {
+  // Nor is one tried that has the object's name before it.
+  object.addComponent(
+      API::PointComponent(server.createComponent(API::PointComponentType, "liquid-volume", 1.f)));
+  object.addComponent(
+      API::VoxelComponent(server.createComponent(API::VoxelComponentType, "liquid-particle", 1.f)));
   auto parameters = parametersFor();
   parameters.point_component = "volume";
+  parameters.voxel_component = "particle";
   AnyShape const shape(parameters);
   EXPECT_TRUE(shape.status());
+  EXPECT_TRUE(shape.status().warnings().empty());
   EXPECT_FALSE(shape.points().valid());
-  EXPECT_TRUE(shape.voxels().valid());
+  EXPECT_FALSE(shape.voxels().valid());
 }
 
 TEST_F(LoadingCalls, ScaleVelocitiesOnlyWhereTheyExist) {

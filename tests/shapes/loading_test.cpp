@@ -237,6 +237,13 @@ TEST_F(Loading, UsesAndLaterRemovesAGraphThatIsAlreadyOpen) {
   EXPECT_FALSE(graphExists(path));
 }
 
+TEST_F(Loading, KeepsTheNameOfItsGraphWhereThePathIsAnother) {
+  writeLiquid();
+  // The path of an object without a name ends in a separator; the graph's name does not.
+  auto const shape = load("frame=12");
+  EXPECT_EQ(shape.activeGraphName(), folder.path());
+}
+
 TEST_F(Loading, GivesEachShapeDataOfItsOwn) {
   ObjectBuilder builder("liquid");
   auto const voxels = builder.voxels();
@@ -296,12 +303,14 @@ TEST_F(LoadingFromMemory, LeavesTheObjectOfTheOwnerUnscaled) {
 }
 
 TEST_F(LoadingFromMemory, TakesTheFirstOfSeveralWithoutAWarning) {
-  Host::publish(liquid("liquid").object(), graphName, 3);
-  Host::publish(liquid("spray").object(), graphName, 3);
+  // Their names would have another order.
+  for (char const* name : {"liquid", "spray", "foam"}) {
+    Host::publish(liquid(name).object(), graphName, 3);
+  }
   auto const shape = load("frame=3, graph=scene");
   EXPECT_TRUE(shape.status()) << errorOf(shape);
   EXPECT_EQ(warningsOf(shape), Warnings{});
-  EXPECT_TRUE(shape.voxels().valid());
+  EXPECT_EQ(API::Object(shape.voxels().object()).name(), "liquid");
 }
 
 TEST_F(LoadingFromMemory, SaysThatItCouldNotBeWritten) {
