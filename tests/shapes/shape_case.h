@@ -17,6 +17,7 @@ class OpenShape : public Processing::Shape {
  public:
   explicit OpenShape(Processing::ShapeParameters const& parameters) : Shape(parameters) {}
   using Shape::scale;
+  Processing::Status& messages() { return status_; }
   API::String const& activeGraphName() const { return activeGraphName_; }
   API::String const& tempFolder() const { return tempFolder_; }
 };

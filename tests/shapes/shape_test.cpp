@@ -16,6 +16,7 @@ using Test::graphExists;
 using Test::ObjectBuilder;
 using Test::OpenShape;
 using Test::voxelScaleOf;
+using Test::warningsOf;
 
 static_assert(std::is_copy_constructible_v<Shape> && std::is_copy_assignable_v<Shape>);
 static_assert(std::has_virtual_destructor_v<Shape>);
@@ -61,12 +62,6 @@ TEST_F(ShapeTest, AppliesTheSpaceScaleByTheSameRule) {
   EXPECT_EQ(voxelScaleOf(loadWith(PointsOnly, 3.f).points()), 0.2f * 3.f);
 }
 
-TEST_F(ShapeTest, ScalesNothingWithoutComponents) {
-  OpenShape shape{ShapeParameters()};
-  shape.scale(2.f);
-  EXPECT_FALSE(shape.voxels().valid());
-}
-
 TEST_F(ShapeTest, BoundsAreThoseOfTheVoxelsLeafTiles) {
   auto const shape = loadWith(Both);
   auto const box = shape.bbox();
@@ -82,18 +77,28 @@ TEST_F(ShapeTest, BoundsWithoutVoxelsAreInverted) {
   EXPECT_EQ(box.max, Float3(-2147483648.f));
 }
 
-TEST_F(ShapeTest, CopiesShareMessagesDataGraphAndFolder) {
+TEST_F(ShapeTest, CopiesShareDataGraphAndFolder) {
   auto const shape = loadWith(Both);
   auto const copy = shape;
   EXPECT_EQ(copy.voxels(), shape.voxels());
   EXPECT_EQ(copy.points(), shape.points());
   EXPECT_EQ(copy.activeGraphName(), shape.activeGraphName());
   EXPECT_EQ(copy.tempFolder(), shape.tempFolder());
+}
 
-  OpenShape const failed{ShapeParameters()};
-  auto const failedCopy = failed;
-  EXPECT_EQ(errorOf(failedCopy), "Invalid object query: ''.");
-  EXPECT_EQ(errorOf(failed), "Invalid object query: ''.");
+TEST_F(ShapeTest, CopiesShareTheMessagesAlsoThoseYetToCome) {
+  OpenShape shape{ShapeParameters()};
+  auto copy = shape;
+  auto assigned = loadWith(Both);
+  assigned = shape;
+  shape.messages().fail() << "a";
+  copy.messages().fail() << "b";
+  assigned.messages().fail() << "c";
+  assigned.messages().warn() << "w";
+  for (auto const* each : {&shape, &copy, &assigned}) {
+    EXPECT_EQ(errorOf(*each), "Invalid object query: ''.abc");
+    EXPECT_EQ(warningsOf(*each), std::vector<std::string>{"w"});
+  }
 }
 
 TEST_F(ShapeTest, TheFirstCopyDestroyedRemovesTheGraphAndTheOthersStayUsable) {
