@@ -242,16 +242,18 @@ Parameters filled() {
   return p;
 }
 
+/// All fields of the base as `filled` sets them, those that are not printed included.
+void expectFilled(ShapeParameters const& p) {
+  EXPECT_EQ(p.ShapeParameters::str(), filled<ShapeParameters>().str());
+  EXPECT_EQ(p.point_component, "a");
+  EXPECT_EQ(p.voxel_component, "b");
+}
+
 TEST(ShapeParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
   auto source = filled<ShapeParameters>();
-  auto const text = source.str();
   ShapeParameters const moved(static_cast<ShapeParameters&&>(source));
-  EXPECT_EQ(moved.str(), text);
-  EXPECT_EQ(source.str(), text);
-  EXPECT_EQ(moved.point_component, "a");
-  EXPECT_EQ(moved.voxel_component, "b");
-  EXPECT_EQ(source.point_component, "a");
-  EXPECT_EQ(source.voxel_component, "b");
+  expectFilled(moved);
+  expectFilled(source);
 }
 
 TEST(PointsParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
@@ -264,6 +266,21 @@ TEST(PointsParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
   PointsParameters const moved(static_cast<PointsParameters&&>(source));
   EXPECT_EQ(moved.str(), text);
   EXPECT_EQ(source.str(), text);
+  expectFilled(moved);
+  expectFilled(source);
+}
+
+TEST(VolumeParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
+  auto source = filled<VolumeParameters>();
+  source.density_channel = "fuel";
+  source.smooth = 0.25f;
+  source.smooth_iterations = 3;
+  auto const text = source.str();
+  VolumeParameters const moved(static_cast<VolumeParameters&&>(source));
+  EXPECT_EQ(moved.str(), text);
+  EXPECT_EQ(source.str(), text);
+  expectFilled(moved);
+  expectFilled(source);
 }
 
 TEST(SurfaceParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
@@ -278,7 +295,9 @@ TEST(SurfaceParameters, MovingCopiesEveryFieldAndLeavesTheSourceIntact) {
   EXPECT_EQ(moved.str(), text);
   EXPECT_EQ(source.str(), text);
   EXPECT_TRUE(moved.compute_laplacian && moved.compute_curvature);
-  EXPECT_EQ(source.distance_channel, "phi");
+  EXPECT_TRUE(source.compute_laplacian && source.compute_curvature);
+  expectFilled(moved);
+  expectFilled(source);
 
   SurfaceParameters assigned;
   assigned = moved;
