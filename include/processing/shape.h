@@ -41,12 +41,14 @@ struct VELMOR_EXPORT ShapeParameters {
   API::String uv_channel;
   /// Factor on velocities, 1 by default.
   float velocity_scale;
-  /// Factor on the world size, 1 by default. Velocities grow with it. 0 is not
-  /// refused: velocities and the voxel size become 0, and a `Surface`, which
-  /// divides by it, has a voxel size that is no number, and no surface.
+  /// Factor on the world size, 1 by default: on all velocities, and on the voxel
+  /// size of the voxels or, only without voxels, of the points. Points beside
+  /// voxels keep their places. 0 is not refused: velocities and the voxel size
+  /// become 0, and a `Surface`, which divides by it, has a voxel size that is 0
+  /// or no number, and no surface.
   float space_scale;
   /// Frames per second of the cache, 24 by default. Velocities become world
-  /// units per frame; 0 makes them infinite.
+  /// units per frame; 0 makes each component infinite, or no number if it is 0.
   float fps;
   /// Whether to load only what lies in `clip_bbox`; false by default.
   bool clip;
@@ -59,9 +61,10 @@ struct VELMOR_EXPORT ShapeParameters {
 /// `Points`, `Surface` and `Volume`.
 ///
 /// Construction always completes: `status()` says what went wrong, and what
-/// could not be loaded is an invalid handle. Velocities are multiplied by
-/// space_scale * velocity_scale / fps and the voxel scale by space_scale, on
-/// data of the shape's own: two shapes made from the same files share nothing.
+/// could not be loaded is an invalid handle. All velocities are multiplied by
+/// space_scale * velocity_scale / fps, and the voxel scale by space_scale: that
+/// of the voxels or, only without voxels, of the points. All on data of the
+/// shape's own: two shapes made from the same files share nothing.
 ///
 /// A shape removes the active graph on its folder and the temporary folder that
 /// its loading used when it is destroyed, even a graph that the client had

@@ -71,8 +71,8 @@ struct VELMOR_EXPORT SurfaceParameters : ShapeParameters {
 ///
 /// The distance is dilated, smoothed, eroded and blended into an ocean, in this
 /// order and in place, while the voxels have their cache size; then the space
-/// scale is applied to voxels and distances. Errors leave the acceleration
-/// layout empty; see `status()`.
+/// scale is applied to voxels and distances; the points keep their places. Errors
+/// leave the acceleration layout empty; see `status()`.
 class VELMOR_EXPORT Surface : public Shape {
  public:
   explicit Surface(SurfaceParameters const& parameters);

@@ -223,6 +223,21 @@ TEST_F(LevelSetOfParticles, ErrorsLeaveTheVoxelSizeOfTheCache) {
   EXPECT_EQ(errors.size(), 2u);
 }
 
+TEST_F(LevelSetOfParticles, HasNoSurfaceAtASpaceScaleOfZero) {
+  auto parameters = parametersOfSpray();
+  parameters.space_scale = 0.f;
+  for (bool const withVoxels : {true, false}) {
+    if (!withVoxels) parameters.voxel_component = "";
+    Surface const surface(parameters);
+    EXPECT_TRUE(surface.status()) << errorOf(surface);
+    // Without voxels it is the points' size, which the new voxels take, that is divided by 0.
+    auto const voxelScale = voxelScaleOf(surface.voxels());
+    EXPECT_TRUE(withVoxels ? voxelScale == 0.f : std::isnan(voxelScale)) << voxelScale;
+    EXPECT_EQ(Host::tileCount(surface.accel(), 7), 0u);
+    EXPECT_TRUE(meshOf(surface.distance()).triangles.empty());
+  }
+}
+
 TEST_F(LevelSetOfParticles, SaysThatTheHostFailed) {
   auto const parameters = parametersOfSpray();
   Host::failCalls(Host::Call::CreateLevelSet);

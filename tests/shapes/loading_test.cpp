@@ -1,3 +1,4 @@
+#include <cmath>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -457,6 +458,15 @@ TEST_F(Velocities, MultiplySpaceAndVelocityScaleBeforeTheyDivide) {
   EXPECT_EQ(firstFloat(shape, "velocity_u"), (0.7f * 0.3f) / 25.f);
 }
 
+TEST_F(Velocities, OfPointsGrowWithTheSpaceScaleAlsoWhereTheirPlacesDoNot) {
+  builder_.pointChannel<Float3>(points_, "velocity", {3.f, 0.f, -1.f});
+  auto const shape = loadWith(1.f, 2.f, 1.f);
+  EXPECT_EQ(Host::pointData<Float3>(API::PointChannel(shape.points().findChannel("velocity")))[0],
+            Float3(6.f, 0.f, -2.f));
+  EXPECT_EQ(voxelScaleOf(shape.points()), 0.1f);
+  EXPECT_EQ(voxelScaleOf(shape.voxels()), 0.2f);
+}
+
 TEST_F(Velocities, AreScaledFromTheFirstFloatBeyondTheEpsilon) {
   builder_.channel<float>(voxels_, "velocity_u", 1.f);
   float const epsilon = std::numeric_limits<float>::epsilon();
@@ -497,6 +507,17 @@ TEST_F(Velocities, WithoutFramesPerSecondAreInfinite) {
   auto const shape = loadWith(1.f, 1.f, 0.f);
   EXPECT_TRUE(shape.status());
   EXPECT_EQ(firstFloat(shape, "velocity_u"), std::numeric_limits<float>::infinity());
+}
+
+TEST_F(Velocities, WithoutFramesPerSecondAreNoNumbersWhereTheyAreZero) {
+  builder_.channel<float>(voxels_, "velocity_u", 0.f);
+  builder_.channel<Float3>(voxels_, "velocity", {24.f, 0.f, -24.f});
+  auto const shape = loadWith(1.f, 1.f, 0.f);
+  EXPECT_TRUE(std::isnan(firstFloat(shape, "velocity_u")));
+  auto const velocity = firstVector(shape, "velocity");
+  EXPECT_EQ(velocity.x, std::numeric_limits<float>::infinity());
+  EXPECT_TRUE(std::isnan(velocity.y));
+  EXPECT_EQ(velocity.z, -std::numeric_limits<float>::infinity());
 }
 
 }  // namespace

@@ -224,6 +224,16 @@ TEST_F(SurfaceTest, ScalesDistancesFromTheFirstSpaceScaleBeyondTheEpsilon) {
              [&](float d) { return (1.f + 2.f * epsilon) * d; });
 }
 
+TEST_F(SurfaceTest, HasNoSurfaceAtASpaceScaleOfZero) {
+  auto parameters = sphereParameters();
+  parameters.space_scale = 0.f;
+  Surface const surface(parameters);
+  EXPECT_TRUE(surface.status()) << errorOf(surface);
+  EXPECT_TRUE(std::isnan(voxelScaleOf(surface.voxels())));
+  EXPECT_EQ(Host::tileCount(surface.accel(), 7), 0u);
+  EXPECT_TRUE(meshOf(surface.distance()).triangles.empty());
+}
+
 TEST_F(SurfaceTest, SpaceScaleChangesTheAccelerationsScaleButNotItsTiles) {
   auto parameters = sphereParameters();
   Surface const plain(parameters);
