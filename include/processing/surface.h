@@ -73,6 +73,10 @@ struct VELMOR_EXPORT SurfaceParameters : ShapeParameters {
 /// order and in place, while the voxels have their cache size; then the space
 /// scale is applied to voxels and distances; the points keep their places. Errors
 /// leave the acceleration layout empty; see `status()`.
+///
+/// Smoothing and the ocean use a voxel channel "tmp", and an ocean without a
+/// channel for its mask "oceanTmp"; both are removed, and channels that had these
+/// names are lost.
 class VELMOR_EXPORT Surface : public Shape {
  public:
   explicit Surface(SurfaceParameters const& parameters);

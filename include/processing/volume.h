@@ -15,7 +15,8 @@ struct VELMOR_EXPORT VolumeParameters : ShapeParameters {
 
   /// Voxel channel that holds the density, "density" by default.
   API::String density_channel;
-  /// Step of the smoothing, 0 by default. Off at 0 and below.
+  /// Step of the smoothing, 0 by default. Off at 0 and below. Smoothing uses a
+  /// voxel channel "tmp" and removes it; one that had this name is lost.
   float smooth;
   /// Smoothing passes, 1 by default. Off at 0.
   unsigned int smooth_iterations;

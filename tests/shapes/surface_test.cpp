@@ -401,6 +401,29 @@ TEST_F(SurfaceInOcean, IsDilatedAndErodedBeforeItIsBlended) {
   EXPECT_NE(distances, inOrder({&erode, &ocean, &dilate}));
 }
 
+TEST_F(SurfaceInOcean, LosesChannelsOfTheNamesThatSmoothingAndBlendingUse) {
+  auto const builder = sphere();
+  API::VoxelComponent const voxels(builder.object().findComponent("volume"));
+  for (char const* name : {"tmp", "oceanTmp"}) builder.channel(voxels, name, 1.f);
+  auto const namesOf = [](SurfaceParameters const& parameters) {
+    std::vector<std::string> names;
+    for (auto const& channel : Surface(parameters).voxels().channels()) {
+      names.push_back(channel.name().str());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  };
+  using Names = std::vector<std::string>;
+  auto parameters = parametersOf(builder);
+  EXPECT_EQ(namesOf(parameters), (Names{"distance", "oceanTmp", "tmp"}));
+  parameters.smooth = 0.3f;
+  EXPECT_EQ(namesOf(parameters), (Names{"distance", "oceanTmp"}));
+  parameters = oceanOf(builder);
+  EXPECT_EQ(namesOf(parameters), Names{"distance"});
+  parameters.ocean_blending_out_channel = "mask";
+  EXPECT_EQ(namesOf(parameters), (Names{"distance", "mask", "oceanTmp"}));
+}
+
 TEST_F(SurfaceInOcean, DerivesChannelsAfterTheOceanAndBeforeTheSpaceScale) {
   auto parameters = oceanOf(sphere());
   parameters.enable_ocean_blending_uvs = false;

@@ -95,6 +95,15 @@ TEST_F(VolumeTest, SmoothsByTheLaplacianInPlace) {
   EXPECT_FALSE(volume.voxels().findChannel("tmp").valid());
 }
 
+TEST_F(VolumeTest, LosesAChannelOfTheNameThatSmoothingUses) {
+  auto const builder = cloud();
+  builder.channel(API::VoxelComponent(builder.object().findComponent("volume")), "tmp", 1.f);
+  auto parameters = parametersOf(builder);
+  EXPECT_TRUE(Volume(parameters).voxels().findChannel("tmp").valid());
+  parameters.smooth = 0.5f;
+  EXPECT_FALSE(Volume(parameters).voxels().findChannel("tmp").valid());
+}
+
 TEST_F(VolumeTest, NamesTheFloatChannelsIfTheDensityIsMissing) {
   auto parameters = parametersOf(cloud());
   parameters.density_channel = "densty";
