@@ -128,9 +128,8 @@ double measureVoxelSize(std::vector<double> const& positions) {
   // Squares of the distance of neighbouring doubles can underflow.
   if (!(guess > 0.) || !std::isfinite(guess)) return 0.;
 
-  double size = guess;
   for (double const start : {1., 1.5, 2.}) {
-    size = start * guess;
+    double size = start * guess;
     double inside = 0.;
     for (int round = 0; round < 4; ++round) {
       inside = countInside(points, size);

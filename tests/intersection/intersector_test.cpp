@@ -216,10 +216,10 @@ TEST(Intersector, MovesLeaveAnEmptyOne) {
   Intersector tiles(rowOf({0, 10}));
   tiles.init(from(-4.f), kAlongX, 0.f, 100.f);
   Intersector moved(std::move(tiles));
-  expectNothingFrom(tiles);  // NOLINT(bugprone-use-after-move): what is tested
+  expectNothingFrom(tiles);
   Intersector assigned;
   assigned = std::move(moved);
-  expectNothingFrom(moved);  // NOLINT(bugprone-use-after-move): what is tested
+  expectNothingFrom(moved);
   EXPECT_EQ(walk(assigned), (Intervals{{2.f, 7.f}, {12.f, 17.f}}));
   auto& self = assigned;
   self.init(from(-4.f), kAlongX, 0.f, 100.f);

@@ -393,7 +393,7 @@ TEST(Sampler, CopiesMovesAndEmptiesOnSelfAssignment) {
   assigned = empty;
   EXPECT_FALSE(assigned.valid());
   Sampler moved(std::move(sampler));
-  EXPECT_FALSE(sampler.valid());  // NOLINT(bugprone-use-after-move): what is tested
+  EXPECT_FALSE(sampler.valid());
   EXPECT_TRUE(moved.valid());
   auto& self = moved;
   moved = self;

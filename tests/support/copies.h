@@ -14,7 +14,6 @@ std::vector<T> copiesOf(T const& original, T const& other) {
   T const target(std::move(moved));
   copyAssigned = original;
   moveAssigned = std::move(assigned);
-  // NOLINTNEXTLINE(bugprone-use-after-move): what is tested
   return {T(original), target, copyAssigned, moveAssigned, moved, assigned};
 }
 

@@ -176,9 +176,9 @@ class Scan {
   void add(std::string const& folder, std::string const& name, std::string const& own,
            Place place) {
     if (name.find(request_.pattern) == name.npos) return;
-    auto parsed = parseFileName(name);
+    auto const parsed = parseFileName(name);
     // Nothing but a number, `0012.vdb`: the folder tells whose frame it is.
-    auto object = parsed.object.empty() ? own : std::move(parsed.object);
+    auto object = parsed.object.empty() ? own : parsed.object;
     if (object.empty()) object.assign(1, '_');
     found_.push_back({object, place, {object, parsed.numbered, parsed.frame, join(folder, name)}});
   }

@@ -83,7 +83,9 @@ bool File::deleteFolder(String const& path) {
   // A separator at the end would make a link pass for the folder it leads to.
   while (name.size() > 1 && name.back() == '/') name.pop_back();
   if (name.empty()) return false;
-  if (name.find('\0') != name.npos) return refuse(name.c_str(), "the path holds a null byte");
+  // What the system would take for the path is what comes before it.
+  auto const end = name.find('\0');
+  if (end != name.npos) return refuse(name.substr(0, end), "the path holds a null byte");
   auto const last = fs::path(name).filename();
   if (last == "." || last == "..") return refuse(name, "the path ends in '.' or '..'");
 
