@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <map>
 #include <numeric>
 #include <set>
@@ -11,6 +10,7 @@
 
 #include "filters/literal_ocean.h"
 #include "processing/pointwise_filters.h"
+#include "support/bits.h"
 #include "support/mesh_checks.h"
 #include "support/ocean_scenes.h"
 
@@ -148,9 +148,7 @@ TEST(ExtendFilter, InPlaceAndIntoACopyGiveTheSameBits) {
     // Both layouts must hold the same tiles, so the copy goes first.
     filter.filter(scene.distance, out);
     filter.filter(scene.distance, scene.distance);
-    auto const a = allValues(out), b = allValues(scene.distance);
-    ASSERT_EQ(a.size(), b.size());
-    EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(float)), 0);
+    expectSameBits(allValues(out), allValues(scene.distance));
     EXPECT_FALSE(scene.volume.findChannel("oceanTmp").valid());
     EXPECT_FALSE(scene.volume.findChannel("tmp").valid());
     EXPECT_EQ(scene.volume.findChannel("mask").valid(), maskName[0] != '\0');
@@ -166,11 +164,6 @@ std::vector<float> oceanBy(int threads, Scene const& scene, float size) {
   auto const mask = allValues(API::Channel(scene.volume.findChannel("mask")));
   values.insert(values.end(), mask.begin(), mask.end());
   return values;
-}
-
-void expectSameBits(std::vector<float> const& a, std::vector<float> const& b) {
-  ASSERT_EQ(a.size(), b.size());
-  EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(float)), 0);
 }
 
 TEST(ExtendFilter, GivesTheSameBitsForAnyNumberOfThreads) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "processing/stencil_filters.h"
+#include "support/bits.h"
 #include "support/scene.h"
 #include "support/seed.h"
 
@@ -15,6 +16,7 @@ namespace {
 
 using Test::addChannel;
 using Test::emptyScene;
+using Test::expectSameBits;
 using Test::fillCells;
 using Test::forTiles;
 using Test::LayoutShape;
@@ -178,7 +180,8 @@ TYPED_TEST(Kernels, GiveTheSameBitsOnAnyNumberOfThreads) {
     Threads const threads(count);
     auto const parallel = addChannel<float>(scene.server, scene.volume, "parallel");
     TypeParam().filter(scene.distance, parallel);
-    EXPECT_EQ(valuesOf<float>(parallel), valuesOf<float>(serial));
+    SCOPED_TRACE(count);
+    expectSameBits(valuesOf<float>(parallel), valuesOf<float>(serial));
   }
 }
 

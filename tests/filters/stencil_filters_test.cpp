@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/bits.h"
 #include "support/scene.h"
 #include "support/seed.h"
 
@@ -233,7 +234,10 @@ TEST_P(Stencils, GiveTheSameBitsForAnyNumberOfThreads) {
     return valuesOf<float>(out);
   };
   auto const one = bits(1);
-  for (int const threads : {2, 3, 8, 64}) EXPECT_EQ(bits(threads), one) << threads;
+  for (int const threads : {2, 3, 8, 64}) {
+    SCOPED_TRACE(threads);
+    expectSameBits(bits(threads), one);
+  }
 }
 
 TEST_P(Stencils, WriteOnlyTheDepthsTheyAreRestrictedTo) {

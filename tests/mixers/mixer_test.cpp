@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mixers/mixed_channels.h"
+#include "support/bits.h"
 
 namespace Velmor::Processing {
 namespace {
@@ -140,16 +141,23 @@ TEST(MixerT, TakesNoDepthsInDescendingOrder) {
 }
 
 TEST(Mixers, GiveTheSameBitsForAnyNumberOfThreads) {
-  auto const bytes = [](int threads) {
+  auto const values = [](int threads) {
     Threads const limit(threads);
     auto const scene = sphereScene(20.f);
     API::Channel out = addChannel<float>(scene.server, scene.volume, "out", 0.f);
     EXPECT_TRUE(AlphaMixer<float>(0.3f).mix(scene.distance, scene.distance, out));
     EXPECT_TRUE(StepMixer<float>(0.7f).mix(out, scene.distance, out));
-    return valuesOf<float>(out);
+    API::Channel zeros = addChannel<float>(scene.server, scene.volume, "zeros", 9.f);
+    EXPECT_TRUE(StepMixer<float>(-1.f).mix(out, out, zeros));
+    auto all = valuesOf<float>(out);
+    for (float const zero : valuesOf<float>(zeros)) all.push_back(zero);
+    return all;
   };
-  auto const one = bytes(1);
-  for (int const threads : {2, 3, 8, 64}) EXPECT_EQ(bytes(threads), one) << threads;
+  auto const one = values(1);
+  for (int const threads : {2, 3, 8, 64}) {
+    SCOPED_TRACE(threads);
+    expectSameBits(values(threads), one);
+  }
 }
 
 }  // namespace
