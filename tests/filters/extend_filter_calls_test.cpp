@@ -28,6 +28,12 @@ class ExtendCalls : public testing::Test {
     return "TileAccessor::addTile " + std::to_string(x) + ' ' + std::to_string(y) + ' ' +
            std::to_string(z) + ' ' + std::to_string(depth);
   }
+
+  static void useTreesOfFour() {
+    FakeHost::script().treeWidth = 4;
+    FakeHost::script().reportedWidth = 4;
+    FakeHost::script().maxDepth = 3;
+  }
 };
 
 TEST_F(ExtendCalls, AddsTilesOverTheBoxByHeightThenXThenZAtEveryDepth) {
@@ -185,6 +191,42 @@ float merged(float plane, float liquid, float mask, float background, int depth)
   return values[0];
 }
 
+/// The distances to the plane in a tile of some depth at voxel 0, before the merge.
+std::vector<float> planeOf(float height, float voxelScale, int depth) {
+  FakeHost::reset();
+  FakeHost::Scene const scene;
+  scene.layout.setVoxelScale(voxelScale);
+  auto const index = FakeHost::addTile(scene.layout, depth, {0, 0, 0});
+  auto const channel = scene.channel("distance", 9.f);
+  std::vector<float> values;
+  int traversal = 0;
+  FakeHost::script().visit = [&](API::Visitor& visitor) {
+    if (++traversal != 2) return;
+    visitor.beginTile(scene.layout.tileAccessor(), index);
+    values = FakeHost::elements<float>(scene.component.findChannel("tmp"), index);
+  };
+  ExtendFilter(height, {0.f, 0.f}, {-100.f, 1.f}, 0.f, "").filter(channel, channel);
+  return values;
+}
+
+TEST_F(ExtendCalls, TakesThePlaneToBeZeroExactlyAtItsHeight) {
+  for (float const voxelScale : {0.1f, 0.9f}) {
+    int cell = 1;
+    for (int depth = 7; depth >= 0; --depth, cell *= 5) {
+      float const centre = 3.5f * static_cast<float>(cell);
+      float const height = centre * voxelScale;
+      ASSERT_EQ(height / voxelScale, centre);
+      auto const plane = planeOf(height, voxelScale, depth);
+      ASSERT_EQ(plane.size(), 125u);
+      for (std::size_t e = 0; e < plane.size(); ++e) {
+        int const above = static_cast<int>(e / 5 % 5) - 3;
+        EXPECT_EQ(plane[e], static_cast<float>(above * cell) * voxelScale)
+            << "depth " << depth << " element " << e;
+      }
+    }
+  }
+}
+
 TEST_F(ExtendCalls, JoinsLiquidAndPlaneSmoothlyWhereTheOceanIs) {
   EXPECT_EQ(merged(1.f, 1.f, 1.f, 9.f, 7), 0.585786462f);
   EXPECT_EQ(merged(-1.f, -1.f, 1.f, 9.f, 7), -3.41421366f);
@@ -248,10 +290,8 @@ TEST_F(ExtendCalls, ReachVoxelsBehindAHaloAndOtherStrides) {
   EXPECT_EQ(filtered(true), plain);
 }
 
-TEST_F(ExtendCalls, WorkOnTilesOfFourButSeedByFives) {
-  FakeHost::script().treeWidth = 4;
-  FakeHost::script().reportedWidth = 4;
-  FakeHost::script().maxDepth = 3;
+TEST_F(ExtendCalls, WorkOnTilesOfFour) {
+  useTreesOfFour();
   FakeHost::Scene const scene;
   auto const channel = scene.channel("distance", 1.f);
   FakeHost::clearCalls();
@@ -271,6 +311,37 @@ TEST_F(ExtendCalls, WorkOnTilesOfFourButSeedByFives) {
         EXPECT_EQ(data.data[data.offset(x, y, z)], (p + 1.f) - std::sqrt(p * p + 1.f)) << y;
       }
     }
+  }
+}
+
+TEST_F(ExtendCalls, SeedTreesOfFourByColumnsOfFives) {
+  useTreesOfFour();
+  FakeHost::Scene const scene;
+  auto const channel = scene.channel("distance", 1.f);
+  auto const alone = [&](int x, int z) {
+    for (int depth = 0; depth < 3; ++depth) FakeHost::addTile(scene.layout, depth, {x, 0, z});
+    return scene.leaf(x, 0, z);
+  };
+  // In the root's cells (2, 3), (3, 0) and (3, 1): of sixteen columns, five to an x,
+  // the last is (3, 0). Not in their first cells, which the fifth columns of the
+  // cells before run into.
+  auto const before = alone(150, 220), last = alone(220, 20), beyond = alone(220, 100);
+  ExtendFilter(1.5f, {8.f, 8.f}, {8.f, 8.f}, 0.f, "mask").filter(channel, channel);
+  API::Channel const mask(scene.component.findChannel("mask"));
+  EXPECT_EQ(FakeHost::elements<float>(mask, before), std::vector<float>(64, 1.f));
+  EXPECT_EQ(FakeHost::elements<float>(mask, last), std::vector<float>(64, 1.f));
+  EXPECT_EQ(FakeHost::elements<float>(mask, beyond), std::vector<float>(64, 0.f));
+}
+
+TEST_F(ExtendCalls, SeedTreesOfFourToFiveAboveThePlane) {
+  useTreesOfFour();
+  FakeHost::Scene const scene;
+  auto const channel = scene.channel("distance", 1.f);
+  ExtendFilter(1.5f, {8.f, 8.f}, {8.f, 8.f}, 0.f, "mask").filter(channel, channel);
+  API::Channel const mask(scene.component.findChannel("mask"));
+  auto const ocean = mask.tileData<float>(scene.leaf(4, 4, 4));
+  for (int y = 0; y < 4; ++y) {
+    EXPECT_EQ(ocean.data[ocean.offset(0, y, 0)], 4 + y <= 6 ? 1.f : 0.f) << 4 + y;
   }
 }
 
@@ -316,9 +387,7 @@ TEST_F(ExtendCalls, WidenTheMaskOverTilesOfFourToo) {
   float const radius = 2.5f;
   auto const maskOf = [](float widening) {
     FakeHost::reset();
-    FakeHost::script().treeWidth = 4;
-    FakeHost::script().reportedWidth = 4;
-    FakeHost::script().maxDepth = 3;
+    useTreesOfFour();
     FakeHost::Scene const scene;
     auto const channel = scene.channel("distance", 1.f);
     // A pillar of liquid across a tile corner.
