@@ -62,6 +62,12 @@ Intervals walk(API::Layout const& layout, Vec3f const& origin, Vec3f const& dire
 constexpr Vec3f kAlongX(1.f, 0.f, 0.f);
 Vec3f from(float x) { return {x, 0.5f, 0.5f}; }
 
+void expectNothingFrom(Intersector& tiles) {
+  auto const interval = tiles.next();
+  EXPECT_EQ(interval.t0, -1.f);
+  EXPECT_EQ(interval.t1, -2.f);
+}
+
 TEST(Interval, IsInvalidByDefault) {
   Interval const i;
   EXPECT_EQ(i.t0, -1.f);
@@ -108,6 +114,7 @@ TEST(Intersector, ReplacesNegativeStarts) {
   EXPECT_EQ(i.t0, -1.f);
   EXPECT_EQ(i.t1, 2.5f);
   EXPECT_FALSE(i.valid());
+  for (int n = 0; n < 3; ++n) expectNothingFrom(one);
   EXPECT_EQ(walk(rowOf({0, 5}), from(0.5f), kAlongX, -1.f, 10.f), (Intervals{{2.5f, 7.5f}}));
 }
 
@@ -123,6 +130,18 @@ TEST(Intersector, KeepsTheCallersParameter) {
   EXPECT_EQ(walk(rowOf({0}), from(-20.f), {2.f, 0.f, 0.f}, 0.f, 100.f), (Intervals{{9.f, 11.5f}}));
   EXPECT_EQ(walk(rowOf({0}, 0.1f), {-2.f, 0.05f, 0.05f}, kAlongX, 0.f, 10.f),
             (Intervals{{1.79999995f, 2.29999995f}}));
+}
+
+TEST(Intersector, KeepsTheVoxelScaleItWasMadeWith) {
+  auto const layout = rowOf({0}, 0.5f);
+  Intersector tiles(layout);
+  layout.setVoxelScale(1.f);
+  Intersector copy(tiles);
+  for (auto* const one : {&tiles, &copy}) {
+    one->init(from(-2.f), kAlongX, 0.f, 100.f);
+    EXPECT_EQ(walk(*one), (Intervals{{1.f, 3.5f}}));
+  }
+  EXPECT_EQ(walk(layout, from(-4.f), kAlongX, 0.f, 100.f), (Intervals{{2.f, 7.f}}));
 }
 
 TEST(Intersector, WalksDiagonalsAndBackwards) {
@@ -176,12 +195,6 @@ TEST(Intersector, GoesOnReturningTheInvalidIntervalAtTheEnd) {
     EXPECT_EQ(i.t0, -1.f);
     EXPECT_EQ(i.t1, -2.f);
   }
-}
-
-void expectNothingFrom(Intersector& tiles) {
-  auto const interval = tiles.next();
-  EXPECT_EQ(interval.t0, -1.f);
-  EXPECT_EQ(interval.t1, -2.f);
 }
 
 TEST(Intersector, ReturnsTheInvalidIntervalBeforeInitAndWhenEmpty) {

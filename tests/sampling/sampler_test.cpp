@@ -259,6 +259,23 @@ TEST(Sampler, ReadsIntegersAtWorldPositions) {
   EXPECT_EQ(sampleOf<int>(sampler, {0.65f, 0.15f, 0.05f}), 60100);
 }
 
+TEST(Sampler, MultipliesPositionsByTheReciprocalOfTheVoxelScale) {
+  Scene scene(0.7f);
+  float const below = std::nextafter(3.5f, 0.f);
+  ASSERT_LT(below / 0.7f, 5.f);
+  EXPECT_EQ(sampleOf<int>(Sampler(scene.number("n")), {below, 0.f, 0.f}), 50000);
+}
+
+TEST(Sampler, ReadsIntegersByTheVoxelScaleItWasMadeWith) {
+  Scene scene(0.5f);
+  auto const channel = scene.number("n");
+  Sampler const sampler(channel);
+  API::Layout(channel.layout()).setVoxelScale(0.25f);
+  EXPECT_EQ(sampleOf<int>(sampler, {3.25f, 0.f, 0.f}), 60000);
+  EXPECT_EQ(sampleOf<int>(Sampler(sampler), {3.25f, 0.f, 0.f}), 60000);
+  EXPECT_EQ(sampleOf<int>(Sampler(channel), {1.625f, 0.f, 0.f}), 60000);
+}
+
 TEST(Sampler, ReadsTheBackgroundWhereNoLeafIs) {
   Scene scene;
   auto const channel = scene.number("n");
