@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 
@@ -21,6 +22,8 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   char const* const way = argv[1];
   if (std::strcmp(way, "strict") == 0) std::cerr.exceptions(std::ios::badbit | std::ios::failbit);
+  // `std::cerr` goes on to the descriptor.
+  if (std::strcmp(way, "memory") == 0) stderr = fmemopen(nullptr, 4096, "w");
   void* const first = load(argv[2]);
   if (first == nullptr) return 1;
   if (std::strcmp(way, "again") == 0) {

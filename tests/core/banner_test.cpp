@@ -84,6 +84,10 @@ TEST(Banner, AClosedErrorStreamIsNoError) {
   }
 }
 
+TEST(Banner, AnErrorStreamWithoutADescriptorGetsNone) {
+  EXPECT_TRUE(bannersOf(with("1"), "memory").empty());
+}
+
 TEST(Banner, IsNotPrintedWithoutADescriptor) {
   ASSERT_EQ(setenv("VELMOR_TEST_VARIABLE", "1", 1), 0);
   EXPECT_TRUE(mustPrint("VELMOR_TEST_VARIABLE", 2));
