@@ -45,6 +45,36 @@ TEST_F(MixerCalls, RefusalTraversesNothing) {
   EXPECT_TRUE(FakeHost::calls("Layout::traverse").empty());
 }
 
+template <class T>
+void expectRefusal(API::Channel odd) {
+  EXPECT_FALSE(StepMixer<T>(1.f).mix(odd, odd, odd));
+  EXPECT_FALSE(AlphaMixer<T>(0.5f).mix(odd, odd, odd));
+  EXPECT_FALSE(AlphaMixer<T>(odd).mix(odd, odd, odd));
+}
+
+TEST_F(MixerCalls, RefuseTypesOfTheHostAlone) {
+  FakeHost::Scene const scene;
+  auto const a = scene.channel("a", 1.f);
+  auto out = scene.channel("out", 0.f);
+  for (int const type : {5, 6, 7, 10}) {
+    SCOPED_TRACE(type);
+    API::Channel odd(
+        scene.server.createChannel(scene.component, static_cast<API::DataType>(type), "odd"));
+    ASSERT_TRUE(odd.valid());
+    expectRefusal<int>(odd);
+    expectRefusal<float>(odd);
+    expectRefusal<orlen::Math::vec<2, int>>(odd);
+    expectRefusal<orlen::Math::vec<2, float>>(odd);
+    expectRefusal<orlen::Math::vec<3, int>>(odd);
+    expectRefusal<orlen::Math::vec<3, float>>(odd);
+    EXPECT_FALSE(StepMixer<float>(1.f).mix(odd, a, out));
+    EXPECT_FALSE(StepMixer<float>(1.f).mix(a, odd, out));
+    EXPECT_FALSE(StepMixer<float>(1.f).mix(a, a, odd));
+    EXPECT_FALSE(AlphaMixer<float>(odd).mix(a, a, out));
+  }
+  EXPECT_EQ(FakeHost::calls("Layout::traverse"), Calls());
+}
+
 TEST_F(MixerCalls, AFailedTraversalIsNoRefusal) {
   FakeHost::Scene const scene;
   scene.leaf(0, 0, 0);
