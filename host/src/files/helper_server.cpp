@@ -105,7 +105,7 @@ std::string HelperServer::end() {
 std::string HelperServer::start() {
   auto const program = findHelper();
   if (program.empty()) {
-    return std::string("the helper program '") + Helper::program + "' is not installed";
+    return std::string("the helper program '").append(Helper::program).append("' is not installed");
   }
   int ends[2];
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {

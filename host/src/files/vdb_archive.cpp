@@ -4,7 +4,9 @@
 #include <openvdb/io/io.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <ios>
 
 namespace Velmor::Host::Files {
 
@@ -17,18 +19,47 @@ constexpr std::int32_t mostGrids = 1 << 16;
 VdbArchive::VdbArchive(std::string const& path) : file_(path), in_(&file_) {
   if (!file_.isOpen()) OPENVDB_THROW(openvdb::IoError, "cannot open the file");
   in_.exceptions(std::ios::badbit | std::ios::failbit);
+  in_.seekg(0, std::ios::end);
+  size_ = in_.tellg();
+  in_.seekg(0);
   stream_.reset(new openvdb::io::StreamMetadata);
   openvdb::io::setStreamMetadataPtr(in_, stream_, /*transfer=*/false);
   readHeader(in_);
   setFormatVersion(in_);
   setLibraryVersion(in_);
   setDataCompression(in_);
+  checkMetadata();
   metadata_.readMeta(in_);
   if (inputHasGridOffsets()) {
     readDescriptors();
   } else {
     readStream(path);
   }
+}
+
+/// Passes over a text: its length in four bytes, then itself.
+void VdbArchive::checkText() {
+  std::uint32_t length = 0;
+  in_.read(reinterpret_cast<char*>(&length), sizeof length);
+  if (length > size_ - in_.tellg()) {
+    OPENVDB_THROW(openvdb::IoError, "damaged: a text of " << length << " bytes");
+  }
+  in_.seekg(length, std::ios::cur);
+}
+
+void VdbArchive::checkDescriptor() {
+  auto const start = in_.tellg();
+  for (int names = separable() ? 3 : 2; names > 0; --names) checkText();
+  in_.seekg(start);
+}
+
+/// Values of metadata begin with their length as texts do.
+void VdbArchive::checkMetadata() {
+  auto const start = in_.tellg();
+  std::uint32_t count = 0;
+  in_.read(reinterpret_cast<char*>(&count), sizeof count);
+  for (std::uint64_t texts = std::uint64_t{3} * count; texts > 0; --texts) checkText();
+  in_.seekg(start);
 }
 
 void VdbArchive::readDescriptors() {
@@ -38,6 +69,7 @@ void VdbArchive::readDescriptors() {
   }
   for (std::int32_t g = 0; g < count; ++g) {
     VdbEntry entry;
+    checkDescriptor();
     try {
       entry.grid = entry.descriptor.read(in_);
     } catch (openvdb::LookupError const&) {
@@ -82,7 +114,11 @@ void VdbArchive::readHead(VdbEntry& entry) {
   }
   entry.descriptor.seekToGrid(in_);
   readGridCompression(in_);
+  checkMetadata();
   entry.grid->readMeta(in_);
+  auto const transform = in_.tellg();
+  checkText();
+  in_.seekg(transform);
   entry.grid->readTransform(in_);
 }
 

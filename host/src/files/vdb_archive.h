@@ -21,10 +21,11 @@ struct VdbEntry {
   openvdb::GridBase::Ptr grid;  ///< empty until `read`; null for an unknown type
 };
 
-/// A `.vdb` file open for reading. Differs from OpenVDB's own class in three
+/// A `.vdb` file open for reading. Differs from OpenVDB's own class in four
 /// ways: it gives the grids in the order of the file, a grid of an unknown type
-/// does not make the others unreadable, and nothing is mapped or loaded late
-/// (a file that changes while it is read would kill the process).
+/// does not make the others unreadable, nothing is mapped or loaded late (a file
+/// that changes while it is read would kill the process), and the lengths of texts
+/// are looked at before there is room made for them (4 GB for a damaged one).
 class VdbArchive : public openvdb::io::Archive {
  public:
   /// Throws `openvdb::Exception` or `std::ios_base::failure`.
@@ -41,11 +42,15 @@ class VdbArchive : public openvdb::io::Archive {
 
  private:
   void readDescriptors();
+  void checkText();
+  void checkDescriptor();
+  void checkMetadata();
   void readStream(std::string const& path);
   bool separable() const;
 
   FileReader file_;
   std::istream in_;
+  std::streamoff size_ = 0;
   openvdb::SharedPtr<openvdb::io::StreamMetadata> stream_;
   openvdb::MetaMap metadata_;
   std::vector<VdbEntry> entries_;

@@ -184,6 +184,33 @@ TEST(HostileFile, RootEntriesWhereNoNodeCanBeAreDamage) {
   }
 }
 
+// OpenVDB would fill memory for the text before it looks for it in the file.
+TEST(HostileFile, TextsThatAreLongerThanTheFileAreDamage) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/x.vdb";
+  auto const grid = sphereGrid(4.f, 0.1);
+  grid->insertMeta("colour", openvdb::StringMetadata("turquoise"));
+  writeGrids(file, {grid}, [] {
+    openvdb::MetaMap metadata;
+    metadata.insertMeta("creator", openvdb::StringMetadata("somebody"));
+    return metadata;
+  }());
+  auto const whole = bytesOf(file);
+  for (std::string const text :
+       {"creator", "somebody", "distance", "colour", "turquoise", "UniformScaleTranslateMap"}) {
+    auto const length = std::string(1, static_cast<char>(text.size())) + std::string(3, '\0');
+    auto const at = whole.find(length + text);
+    ASSERT_NE(at, std::string::npos) << text;
+    auto bytes = whole;
+    bytes[at + 3] = 0x7f;
+    std::ofstream(file, std::ios::binary) << bytes;
+    auto const said = load(file).message;
+    EXPECT_NE(said.find("damaged: a text of " + std::to_string(0x7f000000u + text.size())),
+              std::string::npos)
+        << text << ": " << said;
+  }
+}
+
 TEST(HostileFile, WhatIsNoVdbIsSaidToBeNone) {
   CacheFolder const folder;
   auto const path = folder.path().str() + "/rubbish.vdb";
