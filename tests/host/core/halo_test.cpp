@@ -81,14 +81,16 @@ TEST(Halo, SeesNewTilesAndNewValues) {
 TEST(Halo, RefusesOtherTypesAndTilesThatAreNotThere) {
   auto const scene = randomScene(1);
   API::HaloedCache<int> wrong;
-  EXPECT_FALSE(wrong.init(scene.distance).succeeded());
-  EXPECT_FALSE(wrong.update({0, 0}).succeeded());
+  EXPECT_EQ(wrong.init(scene.distance).message(), "channel 'distance' is of another type");
+  EXPECT_EQ(wrong.update({0, 0}).message(), "the haloed cache has no channel");
   API::HaloedCache<float> cache;
-  EXPECT_FALSE(cache.init(API::VoxelChannel()).succeeded());
+  EXPECT_EQ(cache.init(API::VoxelChannel()).message(),
+            "cannot read the halo of an invalid channel");
   ASSERT_TRUE(cache.init(scene.distance).succeeded());
-  EXPECT_FALSE(cache.update({-1, -1}).succeeded());
-  EXPECT_FALSE(cache.update({1, 0}).succeeded());
-  EXPECT_FALSE(cache.update({0, 8}).succeeded());
+  for (API::TreeIndex const& index :
+       {API::TreeIndex{-1, -1}, API::TreeIndex{1, 0}, API::TreeIndex{0, 8}}) {
+    EXPECT_EQ(cache.update(index).message(), "no such tile") << index.slot << ' ' << index.depth;
+  }
 }
 
 }  // namespace

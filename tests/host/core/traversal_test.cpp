@@ -158,7 +158,8 @@ TEST(Traversal, DoesNotVisitTilesThatItAdds) {
 
 TEST(Traversal, FailsWithoutALayoutAndOnRequest) {
   Lister visitor;
-  EXPECT_FALSE(API::Layout().traverse(visitor, API::TraversalMode::Serial).succeeded());
+  EXPECT_EQ(API::Layout().traverse(visitor, API::TraversalMode::Serial).message(),
+            "cannot traverse an invalid layout");
   auto const scene = emptyScene();
   EXPECT_TRUE(scene.layout.traverse(visitor, API::TraversalMode::Tiles).succeeded());
   Host::failCalls(Host::Call::Traverse);
