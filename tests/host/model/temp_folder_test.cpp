@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,8 +9,10 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "host/model/without_rights.h"
 #include "support/message_log.h"
 #include "velmorapi/file.h"
 
@@ -147,7 +148,19 @@ TEST_F(TempFolder, DeletingRefusesFiles) {
   std::ofstream(folder_ / "file") << "x";
   EXPECT_FALSE(File::deleteFolder((folder_ / "file").string()));
   EXPECT_TRUE(fs::exists(folder_ / "file"));
-  EXPECT_EQ(log_.warnings().size(), 1u);
+  EXPECT_EQ(log_.warnings(), std::vector<std::string>{"'" + (folder_ / "file").string() +
+                                                      "': not deleted: it is no folder"});
+}
+
+TEST_F(TempFolder, DeletingRefusesPathsWithANullByte) {
+  auto path = (folder_ / "a").string();
+  fs::create_directories(path);
+  path += '\0';
+  EXPECT_FALSE(File::deleteFolder(path + "b"));
+  EXPECT_TRUE(fs::exists(folder_ / "a"));
+  EXPECT_EQ(log_.warnings(),
+            std::vector<std::string>{"'" + (folder_ / "a").string() +
+                                     "': not deleted: the path holds a null byte"});
 }
 
 /// The check runs where a wrong answer can delete nothing: without rights, in a
@@ -157,48 +170,62 @@ TEST_F(TempFolder, DeletingRefusesRootsHomesAndDots) {
   auto const home = folder_ / "home";
   fs::create_directories(home / "work");
   fs::create_directory_symlink(folder_, folder_ / "round");
-  ::pid_t const child = ::fork();
-  if (child == 0) {
-    if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(99);
+  std::string const dots = "the path ends in '.' or '..'",
+                    isRoot = "it is the root of a file system",
+                    isHome = "it is or holds the home folder";
+  std::vector<std::pair<std::string, std::string>> const refusals{
+      {"", ""},
+      {"/", isRoot},
+      {"//", isRoot},
+      {"///", isRoot},
+      {"/.", dots},
+      {"/..", dots},
+      {"/../..", dots},
+      {".", dots},
+      {"./", dots},
+      {"..", dots},
+      {"../", dots},
+      {"../..", dots},
+      {home.string(), isHome},
+      {home.string() + "/", isHome},
+      {(home / ".").string(), dots},
+      {(home / "work/..").string(), dots},
+      {folder_.string(), isHome},
+      {(folder_ / "round/home").string(), isHome},
+      {"/proc", isRoot},
+      {"/tmp/..", dots}};
+  auto const wrong = withoutRights([&] {
     ::setenv("HOME", home.c_str(), 1);
     fs::current_path(home / "work");
-    int refused = 0;
-    for (std::string const& path : {std::string(),         std::string("/"),
-                                    std::string("//"),     std::string("///"),
-                                    std::string("/."),     std::string("/.."),
-                                    std::string("/../.."), std::string("."),
-                                    std::string("./"),     std::string(".."),
-                                    std::string("../"),    std::string("../.."),
-                                    home.string(),         home.string() + "/",
-                                    (home / ".").string(), (home / "work/..").string(),
-                                    folder_.string(),      (folder_ / "round/home").string(),
-                                    std::string("/proc"),  std::string("/tmp/..")})
-      refused += File::deleteFolder(path) ? 0 : 1;
-    ::_exit(refused);
-  }
-  int state = 0;
-  ::waitpid(child, &state, 0);
-  ASSERT_TRUE(WIFEXITED(state));
-  EXPECT_EQ(WEXITSTATUS(state), 20);
+    std::string text;
+    for (auto const& [path, reason] : refusals) {
+      MessageLog const log;
+      if (File::deleteFolder(path)) text += path + " is deleted; ";
+      auto const warnings = log.warnings();
+      // Who names nothing is told nothing.
+      auto const expected = reason.empty() ? 0u : 1u;
+      if (warnings.size() != expected) text += path + " has no warning of its own; ";
+      for (auto const& warning : warnings) {
+        if (warning.find("': not deleted: " + reason) == std::string::npos) text += warning + "; ";
+      }
+    }
+    return text;
+  });
+  EXPECT_EQ(wrong, "");
   EXPECT_TRUE(fs::exists(home / "work"));
 }
 
 TEST_F(TempFolder, WithWhatCannotBeDeletedIsReported) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can become a user without rights";
   fs::create_directories(folder_ / "a/b");
   ASSERT_EQ(::chmod(folder_.c_str(), 0755), 0);
-  ::pid_t const child = ::fork();
-  if (child == 0) {
-    if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(99);
-    if (::getuid() != 65534) ::_exit(77);
+  auto const said = withoutRights([&] {
     MessageLog const log;
-    bool const refused = !File::deleteFolder((folder_ / "a").string());
-    ::_exit(refused && log.warnings().size() == 1 ? 0 : 1);
-  }
-  int state = 0;
-  ::waitpid(child, &state, 0);
-  ASSERT_TRUE(WIFEXITED(state));
-  if (WEXITSTATUS(state) == 77) GTEST_SKIP() << "only root can become a user without rights";
-  EXPECT_EQ(WEXITSTATUS(state), 0);
+    std::string text = File::deleteFolder((folder_ / "a").string()) ? "deleted;" : "";
+    for (auto const& warning : log.warnings()) text += warning + ';';
+    return text;
+  });
+  EXPECT_EQ(said, "'" + (folder_ / "a").string() + "': not deleted: Permission denied;");
   EXPECT_TRUE(fs::exists(folder_ / "a/b"));
 }
 
