@@ -97,6 +97,8 @@ TEST_F(CommandTest, MissingInputIsCodeThree) {
                 "velmor: " + out("none.vdb") + ": No such file or directory");
   expectFailure(runCommand({"mesh", out(""), "-o", out("a.ply")}), 3,
                 "no cache files (.vdb) in this folder");
+  expectFailure(runCommand({"info", "/dev/null"}), 3,
+                "velmor: /dev/null: neither a file nor a folder");
   writeFile(out("text.txt"), "text");
   expectFailure(runCommand({"info", out("text.txt")}), 3, "its name does not end in .vdb");
   writeFile(out("text.vdb"), "text");
@@ -273,6 +275,35 @@ TEST_F(CommandTest, SeveralLevelSetsWithoutADistanceAreListed) {
   folder.write(builder.object(), 1);
   expectFailure(runCommand({"mesh", folder.path().str(), "-o", out("a.ply")}), 3,
                 "several level sets; choose one with --channel: 'inner', 'outer'");
+}
+
+TEST_F(CommandTest, WithoutAnyLevelSetTheFloatChannelsAreListed) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("smoke");
+  auto const volume = builder.voxels();
+  builder.channel<float>(volume, "density", 1.f);
+  builder.channel<float>(volume, "heat", 1.f);
+  folder.write(builder.object(), 1);
+  expectFailure(runCommand({"mesh", folder.path().str(), "-o", out("a.ply")}), 3,
+                "no channel 'distance' and no level set; choose one with --channel: 'density', "
+                "'heat'");
+}
+
+TEST_F(CommandTest, FarFromTheOriginAFormatOfFloatsIsWarnedOf) {
+  CacheFolder const folder;
+  ObjectBuilder const builder("far");
+  builder.sphere(builder.voxels(), 5.f);
+  builder.object().dictionary().set("origin", Float3{10000.f, 0.f, 0.f});
+  folder.write(builder.object(), 1);
+  auto const warnings = [&](std::string const& path) {
+    auto const run = runCommand({"mesh", folder.path().str(), "--json", "-o", path});
+    EXPECT_EQ(run.exit, 0) << run.err;
+    return Json::parse(run.out)["warnings"];
+  };
+  EXPECT_EQ(warnings(out("a.stl")),
+            Json::array({out("a.stl") + ": STL holds floats only; this far from the origin they "
+                                        "are coarser than a thousandth of a voxel"}));
+  EXPECT_EQ(warnings(out("a.ply")), Json::array());
 }
 
 TEST_F(CommandTest, UnwritableOutputsAreCodeFive) {

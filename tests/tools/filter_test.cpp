@@ -264,7 +264,7 @@ TEST_F(FilterCommand, WritesCacheFilesOnly) {
   auto const run = runCommand({"filter", input, "--channel", "density", "--op", "offset:1", "-o",
                                folder.path().str() + "/out.ply"});
   EXPECT_EQ(run.exit, 2);
-  EXPECT_NE(run.err.find("written as .vdb"), std::string::npos);
+  EXPECT_NE(run.err.find("out.ply: cache files are written as .vdb"), std::string::npos) << run.err;
 }
 
 TEST_F(FilterCommand, ADashIsStandardOutput) {

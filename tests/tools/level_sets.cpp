@@ -41,7 +41,8 @@ std::size_t duplicatesIn(API::Array<Float3> const& points) {
   return static_cast<std::size_t>(sorted.end() - std::unique(sorted.begin(), sorted.end()));
 }
 
-// To first order: the value over the length of the gradient.
+// To first order: the value over the length of the gradient. What is no number is
+// infinitely far away.
 double farthestFromZero(API::VoxelChannel const& distance, API::Array<Float3> const& points) {
   API::VoxelSampler const sampler =
       distance.createSampler(API::VoxelSamplerQBSplineType, API::SamplerSpace::World);
@@ -52,7 +53,9 @@ double farthestFromZero(API::VoxelChannel const& distance, API::Array<Float3> co
     auto const value = static_cast<double>(sampler.sampleGradient<float>(p, gradient));
     auto const length = std::hypot(static_cast<double>(gradient.x), static_cast<double>(gradient.y),
                                    static_cast<double>(gradient.z));
-    if (value != 0) farthest = std::max(farthest, std::abs(value) / (length * voxel));
+    if (value == 0) continue;
+    auto const away = std::abs(value) / (length * voxel);
+    farthest = std::max(farthest, std::isnan(away) ? HUGE_VAL : away);
   }
   return farthest;
 }

@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 
+#include "readers/particles.h"
 #include "support/cache_folder.h"
 #include "support/object_builder.h"
 #include "support/sanitized.h"
@@ -71,6 +72,37 @@ std::vector<std::string> realFiles() {
 INSTANTIATE_TEST_SUITE_P(SharedData, RealFile, testing::ValuesIn(realFiles()), testName);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RealFile);
 
+/// The vertices of a mesh as any program finds them in its PLY file.
+struct WrittenVertices {
+  explicit WrittenVertices(std::string const& path) {
+    auto const positions = Tool::readParticles(path).positions;
+    for (std::size_t n = 0; n + 2 < positions.size(); n += 3) {
+      places.push_back({positions[n], positions[n + 1], positions[n + 2]});
+    }
+    for (double const number : positions) notFinite += std::isfinite(number) ? 0 : 1;
+    auto sorted = places;
+    std::sort(sorted.begin(), sorted.end());
+    duplicates = static_cast<std::size_t>(sorted.end() - std::unique(sorted.begin(), sorted.end()));
+  }
+
+  /// The farthest of them from a sphere, infinite where one is no place.
+  double farthestFrom(Float3 const& centre, float radius) const {
+    double farthest = 0;
+    for (auto const& p : places) {
+      auto const away = std::abs(std::hypot(p[0] - static_cast<double>(centre.x),
+                                            p[1] - static_cast<double>(centre.y),
+                                            p[2] - static_cast<double>(centre.z)) -
+                                 static_cast<double>(radius));
+      farthest = std::max(farthest, std::isnan(away) ? HUGE_VAL : away);
+    }
+    return farthest;
+  }
+
+  std::vector<std::array<double, 3>> places;
+  std::size_t duplicates = 0;  ///< vertices at the place of another
+  std::size_t notFinite = 0;   ///< numbers
+};
+
 struct SphereCase {
   Float3 centre;
   float radius;
@@ -94,19 +126,13 @@ TEST_P(AnalyticSphere, IsClosedAndLiesWhereItShouldAtEverySubdivision) {
     EXPECT_EQ(report["open_edges"], 0);
     // One closed surface without a handle.
     EXPECT_EQ(report["triangles"].get<int>(), 2 * report["vertices"].get<int>() - 4);
-    auto const bytes = readFile(out);
-    auto const data = bytes.find("end_header\n") + 11;
-    double worst = 0;
-    for (std::size_t v = 0; v < report["vertices"].get<std::size_t>(); ++v) {
-      float p[3];
-      std::memcpy(p, bytes.data() + data + v * sizeof p, sizeof p);
-      worst = std::max(worst, std::abs(std::hypot(static_cast<double>(p[0] - centre.x),
-                                                  static_cast<double>(p[1] - centre.y),
-                                                  static_cast<double>(p[2] - centre.z)) -
-                                       static_cast<double>(radius)));
-    }
+    WrittenVertices const written(out);
+    EXPECT_EQ(written.places.size(), report["vertices"].get<std::size_t>());
+    EXPECT_EQ(written.duplicates, 0u) << subdivisions;
+    EXPECT_EQ(written.notFinite, 0u) << subdivisions;
     // Interpolation of a distance moves it inwards by about a quarter over the radius.
-    EXPECT_LT(worst, 0.1 + 0.3 / static_cast<double>(radius)) << subdivisions;
+    EXPECT_LT(written.farthestFrom(centre, radius), 0.1 + 0.3 / static_cast<double>(radius))
+        << subdivisions;
   }
 }
 
@@ -118,6 +144,29 @@ INSTANTIATE_TEST_SUITE_P(
                     SphereCase{{3.f, 3.f, 3.f}, 10.f},        // poles on tile borders
                     SphereCase{{-62.f, 63.f, -2.f}, 7.25f},   // borders of coarse tiles
                     SphereCase{{312.f, -313.f, 1562.f}, 5.f}));
+
+// A translation is added as the file is written, where floats can be too coarse.
+TEST(WrittenMesh, OfATranslatedFileKeepsItsVerticesApart) {
+  Float3 const origin{1000.f, -20000.f, 300.f};
+  CacheFolder const folder;
+  ObjectBuilder const builder("ball");
+  builder.sphere(builder.voxels(), 20.f);
+  builder.object().dictionary().set("origin", origin);
+  folder.write(builder.object(), 1);
+  auto const out = folder.path().str() + "/ball.ply";
+  for (auto const* subdivisions : {"0", "1", "3"}) {
+    auto const run = runCommand({"mesh", folder.fileOf("ball", 1).string(), "--subdivisions",
+                                 subdivisions, "--json", "-o", out});
+    ASSERT_EQ(run.exit, 0) << run.err;
+    auto const report = nlohmann::json::parse(run.out);
+    EXPECT_EQ(report["open_edges"], 0);
+    WrittenVertices const written(out);
+    EXPECT_EQ(written.places.size(), report["vertices"].get<std::size_t>());
+    EXPECT_EQ(written.duplicates, 0u) << subdivisions;
+    EXPECT_EQ(written.notFinite, 0u) << subdivisions;
+    EXPECT_LT(written.farthestFrom(origin, 2.f), 0.01 + 0.03 / 20) << subdivisions;
+  }
+}
 
 }  // namespace
 }  // namespace Velmor::Test
