@@ -190,6 +190,20 @@ TEST(Distance, NoSurfaceIsKept) {
   }
 }
 
+// What is no number counts as inside; a rebuild takes it for outside.
+TEST(Distance, WhereARebuildFindsNoSurfaceTheFieldIsKept) {
+  auto const grid = denseSphere(
+      middle, [](double d) { return d < 0 ? std::numeric_limits<double>::quiet_NaN() : 0.2 * d; });
+  auto const treated = treat(grid, Host::DistanceMode::Rebuild);
+  EXPECT_EQ(treated.mode, "keep");
+  auto const reason =
+      treated.loaded.channel("phi").dictionary().value<API::String>("distance_reason").str();
+  std::string const ending = "; a rebuild finds no surface";
+  ASSERT_GT(reason.size(), ending.size());
+  EXPECT_EQ(reason.substr(reason.size() - ending.size()), ending);
+  EXPECT_EQ(treated.at(5, 5, 5), grid->getConstAccessor().getValue(openvdb::Coord(5)));
+}
+
 TEST(Distance, OnlyTheChosenChannelIsTreated) {
   CacheFolder const folder;
   auto const file = folder.path().str() + "/two.vdb";

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -168,6 +169,39 @@ TEST(Helper, ServesManyThreads) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(same, std::vector<int>(6, 3));
+}
+
+TEST(Helper, AWorkerThatASignalEndsIsACrash) {
+  CacheFolder const folder;
+  auto const small = folder.path().str() + "/small.vdb", file = folder.path().str() + "/big.vdb";
+  writeGrids(small, {sphereGrid(5.f, 0.1)});
+  writeGrids(file, {sphereGrid(100.f, 0.1)});
+  // The helper that waits for requests stays; whoever comes beside it is a worker.
+  ASSERT_EQ(load(small, Host::ReadOptions{}).message, "");
+  ASSERT_TRUE(becomeFew(::getpid(), 1));
+  auto const idle = helpersOf(::getpid());
+  ASSERT_EQ(idle.size(), 1u);
+  Host::ReadOptions how;
+  how.distance = Host::DistanceMode::Rebuild;
+  std::atomic<bool> done = false;
+  Loaded loaded;
+  std::thread reader([&] {
+    loaded = load(file, how);
+    done = true;
+  });
+  int killed = 0;
+  while (!done) {
+    for (auto const helper : helpersOf(::getpid())) {
+      if (helper != idle[0] && ::kill(helper, SIGSEGV) == 0) ++killed;
+    }
+  }
+  reader.join();
+  EXPECT_GT(killed, 0);
+  EXPECT_FALSE(loaded.object.valid());
+  EXPECT_EQ(loaded.message,
+            "Could not read '" + file + "': the helper crashed: Segmentation fault");
+  EXPECT_EQ(helpersOf(::getpid()), idle);
+  EXPECT_EQ(load(file, how).message, "");
 }
 
 TEST(Helper, AWorkerThatIsTooSlowIsEnded) {

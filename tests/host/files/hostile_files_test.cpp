@@ -8,6 +8,7 @@
 #include <iostream>
 #include <limits>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "files/vdb_grids.h"
@@ -153,6 +154,41 @@ TEST(HostileFile, ValuesPerPointThatOverflowAreNoPair) {
                                     "1431655766 are not supported"),
             std::string::npos)
       << loaded.warnings[0];
+  EXPECT_EQ(API::PointComponent(loaded.object.findComponent("particle")).elementCount(), 60u);
+}
+
+TEST(HostileFile, AttributesThatPointsDisagreeOnAreSkipped) {
+  namespace points = openvdb::points;
+  CacheFolder const folder;
+  auto const path = folder.path().str() + "/points.vdb";
+  openvdb::initialize();
+  auto const grid = smallPoints();
+  ASSERT_GT(grid->tree().leafCount(), 1u);
+  auto const append = [](auto& leaf, char const* name, openvdb::NamePair const& type,
+                         bool constant = true) {
+    auto const before = leaf.attributeSet().descriptorPtr();
+    auto after = before->duplicateAppend(name, type);
+    leaf.appendAttribute(*before, after, after->find(name), constant ? 1 : 100, constant);
+  };
+  bool first = true;
+  for (auto leaf = grid->tree().beginLeaf(); leaf; ++leaf) {
+    append(*leaf, "mixed",
+           first ? points::TypedAttributeArray<float>::attributeType()
+                 : points::TypedAttributeArray<int>::attributeType());
+    append(*leaf, "varying", points::TypedAttributeArray<float>::attributeType(), false);
+    if (first) append(*leaf, "some", points::TypedAttributeArray<float>::attributeType());
+    first = false;
+  }
+  writeGrids(path, {grid});
+  auto const loaded = load(path);
+  EXPECT_EQ(loaded.message, "");
+  std::set<std::string> reasons;
+  for (auto const& warning : loaded.warnings)
+    reasons.insert(warning.substr(warning.find("': ") + 3));
+  EXPECT_EQ(reasons,
+            (std::set<std::string>{"attribute 'mixed' is skipped: its type changes within the grid",
+                                   "attribute 'some' is skipped: not all points have it",
+                                   "attribute 'varying' is skipped: its number of values varies"}));
   EXPECT_EQ(API::PointComponent(loaded.object.findComponent("particle")).elementCount(), 60u);
 }
 

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <set>
 
@@ -311,13 +313,20 @@ TEST(RoundTrip, SameBytesForAnyThreadCount) {
   CacheFolder const folder;
   auto const scene = sphereScene(20.f);
   std::map<int, decltype(contentOf<float>(scene.distance))> content;
+  std::map<int, std::string> bytes;
   for (int const threads : {1, 2, 8}) {
     Threads const limit(threads);
     auto const file = folder.path().str() + "/threads.vdb";
     ASSERT_EQ(Host::writeObject(scene.object, file).message(), "");
     content[threads] = contentOf<float>(load(file).channel("distance"));
+    std::ifstream in(file, std::ios::binary);
+    bytes[threads].assign(std::istreambuf_iterator<char>(in), {});
+    ASSERT_GT(bytes[threads].size(), 1000u);
+    // Behind the versions stands an identifier that no two files share.
+    bytes[threads].erase(21, 36);
   }
   EXPECT_TRUE(content[1] == content[2] && content[1] == content[8]);
+  EXPECT_TRUE(bytes[1] == bytes[2] && bytes[1] == bytes[8]);
 }
 
 }  // namespace
