@@ -5,6 +5,13 @@
 
 namespace Velmor::Host::Files {
 
+namespace {
+
+/// Programs that keep transforms in single precision are off by this much.
+constexpr double roundingOfTransforms = 1e-6;
+
+}  // namespace
+
 bool Placement::fits(Placement const& other) const noexcept {
   // Beyond rounding in the program that wrote them, over the widest tree.
   if (std::abs(voxelSize - other.voxelSize) > 1e-9 * voxelSize) return false;
@@ -21,6 +28,15 @@ std::optional<Placement> placementOf(openvdb::math::Transform const& transform,
     return std::nullopt;
   }
   auto const matrix = transform.baseMap()->getAffineMap()->getMat4();
+  double largest = 0;
+  for (int n = 0; n < 9; ++n) largest = std::max(largest, std::abs(matrix(n / 3, n % 3)));
+  for (int n = 0; n < 9; ++n) {
+    // First of all: what is turned has another diagonal as well.
+    auto const offDiagonal = n / 3 == n % 3 ? 0.0 : std::abs(matrix(n / 3, n % 3));
+    if (offDiagonal <= roundingOfTransforms * largest) continue;
+    reason = "its transform is rotated or sheared";
+    return std::nullopt;
+  }
   Placement placement;
   placement.voxelSize = matrix(0, 0);
   if (!std::isfinite(placement.voxelSize) || !(placement.voxelSize > 0) ||
@@ -29,18 +45,15 @@ std::optional<Placement> placementOf(openvdb::math::Transform const& transform,
     reason = "its voxel size is not a positive number";
     return std::nullopt;
   }
-  // Programs that keep transforms in single precision are off by this much.
-  auto const tolerance = 1e-6 * placement.voxelSize;
-  for (int row = 0; row < 3; ++row) {
-    placement.translation[row] = matrix(3, row);
-    if (!std::isfinite(static_cast<float>(matrix(3, row)))) {
+  for (int axis = 0; axis < 3; ++axis) {
+    placement.translation[axis] = matrix(3, axis);
+    if (!std::isfinite(static_cast<float>(matrix(3, axis)))) {
       reason = "its translation is not finite";
       return std::nullopt;
     }
-    for (int column = 0; column < 3; ++column) {
-      auto const wanted = row == column ? placement.voxelSize : 0.0;
-      if (std::abs(matrix(row, column) - wanted) <= tolerance) continue;
-      reason = row == column ? "its voxels are not cubes" : "its transform is rotated or sheared";
+    auto const difference = std::abs(matrix(axis, axis) - placement.voxelSize);
+    if (!(difference <= roundingOfTransforms * placement.voxelSize)) {
+      reason = "its voxels are not cubes";
       return std::nullopt;
     }
   }

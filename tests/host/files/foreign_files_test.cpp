@@ -2,7 +2,10 @@
 
 #include <cmath>
 #include <fstream>
+#include <iterator>
+#include <limits>
 #include <set>
+#include <utility>
 
 #include "files/vdb_grids.h"
 #include "host/files/file_scenes.h"
@@ -153,36 +156,125 @@ openvdb::FloatGrid::Ptr oneVoxel(char const* name, openvdb::math::Transform::Ptr
   return grid;
 }
 
-TEST(ForeignFile, WhatCannotBeRepresentedIsSkippedWithItsName) {
+TEST(ForeignFile, WhatCannotBeRepresentedIsSkippedWithItsNameAndTheReason) {
   openvdb::initialize();
   CacheFolder const folder;
   auto const file = folder.path().str() + "/skipped.vdb";
+  using openvdb::Vec3d;
   using openvdb::math::Transform;
-  auto const plain = Transform::createLinearTransform(0.5);
-  auto const rotated = Transform::createLinearTransform(0.5);
-  rotated->postRotate(0.3);
-  auto const flat = Transform::createLinearTransform(0.5);
-  flat->postScale(openvdb::Vec3d(1, 1, 1.002));
-  auto const mirrored = Transform::createLinearTransform(0.5);
-  mirrored->postScale(openvdb::Vec3d(-1, 1, 1));
-  auto flags = openvdb::BoolGrid::create(false);
+  auto const plain = [] { return Transform::createLinearTransform(0.5); };
+  std::vector<std::pair<std::string, std::string>> reasons;
+  openvdb::GridPtrVec grids;
+  auto const add = [&](char const* name, Transform::Ptr const& transform, char const* reason) {
+    grids.push_back(oneVoxel(name, transform));
+    reasons.emplace_back(name, reason);
+  };
+  for (auto const& [name, axis] :
+       {std::pair{"turned x", openvdb::math::X_AXIS}, std::pair{"turned y", openvdb::math::Y_AXIS},
+        std::pair{"turned z", openvdb::math::Z_AXIS}}) {
+    auto const turned = plain();
+    turned->postRotate(0.3, axis);
+    add(name, turned, "its transform is rotated or sheared");
+  }
+  auto const upsideDown = plain();
+  upsideDown->postRotate(3., openvdb::math::Z_AXIS);
+  add("upside down", upsideDown, "its transform is rotated or sheared");
+  auto const sheared = plain();
+  sheared->postShear(0.2, openvdb::math::X_AXIS, openvdb::math::Y_AXIS);
+  add("sheared", sheared, "its transform is rotated or sheared");
+  auto const flat = plain();
+  flat->postScale(Vec3d(1, 1, 1.002));
+  add("flat", flat, "its voxels are not cubes");
+  auto const mirrored = plain();
+  mirrored->postScale(Vec3d(-1, 1, 1));
+  add("mirrored", mirrored, "its voxel size is not a positive number");
+  // OpenVDB keeps no place that is far away in voxels, but one that no float can hold.
+  add("vast", Transform::createLinearTransform(1e39), "its voxel size is not a positive number");
+  auto const beyond = Transform::createLinearTransform(1e35);
+  beyond->postTranslate(Vec3d(1e39, 0, 0));
+  add("beyond", beyond, "its translation is not finite");
+  add("frustum", Transform::createFrustumTransform(openvdb::BBoxd(Vec3d(0), Vec3d(9)), 0.5, 2., 1.),
+      "its transform is not linear");
+  auto const flags = openvdb::BoolGrid::create(false);
   flags->setName("flags");
   flags->tree().setValue(openvdb::Coord(0), true);
-  writeGrids(file, {oneVoxel("rotated", rotated), oneVoxel("flat", flat),
-                    oneVoxel("mirrored", mirrored), flags, oneVoxel("good", plain)});
+  grids.push_back(flags);
+  reasons.emplace_back("flags", "values of type 'bool' are not supported");
+  grids.push_back(oneVoxel("good", plain()));
+  writeGrids(file, grids);
   auto const loaded = load(file);
   ASSERT_EQ(loaded.message, "");
-  for (char const* name : {"rotated", "flat", "mirrored", "flags"}) {
-    EXPECT_TRUE(mentions(loaded.warnings, "Grid '" + std::string(name) + "'")) << name;
-    EXPECT_FALSE(loaded.channel(name).valid());
+  std::vector<std::string> expected;
+  for (auto const& [name, reason] : reasons) {
+    expected.push_back("Grid '" + name + "' of '" + file + "' is skipped: " + reason);
+    EXPECT_FALSE(loaded.channel(name.c_str()).valid()) << name;
   }
+  EXPECT_EQ(loaded.warnings, expected);
   EXPECT_TRUE(loaded.channel("good").valid());
 
-  writeGrids(file, {oneVoxel("rotated", rotated)});
+  writeGrids(file, {grids.front()});
   auto const nothing = load(file);
   EXPECT_FALSE(nothing.object.valid());
-  EXPECT_NE(nothing.message.find("Grid 'rotated'"), std::string::npos) << nothing.message;
-  EXPECT_NE(nothing.message.find("skipped.vdb"), std::string::npos) << nothing.message;
+  EXPECT_EQ(nothing.message, expected.front());
+}
+
+TEST(ForeignFile, WithoutAnyGridThatIsSaid) {
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/empty.vdb";
+  writeGrids(file, {});
+  auto const loaded = load(file);
+  EXPECT_FALSE(loaded.object.valid());
+  EXPECT_EQ(loaded.message, "'" + file + "' holds no grids");
+}
+
+TEST(ForeignFile, VoxelsBeyondAnyLayoutAreLeftOutWithAWarning) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/far.vdb";
+  auto const far = oneVoxel("far", openvdb::math::Transform::createLinearTransform(0.5));
+  far->tree().setValue(openvdb::Coord(195313, 0, 0), 2.f);
+  auto const near = oneVoxel("near", openvdb::math::Transform::createLinearTransform(0.5));
+  near->tree().setValue(openvdb::Coord(195312, 0, 0), 2.f);
+  writeGrids(file, {far, near});
+  auto const loaded = load(file);
+  ASSERT_EQ(loaded.message, "");
+  EXPECT_EQ(loaded.warnings,
+            std::vector<std::string>{"Grid 'far' of '" + file +
+                                     "' reaches beyond the voxels that a layout can hold; what "
+                                     "lies there is left out"});
+  expectSameVoxels<openvdb::FloatGrid, float>(
+      *far, loaded.channel("far"), openvdb::CoordBBox(openvdb::Coord(0), openvdb::Coord(5)),
+      sameFloat);
+}
+
+TEST(ForeignFile, AGridWhoseSharedVoxelsAreMissingDoesNotLoseTheOthers) {
+  openvdb::initialize();
+  CacheFolder const folder;
+  auto const file = folder.path().str() + "/shared.vdb";
+  auto const parent = oneVoxel("parent", openvdb::math::Transform::createLinearTransform(0.5));
+  auto const child = parent->copy();  // of the same tree
+  child->setName("child");
+  writeGrids(file, {parent, child});
+  auto const whole = load(file);
+  EXPECT_EQ(whole.message, "");
+  EXPECT_EQ(whole.warnings, std::vector<std::string>{});
+  EXPECT_TRUE(whole.channel("child").valid());
+
+  std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
+  std::string const text((std::istreambuf_iterator<char>(bytes)), {});
+  auto const named = text.find("parent", text.find("child"));
+  ASSERT_NE(named, std::string::npos);
+  bytes.seekp(static_cast<std::streamoff>(named));
+  bytes.write("nobody", 6);
+  bytes.close();
+  auto const loaded = load(file);
+  EXPECT_EQ(loaded.message, "");
+  EXPECT_TRUE(loaded.channel("parent").valid());
+  EXPECT_FALSE(loaded.channel("child").valid());
+  ASSERT_EQ(loaded.warnings.size(), 1u);
+  EXPECT_TRUE(mentions(loaded.warnings, "Grid 'child' of '" + file + "' is skipped: "));
+  EXPECT_TRUE(mentions(loaded.warnings, "the grid that it shares its voxels with is missing"))
+      << loaded.warnings[0];
 }
 
 TEST(ForeignFile, NamesBecomeDistinct) {
