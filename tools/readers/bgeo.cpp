@@ -97,6 +97,7 @@ class BgeoReader {
         }
       }
     }
+    file_.finish();
     return std::move(result_);
   }
 

@@ -100,6 +100,13 @@ std::size_t UnpackedFile::read(char* to, std::size_t size) {
   return impl_->packed ? impl_->readPacked(to, size) : impl_->readPlain(to, size);
 }
 
+void UnpackedFile::finish() {
+  if (!impl_->packed) return;
+  std::vector<char> rest(kBlock);
+  while (impl_->readPacked(rest.data(), rest.size()) > 0) {
+  }
+}
+
 double UnpackedFile::mostBytes() const {
   return impl_->packed ? kTightest * impl_->size : impl_->size;
 }

@@ -19,6 +19,9 @@ class UnpackedFile {
 
   /// Reads up to `size` bytes; fewer only at the end of the data.
   std::size_t read(char* to, std::size_t size);
+  /// Reads on to the end of gzip data, where their checksum stands: to be called
+  /// when all that is wanted has been read.
+  void finish();
   /// More bytes than can follow in the best case: a bound for counts that the
   /// file claims.
   double mostBytes() const;

@@ -58,6 +58,21 @@ std::string deflated(std::string const& bytes) {
   return packed;
 }
 
+std::string gzipped(std::string const& bytes) {
+  z_stream stream{};
+  EXPECT_EQ(deflateInit2(&stream, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  std::string packed(deflateBound(&stream, bytes.size()), '\0');
+  auto copy = bytes;
+  stream.next_in = reinterpret_cast<Bytef*>(copy.data());
+  stream.avail_in = static_cast<uInt>(copy.size());
+  stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+  stream.avail_out = static_cast<uInt>(packed.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  packed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return packed;
+}
+
 // Two particles: (1, 2, 3) and (4, 5, 6.5), with velocities and a number each.
 std::string bgeo() {
   std::string file = "BgeoV";
@@ -233,6 +248,18 @@ TEST_F(ReadParticles, OtherFormatsAreNamed) {
   EXPECT_NE(refusal("a.grid", "0\n1\n").find(".grid"), std::string::npos);
   EXPECT_NE(refusal("a.fbx", "x").find("known are"), std::string::npos);
   EXPECT_NE(refusal("a.vtk", "").find("empty"), std::string::npos);
+}
+
+TEST_F(ReadParticles, GzipIsBelievedOnlyIfItsChecksumFits) {
+  auto const packed = gzipped(bgeo());
+  EXPECT_EQ(read("good.bgeo", packed).count(), 2u);
+  for (std::size_t const fromEnd : {8, 5, 4, 1}) {  // the checksum, then the length
+    auto bad = packed;
+    bad[bad.size() - fromEnd] ^= 1;
+    EXPECT_NE(refusal("bad.bgeo", bad).find("the packed data are damaged"), std::string::npos);
+  }
+  EXPECT_NE(refusal("cut.bgeo", packed.substr(0, packed.size() - 3)).find("end too early"),
+            std::string::npos);
 }
 
 TEST_F(ReadParticles, CountsBeyondTheFileAreNotBelieved) {
