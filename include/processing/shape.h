@@ -21,7 +21,11 @@ struct VELMOR_EXPORT ShapeParameters {
   /// own behind eight blanks. The names of the two components are left out.
   virtual API::String str() const;
 
-  /// Folder that holds the cache files, or one file. Empty by default.
+  /// Folder that holds the cache files, or one file. Empty by default. All that is
+  /// loaded is in the world of the cache, where voxel 0 lies at 0: the embedded
+  /// host keeps where a file's own transform would move it in the dictionary of
+  /// its components, as "origin" (three floats), to be added by whoever places
+  /// the shape in a scene.
   API::String cache_folder;
   /// Query text that names the object and the frame, such as "name=liquid,
   /// frame=12". Empty by default, which is no valid query.

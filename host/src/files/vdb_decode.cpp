@@ -352,6 +352,12 @@ class Decoder {
                 (levelSet ? "Level set " : "Grid ") + called(wanted.entry->name, wanted.channel) +
                     " has background " + numberText(before) + "; +5 voxels is taken outside");
     }
+    if (outcome.notNumbers > 0) {
+      warnAbout(wanted.channel, (levelSet ? "Level set " : "Grid ") +
+                                    called(wanted.entry->name, wanted.channel) + " has " +
+                                    std::to_string(outcome.notNumbers) +
+                                    " active values that are no numbers");
+    }
     if (chosen) {
       record.distanceMode = 1 + static_cast<std::uint32_t>(outcome.mode);
       record.distanceFactor = outcome.factor;

@@ -130,23 +130,20 @@ double factorFor(openvdb::FloatGrid const& grid, double voxelSize) {
   return inCells >= 0.85 && inCells <= 1.15 ? voxelSize : 1 / lengths.median;
 }
 
-}  // namespace
-
-bool mendBackground(openvdb::FloatGrid& grid, double voxelSize) {
-  auto const before = grid.background();
-  if (before > 0) return false;
-  auto const outside = static_cast<float>(bandVoxels * voxelSize);
-  // OpenVDB's own change of children would turn the outside of a negative one inside.
-  changeValues(grid.tree(), [&](float v, bool on) {
-    return !on && (v == before || (std::isnan(v) && std::isnan(before))) ? outside : v;
-  });
-  grid.tree().root().setBackground(outside, /*updateChildNodes=*/false);
-  return true;
+/// Active values that are no numbers, tiles counted as one.
+std::uint64_t notNumbers(Tree const& tree) {
+  std::uint64_t count = 0;
+  for (auto leaf = tree.cbeginLeaf(); leaf; ++leaf) {
+    for (auto it = leaf->cbeginValueOn(); it; ++it) count += std::isnan(*it) ? 1u : 0u;
+  }
+  auto it = tree.cbeginValueOn();
+  it.setMaxDepth(Tree::ValueOnCIter::LEAF_DEPTH - 1);
+  for (; it; ++it) count += std::isnan(*it) ? 1u : 0u;
+  return count;
 }
 
-DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
-                              bool mended) {
-  if (mode == DistanceMode::Keep) return {DistanceMode::Keep, 1, "as asked for"};
+DistanceOutcome treated(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
+                        bool mended) {
   auto const before = surfaceGradients(*grid, voxelSize, voxelSize);
   if (before.samples == 0) return {DistanceMode::Keep, 1, "there is no surface"};
   auto const found = describe(before);
@@ -168,6 +165,29 @@ DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, D
   }
   grid = result;
   return {DistanceMode::Rebuild, 1, found};
+}
+
+}  // namespace
+
+bool mendBackground(openvdb::FloatGrid& grid, double voxelSize) {
+  auto const before = grid.background();
+  if (before > 0) return false;
+  auto const outside = static_cast<float>(bandVoxels * voxelSize);
+  // OpenVDB's own change of children would turn the outside of a negative one inside.
+  changeValues(grid.tree(), [&](float v, bool on) {
+    return !on && (v == before || (std::isnan(v) && std::isnan(before))) ? outside : v;
+  });
+  grid.tree().root().setBackground(outside, /*updateChildNodes=*/false);
+  return true;
+}
+
+DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
+                              bool mended) {
+  if (mode == DistanceMode::Keep) return {DistanceMode::Keep, 1, "as asked for"};
+  auto const lost = notNumbers(grid->tree());
+  auto outcome = treated(grid, voxelSize, mode, mended);
+  outcome.notNumbers = lost;
+  return outcome;
 }
 
 }  // namespace Velmor::Host::Files

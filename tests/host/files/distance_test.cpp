@@ -108,6 +108,21 @@ TEST(Distance, JumpsAreRebuilt) {
              middle);
 }
 
+TEST(Distance, ValuesThatAreNoNumbersAreSaidToBe) {
+  auto const nan = std::numeric_limits<float>::quiet_NaN();
+  auto const grid = denseSphere(middle, same);
+  for (int x = 20; x < 23; ++x) grid->tree().setValueOn(openvdb::Coord(x, 30, 30), nan);
+  grid->tree().setValueOff(openvdb::Coord(24, 30, 30), nan);
+  for (auto const mode : {Host::DistanceMode::Keep, Host::DistanceMode::Auto}) {
+    auto const treated = treat(grid, mode);
+    bool said = false;
+    for (auto const& text : treated.loaded.warnings) {
+      said = said || text.find("' has 3 active values that are no numbers") != text.npos;
+    }
+    EXPECT_EQ(said, mode == Host::DistanceMode::Auto);
+  }
+}
+
 TEST(Distance, SomethingThatIsNoDistanceIsRebuilt) {
   expectBand(treat(denseSphere(middle, [](double d) { return d < 0 ? d : 0.2 * d + 0.01; }),
                    Host::DistanceMode::Auto),
