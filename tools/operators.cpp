@@ -42,7 +42,8 @@ constexpr std::array<Kind, 12> kinds{{
     {"mean", "", 0, 0, "the mean of a voxel and its 26 neighbours"},
     {"median", "", 0, 0, "the median of a voxel and its 26 neighbours"},
     {"laplacian", "", 0, 0, "the mean of the six face neighbours less the voxel"},
-    {"curvature", "", 0, 0, "a third of a level set's mean curvature, per voxel"},
+    {"curvature", "", 0, 0,
+     "a third of a level set's mean curvature in voxels, times the voxel size"},
     {"smooth", "laplacian|curvature:ITERATIONS:STEP", 3, 3,
      "adds STEP times the Laplacian or the curvature, ITERATIONS times (up to 10000), in\n"
      "leaf tiles"},

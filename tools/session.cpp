@@ -74,6 +74,10 @@ void Session::note(std::string const& text) {
 
 void Session::hostError(std::string const& text) {
   std::lock_guard const lock(mutex_);
+  // The error that ends the verb may say less than this.
+  if (std::find(warnings_.begin(), warnings_.end(), text) == warnings_.end()) {
+    warnings_.push_back(text);
+  }
   if (firstTime(text)) say("velmor: " + text);
 }
 

@@ -39,7 +39,7 @@ class Session {
   /// the host's errors are each said once: loading may look at a file twice.
   void note(std::string const& text);
   /// "velmor: warning: ..." on standard error; not with --quiet. The report
-  /// holds all warnings under "warnings".
+  /// holds all warnings under "warnings", and the host's errors.
   void warn(std::string const& text);
   /// Prints an error without ending the verb; `run` of the command then returns
   /// its code unless something worse comes.

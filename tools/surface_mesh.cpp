@@ -135,7 +135,7 @@ std::string whyNoSurface(API::VoxelChannel const& distance) {
   text.imbue(std::locale::classic());
   text << "'" << distance.name().str() << "' crosses zero nowhere: ";
   if (stats.min.empty() || stats.min[0] > stats.max[0]) {
-    text << "it has no active voxel";
+    text << (stats.active > 0 ? "its active voxels hold no numbers" : "it has no active voxel");
   } else {
     text << "its active voxels hold " << std::setprecision(6) << stats.min[0] << " to "
          << stats.max[0];

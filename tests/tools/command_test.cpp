@@ -109,13 +109,34 @@ TEST_F(CommandTest, MissingInputIsCodeThree) {
   EXPECT_FALSE(std::filesystem::exists(out("a.ply")));
 }
 
+TEST_F(CommandTest, TheDocumentOfAFailureSaysWhatIsWrongWithTheFile) {
+  writeFile(out("empty.vdb"), "");
+  auto const run = runCommand({"mesh", out("empty.vdb"), "--json", "-o", out("a.ply")});
+  ASSERT_EQ(run.exit, 3);
+  auto const warnings = Json::parse(run.out)["warnings"];
+  ASSERT_EQ(warnings.size(), 1u) << run.out;
+  EXPECT_EQ(warnings[0],
+            "Could not read '" + out("empty.vdb") + "': it ends too early, or is no .vdb file");
+}
+
+TEST_F(CommandTest, ADamagedFrameDoesNotHideTheOthers) {
+  std::filesystem::create_directory(out("seq"));
+  writeFile(out("seq/a.1.vdb"), "");
+  std::filesystem::copy_file(file(), out("seq/a.2.vdb"));
+  auto const run = runCommand({"info", out("seq")});
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_NE(run.out.find("object a\n  frames: 1, 2\n  frame 1 could not be read\n"),
+            std::string::npos)
+      << run.out;
+}
+
 TEST_F(CommandTest, WhatIsNoNumberIsWrongUsage) {
   expectFailure(
       runCommand({"render", cache(), "--object", "drop", "--fov", "nan", "-o", out("a.png")}), 2,
       "--fov is not a number");
   expectFailure(runCommand({"import", out("a.csv"), "--object", "a", "--cache", out("c"),
                             "--voxel-size", "nan"}),
-                2, "--voxel-size is not a number");
+                2, "--voxel-size is no positive number");
   EXPECT_FALSE(std::filesystem::exists(out("a.png")));
 }
 

@@ -235,6 +235,7 @@ TEST_F(FilterCommand, RefusesWhatCannotBeMeantAndWritesNothing) {
       {{"--channel", "distance", "--op", "mean", "--into", "tmp"}, 2, "channels of their own"},
       {{"--channel", "distance", "--op", "mean", "--into", "oceanTmp"}, 2, "channels of their own"},
       {{"--channel", "distance", "--op", "mean", "--into", "density"}, 2, "already"},
+      {{"--channel", "distance", "--op", "mean", "--into", ""}, 2, "a name is missing"},
       {{"--channel", "distance", "--op", "mean", "--into", "a/b"}, 2, "cannot be"},
       {{"--channel", "distance", "--op", "mean", "--depths", "3", "2"}, 2, "--depths"},
       {{"--channel", "distance", "--op", "ocean:0:0,0:1,1:0:density"}, 2, "already"},

@@ -248,6 +248,31 @@ TEST_F(SequenceTest, AnImportThatFailsLeavesNoFolder) {
   EXPECT_TRUE(std::filesystem::is_empty(at("cache")));
 }
 
+TEST_F(SequenceTest, NothingIsWrittenOverItsInput) {
+  writeBalls(2);
+  ASSERT_EQ(import().exit, 0);
+  auto const file = at("cache/water/water.0001.vdb");
+  auto const before = readFile(file);
+  auto const made = surface({"--vdb", at("cache/water/water.####.vdb")});
+  EXPECT_EQ(made.exit, 2);
+  EXPECT_NE(made.err.find("water.0001.vdb: is the input itself"), std::string::npos) << made.err;
+  auto const again = runCommand(
+      {"import", at("cache/water/water.####.vdb"), "--object", "water", "--cache", at("cache")});
+  EXPECT_EQ(again.exit, 2);
+  EXPECT_NE(again.err.find("water.0001.vdb: is the input itself"), std::string::npos) << again.err;
+  EXPECT_EQ(readFile(file), before);
+}
+
+TEST_F(SequenceTest, FramesOfAnImportAreNotIgnored) {
+  writeBalls(1);
+  EXPECT_EQ(import({"--frame", "7"}).exit, 2);
+  auto const run = runCommand(
+      {"import", at("p.0001.csv"), "--object", "water", "--cache", at("cache"), "--frames", "7"});
+  EXPECT_EQ(run.exit, 2);
+  EXPECT_NE(run.err.find("--frame"), std::string::npos) << run.err;
+  EXPECT_FALSE(std::filesystem::exists(at("cache")));
+}
+
 TEST_F(SequenceTest, AnImportThatCannotWriteIsNoUnreadableInput) {
   writeFile(at("p.csv"), ball(0.3));
   std::filesystem::create_directories(at("cache/water/water.0001.vdb"));

@@ -207,6 +207,7 @@ void addFilter(Command& command) {
       ->type_name("MIN MAX");
   verb.add_option("--into", options->into,
                   "A new channel for the result; the named one stays as it is")
+      ->check([](std::string const& name) { return name.empty() ? "a name is missing" : ""; })
       ->type_name("NAME");
   verb.add_option("--max-tiles", options->maxTiles, "Refuse an ocean of more leaf tiles than this")
       ->type_name("N")

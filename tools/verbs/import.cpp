@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 
 #include "command.h"
@@ -24,7 +25,7 @@ namespace {
 struct ImportOptions {
   std::string input, cache, frames;
   PointObject object;
-  int frame = 1;
+  std::optional<int> frame;
   std::optional<double> voxelSize;
   SequenceOptions sequence;
 };
@@ -49,8 +50,17 @@ std::map<int, std::string> filesOf(ImportOptions const& options) {
   FramePattern const pattern(options.input);
   std::map<int, std::string> files;
   if (!pattern.numbered()) {
-    files[options.frame] = options.input;
+    if (!options.frames.empty()) {
+      throw Failure(ExitCode::Usage, "",
+                    "--frames goes with a pattern for several files; the frame that a single one "
+                    "becomes is --frame");
+    }
+    files[options.frame.value_or(1)] = options.input;
     return files;
+  }
+  if (options.frame) {
+    throw Failure(ExitCode::Usage, "",
+                  "--frame goes with a single file; of a pattern's files --frames picks some");
   }
   if (options.frames.empty()) {
     for (auto const& [frame, path] : pattern.find()) files[frame] = path;
@@ -61,6 +71,25 @@ std::map<int, std::string> filesOf(ImportOptions const& options) {
   }
   for (int const frame : parseFrames(options.frames)) files[frame] = pattern.path(frame);
   return files;
+}
+
+std::string fileOf(ImportOptions const& options, int frame) {
+  auto const& name = options.object.name;
+  return options.cache + "/" + name + "/" + FramePattern(name + ".####.vdb").path(frame);
+}
+
+// Particles that are read from cache files could be those of the cache itself.
+void checkNotInputs(ImportOptions const& options, std::map<int, std::string> const& files) {
+  std::error_code unreadable;
+  std::set<std::filesystem::path> inputs;
+  for (auto const& [frame, path] : files) {
+    inputs.insert(std::filesystem::weakly_canonical(path, unreadable));
+  }
+  for (auto const& [frame, path] : files) {
+    auto const output = fileOf(options, frame);
+    if (inputs.count(std::filesystem::weakly_canonical(output, unreadable)) == 0) continue;
+    throw Failure(ExitCode::Usage, output, "is the input itself; name another object or cache");
+  }
 }
 
 // The grid of the first frame that has particles holds for all.
@@ -75,11 +104,6 @@ PointGrid gridOf(ImportOptions const& options, std::map<int, std::string> const&
   PointGrid grid;
   grid.voxelSize = static_cast<double>(static_cast<float>(options.voxelSize.value_or(1.)));
   return grid;
-}
-
-std::string fileOf(ImportOptions const& options, int frame) {
-  auto const& name = options.object.name;
-  return options.cache + "/" + name + "/" + FramePattern(name + ".####.vdb").path(frame);
 }
 
 // Makes a folder, and takes away again what it made of it if nothing comes to lie
@@ -134,12 +158,12 @@ void importFrame(Session& session, ImportOptions const& options, PointGrid const
 }
 
 void run(Session& session, ImportOptions const& options) {
-  // The check for positive numbers lets "nan" pass.
-  if (options.voxelSize && !std::isfinite(*options.voxelSize)) {
-    throw Failure(ExitCode::Usage, "", "--voxel-size is not a number");
+  if (options.voxelSize && !(std::isfinite(*options.voxelSize) && *options.voxelSize > 0.)) {
+    throw Failure(ExitCode::Usage, "", "--voxel-size is no positive number");
   }
   checkName(options.object.name);
   auto const files = filesOf(options);
+  checkNotInputs(options, files);
   auto const folder = options.cache + "/" + options.object.name;
   Folder const made(folder);
   Times times;
@@ -226,7 +250,6 @@ void addImport(Command& command) {
   verb.add_option("--voxel-size", options->voxelSize,
                   "The voxel size, of which radii are multiples; if left out the size at which a "
                   "filled voxel of the first frame holds eight particles")
-      ->check(CLI::PositiveNumber)
       ->type_name("SIZE");
   verb.add_option("--droplet-threshold", options->object.dropletThreshold,
                   "Particles whose 'droplet' is at least this are droplets; 1 if left out")

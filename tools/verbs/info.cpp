@@ -154,8 +154,13 @@ std::string describeInWords(Json const& report) {
   std::string text;
   for (auto const& object : report["objects"]) {
     text += "object " + words(object["name"]) + "\n  frames: " + framesOf(object) + "\n";
-    if (object.contains("error")) text += "  could not be read\n";
-    if (object["frames"].size() > 1) {
+    bool const several = object["frames"].size() > 1;
+    if (object.contains("error")) {
+      auto const frame = several && object.contains("frame")
+                             ? "frame " + words(object["frame"]) + " "
+                             : std::string();
+      text += "  " + frame + "could not be read\n";
+    } else if (several) {
       text += "  described: frame " + words(object["frame"]) + "\n";
     }
     for (auto const& component : object["components"]) {
@@ -219,8 +224,9 @@ void run(Session& session, InputOptions const& options) {
     entry["components"] = components;
     objects.push_back(entry);
   }
-  // The messages say it all, but programs do not read them.
-  if (!anyRead && !objects.empty() && !session.options().json) return;
+  // The messages say it all, but of what else is there, and programs do not read them.
+  bool const single = objects.size() == 1 && objects[0]["frames"].size() <= 1;
+  if (!anyRead && single && !session.options().json) return;
   report["objects"] = objects;
   auto const text = describeInWords(report);
   session.report(std::move(report), text);

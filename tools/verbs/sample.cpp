@@ -8,11 +8,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <locale>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "command.h"
@@ -142,6 +144,11 @@ void run(Session& session, SampleOptions const& options) {
   Input const input(options.input.path);
   auto const selection = input.select(options.input);
   checkOutput(options.output);
+  std::error_code missing;
+  if (std::filesystem::equivalent(options.output, options.points, missing)) {
+    throw Failure(ExitCode::Usage, options.output,
+                  "is the list of points itself; name another file for the values");
+  }
   auto const positions = readPositions(options.points);
   listenTo(options.channel);
   auto const object = input.load(selection);

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "channel_edits.h"
 #include "command.h"
 #include "frame_runner.h"
 #include "frames.h"
@@ -128,6 +129,9 @@ class SurfaceSequence {
     if (!options_.picture.empty()) imageFormat(options_.picture);
     if (!options_.vdb.empty() && !options_.vdb.ends_with(".vdb")) {
       throw Failure(ExitCode::Usage, options_.vdb, "--vdb: the name must end in .vdb");
+    }
+    if (!options_.vdb.empty()) {
+      for (int const frame : frames_) checkNotInput(input_, vdb_.path(frame));
     }
     for (auto const* pattern : outputs()) {
       if (frames_.size() > 1 && !pattern->numbered()) {

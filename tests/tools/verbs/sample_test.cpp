@@ -266,6 +266,13 @@ TEST_F(SampleVerbTest, OtherFormatsAreWrongUsage) {
   EXPECT_EQ(sample("x,y,z\n0,0,0\n", "ramp", {"--output", at("values.txt")}).exit, 2);
 }
 
+TEST_F(SampleVerbTest, TheListOfPointsIsNotWrittenOver) {
+  auto const run = sample("x,y,z\n0,0,0\n", "ramp", {"--output", at("points.csv")});
+  EXPECT_EQ(run.exit, 2);
+  EXPECT_NE(run.err.find("points.csv: is the list of points itself"), std::string::npos) << run.err;
+  EXPECT_EQ(readFile(at("points.csv")), "x,y,z\n0,0,0\n");
+}
+
 TEST_F(SampleVerbTest, NoPointsGiveTheColumnsAlone) {
   ASSERT_EQ(sample("x,y,z\n", "ramp").exit, 0);
   EXPECT_EQ(values(), "x,y,z,value\n");
