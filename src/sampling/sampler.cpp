@@ -185,9 +185,9 @@ Sampler::Sampler(Sampler const& other) : impl_(other.impl_->clone()) {}
 
 Sampler::Sampler(Sampler&& other) noexcept : impl_(std::exchange(other.impl_, nullptr)) {}
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): as it is meant
 Sampler& Sampler::operator=(Sampler const& other) {
   // In this order, so that assigning a sampler to itself empties it.
-  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   reset(nullptr);
   if (other.impl_ != nullptr) reset(other.impl_->clone());
   return *this;

@@ -17,8 +17,6 @@
 
 #include "files/helper_protocol.h"
 
-extern char** environ;
-
 namespace Velmor::Host::Files {
 
 namespace {

@@ -33,7 +33,7 @@ class SourceField {
   struct Block {
     std::int64_t i, j, k;
     bool operator==(Block const&) const = default;
-    auto operator<=>(Block const&) const = default;
+    auto operator<=>(Block const&) const = default;  // NOLINT(modernize-use-nullptr)
   };
   struct Value {
     std::byte const* bytes = nullptr;  ///< null: nothing known yet

@@ -143,7 +143,7 @@ class VoxelDecoder {
           auto const n =
               static_cast<openvdb::Index>((((x << Node::LOG2DIM) + y) << Node::LOG2DIM) + z);
           if (children.isOn(n)) {
-            if constexpr (Child::LEVEL == 0) {
+            if constexpr (Child::LEVEL == 0) {  // NOLINT(bugprone-branch-clone)
               return false;
             } else if (!uniformIn(*node.getTable()[n].getChild(), part, out)) {
               return false;

@@ -155,7 +155,7 @@ class ObjectWriter {
                      openvdb::GridBase::META_GRID_CLASS},
                     *encoded.grid);
       if (!tiles.empty()) {
-        encoded.grid->insertMeta(Keys::tiles, openvdb::StringMetadata(std::move(tiles)));
+        encoded.grid->insertMeta(Keys::tiles, openvdb::StringMetadata(tiles));
         tiles.clear();
       }
       auto const kept = channel.dictionary().value<API::String>(Keys::gridName);
