@@ -103,6 +103,26 @@ struct WrittenVertices {
   std::size_t notFinite = 0;   ///< numbers
 };
 
+/// Meshes frame 1 of "ball" at each number of subdivisions and looks at what is
+/// written: `check(report, vertices)` for each that is closed.
+template <class Check>
+void eachWrittenMesh(CacheFolder const& folder, Check const& check) {
+  auto const out = folder.path().str() + "/ball.ply";
+  for (auto const* subdivisions : {"0", "1", "3"}) {
+    SCOPED_TRACE(std::string("subdivisions ") + subdivisions);
+    auto const run = runCommand({"mesh", folder.fileOf("ball", 1).string(), "--subdivisions",
+                                 subdivisions, "--json", "-o", out});
+    ASSERT_EQ(run.exit, 0) << run.err;
+    nlohmann::json const report = nlohmann::json::parse(run.out);
+    EXPECT_EQ(report["open_edges"], 0);
+    WrittenVertices const written(out);
+    EXPECT_EQ(written.places.size(), report["vertices"].get<std::size_t>());
+    EXPECT_EQ(written.duplicates, 0u);
+    EXPECT_EQ(written.notFinite, 0u);
+    check(report, written);
+  }
+}
+
 struct SphereCase {
   Float3 centre;
   float radius;
@@ -112,28 +132,18 @@ class AnalyticSphere : public testing::TestWithParam<SphereCase> {};
 
 // Through the whole command: written, read back, meshed.
 TEST_P(AnalyticSphere, IsClosedAndLiesWhereItShouldAtEverySubdivision) {
-  auto const [centre, radius] = GetParam();
+  auto const centre = GetParam().centre;
+  auto const radius = GetParam().radius;
   CacheFolder const folder;
   ObjectBuilder const builder("ball");
   addSphere(builder.server(), builder.voxels("volume", 1.f), "distance", radius, centre);
   folder.write(builder.object(), 1);
-  auto const out = folder.path().str() + "/ball.ply";
-  for (auto const* subdivisions : {"0", "1", "3"}) {
-    auto const run = runCommand({"mesh", folder.fileOf("ball", 1).string(), "--subdivisions",
-                                 subdivisions, "--json", "-o", out});
-    ASSERT_EQ(run.exit, 0) << run.err;
-    auto const report = nlohmann::json::parse(run.out);
-    EXPECT_EQ(report["open_edges"], 0);
+  eachWrittenMesh(folder, [&](nlohmann::json const& report, WrittenVertices const& written) {
     // One closed surface without a handle.
     EXPECT_EQ(report["triangles"].get<int>(), 2 * report["vertices"].get<int>() - 4);
-    WrittenVertices const written(out);
-    EXPECT_EQ(written.places.size(), report["vertices"].get<std::size_t>());
-    EXPECT_EQ(written.duplicates, 0u) << subdivisions;
-    EXPECT_EQ(written.notFinite, 0u) << subdivisions;
     // Interpolation of a distance moves it inwards by about a quarter over the radius.
-    EXPECT_LT(written.farthestFrom(centre, radius), 0.1 + 0.3 / static_cast<double>(radius))
-        << subdivisions;
-  }
+    EXPECT_LT(written.farthestFrom(centre, radius), 0.1 + 0.3 / static_cast<double>(radius));
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -153,19 +163,9 @@ TEST(WrittenMesh, OfATranslatedFileKeepsItsVerticesApart) {
   builder.sphere(builder.voxels(), 20.f);
   builder.object().dictionary().set("origin", origin);
   folder.write(builder.object(), 1);
-  auto const out = folder.path().str() + "/ball.ply";
-  for (auto const* subdivisions : {"0", "1", "3"}) {
-    auto const run = runCommand({"mesh", folder.fileOf("ball", 1).string(), "--subdivisions",
-                                 subdivisions, "--json", "-o", out});
-    ASSERT_EQ(run.exit, 0) << run.err;
-    auto const report = nlohmann::json::parse(run.out);
-    EXPECT_EQ(report["open_edges"], 0);
-    WrittenVertices const written(out);
-    EXPECT_EQ(written.places.size(), report["vertices"].get<std::size_t>());
-    EXPECT_EQ(written.duplicates, 0u) << subdivisions;
-    EXPECT_EQ(written.notFinite, 0u) << subdivisions;
-    EXPECT_LT(written.farthestFrom(origin, 2.f), 0.01 + 0.03 / 20) << subdivisions;
-  }
+  eachWrittenMesh(folder, [&](nlohmann::json const&, WrittenVertices const& written) {
+    EXPECT_LT(written.farthestFrom(origin, 2.f), 0.01 + 0.03 / 20);
+  });
 }
 
 }  // namespace

@@ -347,15 +347,14 @@ class Decoder {
                         mendBackground(*distance, voxelSize);
     auto const outcome = treatDistance(distance, voxelSize, mode, mended);
     grid = distance;
+    auto const subject =
+        (levelSet ? "Level set " : "Grid ") + called(wanted.entry->name, wanted.channel);
     if (mended) {
       warnAbout(wanted.channel,
-                (levelSet ? "Level set " : "Grid ") + called(wanted.entry->name, wanted.channel) +
-                    " has background " + numberText(before) + "; +5 voxels is taken outside");
+                subject + " has background " + numberText(before) + "; +5 voxels is taken outside");
     }
     if (outcome.notNumbers > 0) {
-      warnAbout(wanted.channel, (levelSet ? "Level set " : "Grid ") +
-                                    called(wanted.entry->name, wanted.channel) + " has " +
-                                    std::to_string(outcome.notNumbers) +
+      warnAbout(wanted.channel, subject + " has " + std::to_string(outcome.notNumbers) +
                                     " active values that are no numbers");
     }
     if (chosen) {

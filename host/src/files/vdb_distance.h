@@ -27,8 +27,8 @@ bool mendBackground(openvdb::FloatGrid& grid, double voxelSize);
 /// `Scale` takes the factor that makes the median gradient length along the zero
 /// crossing 1, or exactly the voxel size where values are in cells. `Rebuild`
 /// makes a narrow band of five voxels to each side anew, values that are no numbers
-/// lying outside. `Auto` takes the first
-/// of keep, scale and rebuild with gradients of 0.85 to 1.15 and no jumps.
+/// lying outside. `Auto` takes the first of keep, scale and rebuild with gradients
+/// of 0.85 to 1.15 and no jumps.
 DistanceOutcome treatDistance(openvdb::FloatGrid::Ptr& grid, double voxelSize, DistanceMode mode,
                               bool mended);
 

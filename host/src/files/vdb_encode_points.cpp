@@ -13,6 +13,7 @@
 #include "files/keys.h"
 #include "files/vdb_encode.h"
 #include "files/vdb_metadata.h"
+#include "files/vdb_plan.h"
 #include "files/vdb_points.h"
 #include "velmorhost/scene.h"
 #include "velmorhost/settings.h"
@@ -86,6 +87,7 @@ std::string attributeName(API::Channel const& channel, std::vector<std::string>&
   if (base.empty() || base == "P") {
     base = channel.name() == "velocity" ? "v" : channel.name().str();
   }
+  if (base.empty()) base = Plan::unnamed;
   for (char& c : base) {
     bool const letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
     if (!letter && !(c >= '0' && c <= '9') && c != '|' && c != ':') c = '_';

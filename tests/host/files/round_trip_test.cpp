@@ -222,13 +222,15 @@ TEST(RoundTrip, PointChannelsKeepNamesThatAttributesCannotHave) {
   for (std::size_t n = 0; n < names.size(); ++n) {
     builder.pointChannel(points, names[n].c_str(), static_cast<int>(n));
   }
+  builder.pointChannel(points, "", 1.f);
   auto file = folder.path().str() + "/spray.vdb";
   ASSERT_EQ(Host::writeObject(builder.object(), file).message(), "");
   for (int trip = 0; trip < 2; ++trip) {
     auto const loaded = load(file);
     ASSERT_EQ(loaded.message, "");
     EXPECT_EQ(API::PointComponent(loaded.object.findComponent("particle")).channels().count(),
-              names.size() + 1);
+              names.size() + 2);
+    EXPECT_TRUE(loaded.channel("unnamed", "particle").valid());
     for (std::size_t n = 0; n < names.size(); ++n) {
       API::PointChannel const back(loaded.channel(names[n].c_str(), "particle"));
       ASSERT_TRUE(back.valid()) << names[n];
